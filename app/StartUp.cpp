@@ -1,0 +1,120 @@
+#include "app/StartUp.h"
+
+#include "app/TessalyApplication.h"
+#include "core/AppConfig.h"
+#include "core/CommandLine.h"
+#include "core/CrashReporter.h"
+#include "core/HtmlText.h"
+#include "platform/Terminal.h"
+#include "pst/PffFolderTree.h"
+
+#include <QMessageBox>
+#include <cstdio>
+
+namespace tessaly::app {
+
+using core::TCommandLine;
+
+namespace {
+
+QStringList Arguments(int argc, char** argv)
+{
+    QStringList args;
+    for (int i = 1; i < argc; ++i)
+        args << QString::fromLocal8Bit(argv[i]);
+    return args;
+}
+
+// On a terminal (or with no display) the page is printed as plain text,
+// otherwise shown in a window.
+int ShowCommandLineError(int argc, char** argv, int code, const QString& detail)
+{
+    const QString page = TCommandLine::Global().ErrorPage(code, detail);
+    if (page.isEmpty())
+        return code;
+    if (platform::IsTerminal(stderr) || !platform::CanShowWindows()) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(core::HtmlToPlainText(page)));
+        return code;
+    }
+    TTessalyApplication application(argc, argv);
+    CreateErrorPageBox(page)->exec();
+    return code;
+}
+
+// The files a run names: the value of "pst" and the bare file arguments.
+QStringList DataFiles(const TCommandLine& commandLine)
+{
+    QStringList files;
+    if (commandLine.HasKey(QStringLiteral("pst")))
+        files << commandLine.Value(QStringLiteral("pst"));
+    else
+        files << commandLine.Sources();
+    return files;
+}
+
+// Until the viewer's window stands, a run prints the folder trees.
+int PrintFolderTrees(const QStringList& files)
+{
+    int result = core::crOK;
+    for (const auto& file : files) {
+        try {
+            const auto tree = pst::TPffFolderTree::Read(file);
+            std::printf("%s\n%s", qUtf8Printable(file), qUtf8Printable(tree.ToText()));
+        } catch (const core::ETessalyError& e) {
+            std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
+            result = core::crInvalidSource;
+        }
+    }
+    return result;
+}
+
+int Run(int argc, char** argv)
+{
+    auto& commandLine = TCommandLine::Global();
+    DefineCommandLineKeys(commandLine);
+    try {
+        commandLine.Parse(Arguments(argc, argv));
+    } catch (const core::ECommandLineError& e) {
+        return ShowCommandLineError(argc, argv, e.Code(), e.Detail());
+    }
+    if (commandLine.HelpRequested()) {
+        std::printf("%s", qUtf8Printable(commandLine.HelpText()));
+        return core::crOK;
+    }
+    const QStringList files = DataFiles(commandLine);
+    if (files.isEmpty()) {
+        std::printf("%s", qUtf8Printable(commandLine.HelpText()));
+        return core::crNothing;
+    }
+    return PrintFolderTrees(files);
+}
+
+} // namespace
+
+void DefineCommandLineKeys(TCommandLine& commandLine)
+{
+    commandLine.DefineKeys(core::TAppConfig::BuiltIn());
+}
+
+std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
+{
+    auto box = std::make_unique<QMessageBox>(QMessageBox::Critical, QStringLiteral("Tessaly"), html, QMessageBox::Ok);
+    box->setTextFormat(Qt::RichText);
+    return box;
+}
+
+int RunTessaly(int argc, char** argv)
+{
+    auto& reporter = core::TCrashReporter::Instance();
+    reporter.InstallTerminateHandler();
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& e) {
+        reporter.Report(e, QStringLiteral("main"));
+    } catch (...) {
+        reporter.ReportUnknown(QStringLiteral("main"));
+    }
+    return core::crException;
+}
+
+} // namespace tessaly::app

@@ -1,0 +1,39 @@
+#include "app/TessalyApplication.h"
+
+#include "core/CrashReporter.h"
+#include "core/Version.h"
+
+#include <QMessageBox>
+#include <QThread>
+
+namespace tessaly::app {
+
+TTessalyApplication::TTessalyApplication(int& argc, char** argv) : QApplication(argc, argv)
+{
+    setOrganizationName(QStringLiteral("Halvorne"));
+    setApplicationName(QLatin1String(core::ProductName));
+    setApplicationVersion(QLatin1String(core::ProductVersion));
+}
+
+bool TTessalyApplication::notify(QObject* receiver, QEvent* event)
+{
+    try {
+        return QApplication::notify(receiver, event);
+    } catch (const std::exception& e) {
+        core::TCrashReporter::Instance().Report(e, QStringLiteral("event loop"));
+    } catch (...) {
+        core::TCrashReporter::Instance().ReportUnknown(QStringLiteral("event loop"));
+    }
+    return false;
+}
+
+void ShowReportInMessageBox(const QString& title, const QString& text)
+{
+    auto show = [title, text] { QMessageBox::critical(nullptr, title, text); };
+    if (!qApp || QThread::currentThread() == qApp->thread())
+        show();
+    else
+        QMetaObject::invokeMethod(qApp, show, Qt::QueuedConnection);
+}
+
+} // namespace tessaly::app

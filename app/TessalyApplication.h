@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QApplication>
+
+namespace tessaly::app {
+
+// The GUI application object. An exception that escapes an event handler
+// goes to the crash reporter instead of ending the program.
+class TTessalyApplication : public QApplication {
+public:
+    TTessalyApplication(int& argc, char** argv);
+    bool notify(QObject* receiver, QEvent* event) override;
+};
+
+// Shows what the crash reporter has to say in a message box, on the GUI thread.
+void ShowReportInMessageBox(const QString& title, const QString& text);
+
+} // namespace tessaly::app

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QDateTime>
+
+namespace tessaly::core {
+
+// Local date and time as a day count since 1899-12-30 with the time of day
+// as fraction. 0 means "not set".
+using TDateTime = double;
+
+QDateTime DateTimeToQDateTime(TDateTime value);
+TDateTime QDateTimeToDateTime(const QDateTime& value);
+
+// Short date, a blank and the long time in the user's locale; the time is
+// left out at exact midnight. Empty for a value of 0 or below.
+QString FormatDateTime(TDateTime value);
+
+} // namespace tessaly::core

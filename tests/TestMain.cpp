@@ -1,0 +1,24 @@
+#include <QStandardPaths>
+#include <gtest/gtest.h>
+
+#ifdef TESSALY_TEST_GUI
+#include <QApplication>
+using TestApplication = QApplication;
+#else
+#include <QCoreApplication>
+using TestApplication = QCoreApplication;
+#endif
+
+int main(int argc, char** argv)
+{
+    // Keeps tests away from the user's own settings and data.
+    QStandardPaths::setTestModeEnabled(true);
+    // Widgets are tested on the offscreen platform unless told otherwise.
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    TestApplication app(argc, argv);
+    TestApplication::setOrganizationName(QStringLiteral("Halvorne"));
+    TestApplication::setApplicationName(QStringLiteral("Tessaly"));
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
