@@ -105,6 +105,7 @@ std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
 
 int RunTessaly(int argc, char** argv)
 {
+    SetApplicationIdentity();
     auto& reporter = core::TCrashReporter::Instance();
     reporter.InstallTerminateHandler();
     try {

@@ -8,11 +8,22 @@
 
 namespace tessaly::app {
 
+void SetApplicationIdentity()
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Halvorne"));
+    QCoreApplication::setApplicationName(QLatin1String(core::ProductName));
+    QCoreApplication::setApplicationVersion(QLatin1String(core::ProductVersion));
+}
+
 TTessalyApplication::TTessalyApplication(int& argc, char** argv) : QApplication(argc, argv)
 {
-    setOrganizationName(QStringLiteral("Halvorne"));
-    setApplicationName(QLatin1String(core::ProductName));
-    setApplicationVersion(QLatin1String(core::ProductVersion));
+    SetApplicationIdentity();
+    core::TCrashReporter::Instance().SetShow(ShowReportInMessageBox);
+}
+
+TTessalyApplication::~TTessalyApplication()
+{
+    core::TCrashReporter::Instance().SetShow(nullptr);
 }
 
 bool TTessalyApplication::notify(QObject* receiver, QEvent* event)

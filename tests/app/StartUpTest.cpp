@@ -63,3 +63,10 @@ TEST(StartUp, ExceptionInEventHandlerGoesToCrashReporter)
     reporter.SetLogFileName(QString());
     reporter.Reset();
 }
+
+TEST(StartUp, CrashLogLivesInTheApplicationDataFolder)
+{
+    app::SetApplicationIdentity();
+    EXPECT_TRUE(core::TCrashReporter::Instance().LogFileName().endsWith(QStringLiteral("/Halvorne/Tessaly/crash.log")))
+        << core::TCrashReporter::Instance().LogFileName().toStdString();
+}
