@@ -98,7 +98,11 @@ void DefineCommandLineKeys(TCommandLine& commandLine)
 
 std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
 {
-    auto box = std::make_unique<QMessageBox>(QMessageBox::Critical, QStringLiteral("Tessaly"), html, QMessageBox::Ok);
+    // The page names its colour the way Windows toolkits do; Qt's rich text
+    // knows it as "red".
+    QString shown = html;
+    shown.replace(QLatin1String("color=clRed"), QLatin1String("color=red"));
+    auto box = std::make_unique<QMessageBox>(QMessageBox::Critical, QStringLiteral("Tessaly"), shown, QMessageBox::Ok);
     box->setTextFormat(Qt::RichText);
     return box;
 }
