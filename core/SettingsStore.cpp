@@ -17,29 +17,31 @@ const QLatin1String Organisation("Halvorne");
 const QLatin1String Application("Tessaly");
 const QLatin1String EntryValue("value");
 
+enum class TFileState { Fine, Unreadable, Corrupt };
+
 // An INI file holds text. NUL bytes or bytes that are not UTF-8 mean the file
 // was damaged or is not ours.
-bool LooksCorrupt(const QString& fileName, QString& reason)
+TFileState Inspect(const QString& fileName, QString& reason)
 {
     QFile file(fileName);
     if (!file.exists())
-        return false;
+        return TFileState::Fine;
     if (!file.open(QIODevice::ReadOnly)) {
         reason = file.errorString();
-        return true;
+        return TFileState::Unreadable;
     }
     const QByteArray data = file.readAll();
     if (data.contains('\0')) {
         reason = QStringLiteral("the file holds binary data");
-        return true;
+        return TFileState::Corrupt;
     }
     QStringDecoder decoder(QStringDecoder::Utf8);
     (void)QString(decoder.decode(data));
     if (decoder.hasError()) {
         reason = QStringLiteral("the file is not UTF-8 text");
-        return true;
+        return TFileState::Corrupt;
     }
-    return false;
+    return TFileState::Fine;
 }
 
 std::unique_ptr<TSettingsStore>& GlobalSlot()
@@ -65,7 +67,12 @@ QString TSettingsStore::DefaultFileName()
 TSettingsStore::TSettingsStore(const QString& fileName)
 {
     QString reason;
-    if (LooksCorrupt(fileName, reason)) {
+    const TFileState state = Inspect(fileName, reason);
+    if (state == TFileState::Unreadable) {
+        m_startedFromDefaults = true;
+        qCWarning(lcSettings, "Settings file %s could not be read (%s); defaults are used",
+            qUtf8Printable(fileName), qUtf8Printable(reason));
+    } else if (state == TFileState::Corrupt) {
         m_startedFromDefaults = true;
         // Keep the damaged file for the user; we start again beside it.
         const QString kept = fileName + QLatin1String(".corrupt");
@@ -79,7 +86,7 @@ TSettingsStore::TSettingsStore(const QString& fileName)
     }
     QDir().mkpath(QFileInfo(fileName).absolutePath());
     m_settings = std::make_unique<QSettings>(fileName, QSettings::IniFormat);
-    if (m_settings->status() != QSettings::NoError) {
+    if (state != TFileState::Unreadable && m_settings->status() != QSettings::NoError) {
         qCWarning(lcSettings, "Settings file %s could not be read; defaults are used", qUtf8Printable(fileName));
         m_startedFromDefaults = true;
         m_settings->clear();

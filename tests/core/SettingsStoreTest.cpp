@@ -1,6 +1,8 @@
 #include "core/SettingsStore.h"
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
@@ -104,6 +106,20 @@ TEST(SettingsStore, CorruptFileGivesDefaultsAndIsKept)
         EXPECT_EQ(TSettingsStore(fileName).ReadInteger(QStringLiteral("Settings"), QStringLiteral("LastProcessedNumber"), 1), 9)
             << c.what;
     }
+}
+
+TEST(SettingsStore, UnreadableFileGivesDefaultsAndIsLeftAlone)
+{
+    QTemporaryDir dir;
+    const QString fileName = dir.filePath(QStringLiteral("Tessaly.ini"));
+    ASSERT_TRUE(QDir().mkpath(fileName)); // a folder where the file should be
+    TSettingsStore store(fileName);
+    EXPECT_TRUE(store.StartedFromDefaults());
+    EXPECT_EQ(store.ReadInteger(QStringLiteral("Settings"), QStringLiteral("LastProcessedNumber"), 1), 1);
+    store.WriteInteger(QStringLiteral("Settings"), QStringLiteral("LastProcessedNumber"), 3);
+    store.Sync();
+    EXPECT_TRUE(QFileInfo(fileName).isDir());
+    EXPECT_FALSE(QFile::exists(fileName + QStringLiteral(".corrupt")));
 }
 
 TEST(SettingsStore, DefaultFileIsPerUserOfHalvorneTessaly)
