@@ -1,7 +1,7 @@
-// tessaly-inspect: prints what a data file holds, as text or JSON.
+// tessaly-inspect: prints what data files hold, as text or JSON.
 
 #include "core/Exceptions.h"
-#include "pst/PffFolderTree.h"
+#include "pst/PSTReport.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -12,9 +12,10 @@ namespace {
 
 void PrintUsage()
 {
-    std::printf("Usage: tessaly-inspect [--json] FILE...\n"
-                "Prints the folder tree of each PST or OST file with the number of items in each folder.\n"
-                "With --json: one JSON object for one file, an array of them for several.\n");
+    std::printf("Usage: tessaly-inspect FILE... [--json] [--messages]\n"
+                "Prints the type and folder tree of each PST or OST file.\n"
+                "  --messages  every item of every folder with its fields\n"
+                "  --json      JSON: one object for one file, an array of them for several\n");
 }
 
 } // namespace
@@ -22,42 +23,46 @@ void PrintUsage()
 int main(int argc, char** argv)
 {
     bool json = false;
+    tessaly::pst::TReportOptions options;
     QStringList files;
     for (int i = 1; i < argc; ++i) {
         const QString arg = QString::fromLocal8Bit(argv[i]);
-        if (arg == QLatin1String("--json"))
+        if (arg == QLatin1String("--json")) {
             json = true;
-        else if (arg == QLatin1String("--help") || arg == QLatin1String("-h")) {
+        } else if (arg == QLatin1String("--messages")) {
+            options.Messages = true;
+        } else if (arg == QLatin1String("--help") || arg == QLatin1String("-h")) {
             PrintUsage();
             return 0;
         } else if (arg.startsWith(QLatin1Char('-'))) {
             std::fprintf(stderr, "Unknown option %s\n", argv[i]);
             PrintUsage();
             return 2;
-        } else
+        } else {
             files << arg;
+        }
     }
     if (files.isEmpty()) {
         PrintUsage();
         return 2;
     }
     int result = 0;
-    QJsonArray trees;
+    QJsonArray reports;
     for (const auto& file : files) {
         try {
-            const auto tree = tessaly::pst::TPffFolderTree::Read(file);
+            const QJsonObject report = tessaly::pst::ReportFile(file, options);
             if (json)
-                trees.append(tree.ToJson());
+                reports.append(report);
             else
-                std::printf("%s\n%s", qUtf8Printable(file), qUtf8Printable(tree.ToText()));
+                std::printf("%s", qUtf8Printable(tessaly::pst::ReportText(report)));
         } catch (const tessaly::core::ETessalyError& e) {
             std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
             result = 1;
         }
     }
-    // One file gives one object, several an array of them.
-    if (json && !trees.isEmpty()) {
-        const QJsonDocument doc = trees.size() == 1 ? QJsonDocument(trees.first().toObject()) : QJsonDocument(trees);
+    if (json && !reports.isEmpty()) {
+        const QJsonDocument doc =
+            reports.size() == 1 ? QJsonDocument(reports.first().toObject()) : QJsonDocument(reports);
         std::printf("%s", doc.toJson(QJsonDocument::Indented).constData());
     }
     return result;

@@ -6,7 +6,7 @@
 #include "core/CrashReporter.h"
 #include "core/HtmlText.h"
 #include "platform/Terminal.h"
-#include "pst/PffFolderTree.h"
+#include "pst/PSTReport.h"
 
 #include <QMessageBox>
 #include <cstdio>
@@ -58,8 +58,7 @@ int PrintFolderTrees(const QStringList& files)
     int result = core::crOK;
     for (const auto& file : files) {
         try {
-            const auto tree = pst::TPffFolderTree::Read(file);
-            std::printf("%s\n%s", qUtf8Printable(file), qUtf8Printable(tree.ToText()));
+            std::printf("%s", qUtf8Printable(pst::ReportText(pst::ReportFile(file, {}))));
         } catch (const core::ETessalyError& e) {
             std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
             result = core::crInvalidSource;

@@ -87,5 +87,7 @@ inline int FreePffFile(libpff_file_t** file, libpff_error_t** error)
 
 using TPffFileHandle = TPffHandle<libpff_file_t, FreePffFile>;
 using TPffItemHandle = TPffHandle<libpff_item_t, libpff_item_free>;
+using TPffRecordSetHandle = TPffHandle<libpff_record_set_t, libpff_record_set_free>;
+using TPffRecordEntryHandle = TPffHandle<libpff_record_entry_t, libpff_record_entry_free>;
 
 } // namespace tessaly::pst

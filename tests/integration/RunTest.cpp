@@ -76,6 +76,7 @@ TEST(Tessaly, HelpAndRelativePstKey)
 
     const TRun run = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), QStringLiteral("sample1.pst")}, TestData(QStringLiteral("pst")));
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-    EXPECT_TRUE(run.out.startsWith(TestData(QStringLiteral("pst/sample1.pst")) + QLatin1Char('\n'))) << run.out.toStdString();
-    EXPECT_TRUE(run.out.contains(QStringLiteral("Sample1 (1)")));
+    EXPECT_TRUE(run.out.startsWith(TestData(QStringLiteral("pst/sample1.pst")) + QStringLiteral(" (PST, 64-bit)\n")))
+        << run.out.toStdString();
+    EXPECT_TRUE(run.out.contains(QStringLiteral("    Sample1 [inbox, IPF.Note] (1)\n")));
 }

@@ -1,0 +1,164 @@
+#include "core/Charset.h"
+
+#include <QHash>
+#include <QStringDecoder>
+#include <unicode/ucnv.h>
+#include <unicode/ucsdet.h>
+
+#include <memory>
+
+namespace tessaly::core {
+
+namespace {
+
+struct TConverterClose {
+    void operator()(UConverter* c) const { ucnv_close(c); }
+};
+using TConverter = std::unique_ptr<UConverter, TConverterClose>;
+
+struct TDetectorClose {
+    void operator()(UCharsetDetector* d) const { ucsdet_close(d); }
+};
+using TDetector = std::unique_ptr<UCharsetDetector, TDetectorClose>;
+
+// Labels that mail programs write but mean something else than ICU takes
+// them for (the choices browsers make).
+QByteArray IcuName(const QString& charset)
+{
+    static const QHash<QString, QByteArray> Overrides = {
+        {QStringLiteral("unicode"), "UTF-16LE"},
+        {QStringLiteral("unicodefffe"), "UTF-16BE"},
+        {QStringLiteral("gb2312"), "GBK"},
+        {QStringLiteral("iso-8859-1"), "windows-1252"},
+        {QStringLiteral("latin1"), "windows-1252"},
+        {QStringLiteral("us-ascii"), "windows-1252"},
+        {QStringLiteral("ascii"), "windows-1252"},
+        {QStringLiteral("ks_c_5601"), "windows-949"},
+    };
+    QString name = charset.trimmed();
+    while (!name.isEmpty() && (name.front() == QLatin1Char('"') || name.front() == QLatin1Char('\'')))
+        name.remove(0, 1);
+    while (!name.isEmpty() && (name.back() == QLatin1Char('"') || name.back() == QLatin1Char('\'')))
+        name.chop(1);
+    const QString key = name.toLower();
+    const auto it = Overrides.constFind(key);
+    return it != Overrides.constEnd() ? it.value() : key.toLatin1();
+}
+
+TConverter OpenConverter(const QString& charset)
+{
+    const QByteArray name = IcuName(charset);
+    if (name.isEmpty())
+        return nullptr;
+    UErrorCode error = U_ZERO_ERROR;
+    TConverter converter(ucnv_open(name.constData(), &error));
+    if (U_FAILURE(error))
+        return nullptr;
+    return converter;
+}
+
+} // namespace
+
+bool IsKnownCharset(const QString& charset)
+{
+    return OpenConverter(charset) != nullptr;
+}
+
+QString DecodeCharset(const QByteArray& bytes, const QString& charset)
+{
+    if (bytes.isEmpty())
+        return {};
+    const TConverter converter = OpenConverter(charset);
+    if (!converter)
+        return QString::fromLatin1(bytes);
+    // Malformed input is substituted with U+FFFD (ICU's default callback).
+    QString text(bytes.size() + 16, Qt::Uninitialized);
+    UErrorCode error = U_ZERO_ERROR;
+    int32_t length = ucnv_toUChars(converter.get(), reinterpret_cast<UChar*>(text.data()), int32_t(text.size()),
+        bytes.constData(), int32_t(bytes.size()), &error);
+    if (error == U_BUFFER_OVERFLOW_ERROR) {
+        text.resize(length + 1);
+        error = U_ZERO_ERROR;
+        ucnv_reset(converter.get());
+        length = ucnv_toUChars(converter.get(), reinterpret_cast<UChar*>(text.data()), int32_t(text.size()),
+            bytes.constData(), int32_t(bytes.size()), &error);
+    }
+    if (U_FAILURE(error))
+        return QString::fromLatin1(bytes);
+    text.truncate(length);
+    return text;
+}
+
+QString CodePageCharset(int codePage)
+{
+    static const QHash<int, QString> Named = {
+        {65001, QStringLiteral("UTF-8")},
+        {65000, QStringLiteral("UTF-7")},
+        {1200, QStringLiteral("UTF-16LE")},
+        {1201, QStringLiteral("UTF-16BE")},
+        {12000, QStringLiteral("UTF-32LE")},
+        {12001, QStringLiteral("UTF-32BE")},
+        {20127, QStringLiteral("US-ASCII")},
+        {20866, QStringLiteral("KOI8-R")},
+        {21866, QStringLiteral("KOI8-U")},
+        {50220, QStringLiteral("ISO-2022-JP")},
+        {50221, QStringLiteral("ISO-2022-JP")},
+        {50222, QStringLiteral("ISO-2022-JP")},
+        {50225, QStringLiteral("ISO-2022-KR")},
+        {51932, QStringLiteral("EUC-JP")},
+        {51936, QStringLiteral("GB2312")},
+        {51949, QStringLiteral("EUC-KR")},
+        {52936, QStringLiteral("HZ-GB-2312")},
+        {54936, QStringLiteral("GB18030")},
+        {10000, QStringLiteral("macintosh")},
+        {932, QStringLiteral("windows-932")},
+        {936, QStringLiteral("windows-936")},
+        {949, QStringLiteral("windows-949")},
+        {950, QStringLiteral("windows-950")},
+    };
+    if (codePage <= 0)
+        return {};
+    if (const auto it = Named.constFind(codePage); it != Named.constEnd())
+        return it.value();
+    if (codePage >= 28591 && codePage <= 28606)
+        return QStringLiteral("ISO-8859-%1").arg(codePage - 28590);
+    if (codePage >= 1250 && codePage <= 1258)
+        return QStringLiteral("windows-%1").arg(codePage);
+    for (const QString& form : {QStringLiteral("windows-%1"), QStringLiteral("cp%1"), QStringLiteral("ibm-%1")}) {
+        const QString name = form.arg(codePage);
+        if (IsKnownCharset(name))
+            return name;
+    }
+    return QStringLiteral("cp%1").arg(codePage);
+}
+
+QString DecodeCodePage(const QByteArray& bytes, int codePage)
+{
+    return DecodeCharset(bytes, CodePageCharset(codePage));
+}
+
+QString DetectCharset(const QByteArray& bytes, bool html)
+{
+    if (bytes.isEmpty())
+        return {};
+    UErrorCode error = U_ZERO_ERROR;
+    TDetector detector(ucsdet_open(&error));
+    if (U_FAILURE(error))
+        return {};
+    ucsdet_enableInputFilter(detector.get(), html);
+    ucsdet_setText(detector.get(), bytes.constData(), int32_t(bytes.size()), &error);
+    const UCharsetMatch* match = ucsdet_detect(detector.get(), &error);
+    if (U_FAILURE(error) || !match)
+        return {};
+    const char* name = ucsdet_getName(match, &error);
+    return U_SUCCESS(error) && name ? QString::fromLatin1(name) : QString();
+}
+
+bool IsValidUtf8(const QByteArray& bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    (void)QString(decoder.decode(bytes));
+    return !decoder.hasError();
+}
+
+} // namespace tessaly::core

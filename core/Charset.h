@@ -1,0 +1,32 @@
+#pragma once
+
+// Conversion of bytes in a named charset or a Windows code page to text, and
+// charset detection. Built on ICU.
+
+#include <QByteArray>
+#include <QString>
+
+namespace tessaly::core {
+
+// Decodes bytes in the charset named as in MIME or HTML ("windows-1252",
+// "cp1252", "ks_c_5601-1987", "iso-2022-jp", ...). Malformed sequences become
+// U+FFFD. An unknown or empty charset takes the bytes as they are: one byte,
+// one character.
+QString DecodeCharset(const QByteArray& bytes, const QString& charset);
+
+// The charset name of a Windows code page number (1252 -> "windows-1252",
+// 65001 -> "UTF-8", 50220 -> "ISO-2022-JP", ...); empty for 0 and negatives.
+QString CodePageCharset(int codePage);
+QString DecodeCodePage(const QByteArray& bytes, int codePage);
+
+// True when the charset is known to the converter.
+bool IsKnownCharset(const QString& charset);
+
+// The charset that the bytes most likely are in, or empty when nothing fits.
+// With html set, markup is left out of the guess.
+QString DetectCharset(const QByteArray& bytes, bool html);
+
+// True when the bytes are well-formed UTF-8.
+bool IsValidUtf8(const QByteArray& bytes);
+
+} // namespace tessaly::core

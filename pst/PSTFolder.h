@@ -1,0 +1,95 @@
+#pragma once
+
+#include "pst/PSTMailItem.h"
+
+#include <vector>
+
+namespace tessaly::pst {
+
+class TPSTMessageStore;
+
+enum TPSTFolderKind { fkInbox, fkSent, fkDrafts, fkTrash, fkOutbox, fkOther };
+
+class TPSTFolder : public TPSTItem {
+public:
+    TPSTFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item);
+    ~TPSTFolder() override;
+
+    virtual QString Name() const;
+    TPSTFolderKind Kind() const { return m_kind; }
+    // The container class (entry 0x3613), "IPF.Note" and the like.
+    QString ContainerClass() const;
+    TPSTMessageStore* Store() const { return m_store; }
+
+    // Sub-folders, read once on first demand.
+    int FolderCount();
+    TPSTFolder* GetFolder(int index) const;
+
+    // Items hold the file's lock while they touch libpff.
+    int ItemCount();
+    // Throws std::out_of_range for an index outside the folder.
+    std::shared_ptr<TPSTDetailItem> GetItem(int index);
+    // Creates every item at once; a failed fetch leaves no slot, so indexes
+    // may shift. The items stay until ClearItems.
+    void PrepareItems();
+    // Lets go of the items; when none is held elsewhere any more, the item
+    // list goes and (with initItem) libpff's cache of the folder with it.
+    // Throws ETessalyError "Can not clear items" when that fails.
+    void ClearItems(bool initItem);
+    // In cached mode the folder keeps every item it hands out.
+    bool Cached() const { return m_cached; }
+    void SetCached(bool cached);
+
+protected:
+    virtual void LoadFolders();
+    virtual std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item);
+
+private:
+    struct TSlot {
+        std::weak_ptr<TPSTDetailItem> weak;
+        std::shared_ptr<TPSTDetailItem> strong;
+    };
+    void Keep(TSlot& slot, const std::shared_ptr<TPSTDetailItem>& item, bool strong);
+
+    TPSTMessageStore* m_store;
+    TPffItemHandle m_srcItem;
+    std::optional<std::vector<TSlot>> m_items;
+    std::optional<std::vector<std::unique_ptr<TPSTFolder>>> m_folders;
+    TPSTFolderKind m_kind = fkOther;
+    bool m_cached = false;
+};
+
+class TPSTMailFolder : public TPSTFolder {
+public:
+    using TPSTFolder::TPSTFolder;
+
+protected:
+    std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item) override;
+};
+
+class TPSTContactFolder : public TPSTFolder {
+public:
+    using TPSTFolder::TPSTFolder;
+
+protected:
+    std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item) override;
+};
+
+class TPSTAppointmentFolder : public TPSTFolder {
+public:
+    using TPSTFolder::TPSTFolder;
+
+protected:
+    std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item) override;
+};
+
+class TPSTRootFolder : public TPSTMailFolder {
+public:
+    TPSTRootFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item);
+    QString Name() const override { return m_name; }
+
+private:
+    QString m_name;
+};
+
+} // namespace tessaly::pst

@@ -1,0 +1,487 @@
+#include "pst/PSTMailItem.h"
+
+#include "core/Charset.h"
+#include "core/Rtf.h"
+#include "pst/PSTFolder.h"
+#include "pst/PffProperty.h"
+
+#include <QBuffer>
+#include <QRegularExpression>
+
+namespace tessaly::pst {
+
+namespace {
+
+constexpr uint32_t TagSubject = 0x0037;
+constexpr uint32_t TagMessageClass = 0x001A;
+constexpr uint32_t TagHeaders = 0x007D;
+constexpr std::array<uint32_t, 4> DateTags = {0x0039, 0x0E06, 0x3007, 0x3008};
+constexpr uint32_t TagSenderName = 0x0C1A;
+constexpr uint32_t TagSenderAddrType = 0x0C1E;
+constexpr uint32_t TagSenderEMail = 0x0C1F;
+constexpr uint32_t TagRecipientType = 0x0C15;
+constexpr uint32_t TagDisplayName = 0x3001;
+constexpr uint32_t TagRecipientDisplayName = 0x5FF6;
+constexpr uint32_t TagAddrType = 0x3002;
+constexpr uint32_t TagEMail = 0x3003;
+constexpr uint32_t TagAppointmentStart = 0x820D;
+constexpr uint32_t TagAppointmentEnd = 0x820E;
+constexpr uint32_t TagLocation = 0x8208;
+constexpr uint32_t TagAttachContentID = 0x3712;
+constexpr uint32_t TagAttachContentLocation = 0x3713;
+constexpr uint32_t TagAttachMimeTag = 0x370E;
+constexpr uint32_t TagAttachSize = 0x0E20;
+constexpr uint32_t TagAttachLongFileName = 0x3707;
+constexpr uint32_t TagAttachFileName = 0x3704;
+constexpr int AttachTypeData = 'd';
+constexpr int AttachTypeItem = 'i';
+constexpr qint64 ContentChunk = 8192;
+constexpr qsizetype HtmlCharsetWindow = 8096;
+constexpr qsizetype SenderBytes = 1023;
+
+// Entries of the contact fields 0..27 (26 is the birthday).
+constexpr std::array<uint32_t, 28> ContactTags = {0x3001, 0x0037, 0x3A05, 0x3A06, 0x3A0A, 0x3A11, 0x3A15, 0x3A16,
+    0x3A17, 0x3A18, 0x3A19, 0x3A02, 0x3A1A, 0x3A09, 0x3A08, 0x3A1B, 0x3A1C, 0x3A24, 0x3A26, 0x3A27, 0x3A45, 0x8083,
+    0x8093, 0x80A3, 0x8062, 0x801B, 0x80DE, 0x802B};
+
+QString TrimControl(const QString& text)
+{
+    qsizetype start = 0;
+    qsizetype end = text.size();
+    while (start < end && text[start].unicode() <= ' ')
+        ++start;
+    while (end > start && text[end - 1].unicode() <= ' ')
+        --end;
+    return text.mid(start, end - start);
+}
+
+// A body as libpff gives it: size, then the bytes with a terminating zero.
+template <class SizeFn, class ReadFn>
+QByteArray ReadBody(libpff_item_t* item, SizeFn sizeFn, ReadFn readFn)
+{
+    size_t size = 0;
+    if (!item || sizeFn(item, &size, nullptr) != 1 || size == 0)
+        return {};
+    QByteArray data(qsizetype(size) + 1, '\0');
+    if (readFn(item, reinterpret_cast<uint8_t*>(data.data()), size_t(data.size()), nullptr) != 1)
+        return {};
+    data.truncate(qsizetype(size));
+    while (!data.isEmpty() && data.back() == '\0')
+        data.chop(1);
+    return data;
+}
+
+// The charset named after "charset=" near the start of an HTML text.
+QString HtmlDeclaredCharset(const QByteArray& html)
+{
+    const QByteArray head = html.left(HtmlCharsetWindow);
+    const qsizetype at = head.toLower().indexOf("charset=");
+    if (at < 0)
+        return {};
+    qsizetype pos = at + 8;
+    if (pos < head.size() && head[pos] == '"')
+        ++pos;
+    const qsizetype start = pos;
+    static const QByteArray Delimiters = QByteArrayLiteral("\"' ;,>/\t\r\n");
+    while (pos < head.size() && !Delimiters.contains(head[pos]))
+        ++pos;
+    return QString::fromLatin1(head.mid(start, pos - start));
+}
+
+QString HeaderCharset(const QString& headers)
+{
+    static const QRegularExpression ContentType(QStringLiteral("^Content-Type: text/html;(.*?)charset=(.*?)$"),
+        QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
+    const auto match = ContentType.match(headers);
+    if (!match.hasMatch())
+        return {};
+    QString charset = match.captured(2).trimmed();
+    charset.remove(QLatin1Char('"'));
+    const qsizetype semicolon = charset.indexOf(QLatin1Char(';'));
+    return semicolon >= 0 ? charset.left(semicolon).trimmed() : charset;
+}
+
+QString CharacterReferences(const QString& text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (c.unicode() <= 127) {
+            out += c;
+            continue;
+        }
+        char32_t code = c.unicode();
+        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+            code = QChar::surrogateToUcs4(c, text[++i]);
+        out += QStringLiteral("&#%1;").arg(uint(code));
+    }
+    return out;
+}
+
+} // namespace
+
+QString DecodeHtmlBody(const QByteArray& html, const QString& headers)
+{
+    if (html.isEmpty())
+        return {};
+    QString charset = HtmlDeclaredCharset(html);
+    if (charset.isEmpty())
+        charset = HeaderCharset(headers);
+    QString text;
+    if (!charset.isEmpty()) {
+        text = core::DecodeCharset(html, charset);
+    } else {
+        const QString detected = core::DetectCharset(html, true);
+        if (detected.isEmpty()) {
+            text = QString::fromLatin1(html); // left as it was
+        } else if (detected.compare(QLatin1String("windows-1252"), Qt::CaseInsensitive) == 0
+            || detected.compare(QLatin1String("ISO-8859-1"), Qt::CaseInsensitive) == 0) {
+            // A Western guess is mostly UTF-8 the detector did not see as
+            // such; bytes that are not UTF-8 stay Western.
+            text = core::IsValidUtf8(html) ? QString::fromUtf8(html) : core::DecodeCharset(html, detected);
+        } else {
+            text = core::DecodeCharset(html, detected);
+        }
+    }
+    return CharacterReferences(text);
+}
+
+QString ReadPlainTextBody(libpff_item_t* item)
+{
+    return QString::fromUtf8(ReadBody(item, libpff_message_get_plain_text_body_size, libpff_message_get_plain_text_body));
+}
+
+// --- TRecipientList ------------------------------------------------------
+
+QString TRecipientList::Join(int maxChars, QString TMailRecipient::*field) const
+{
+    QString text;
+    for (const auto& recipient : m_items) {
+        text += recipient.*field + QLatin1Char(',');
+        if (text.size() > maxChars)
+            break;
+    }
+    text.chop(1);
+    return text;
+}
+
+QString TRecipientList::Caption(int maxChars) const
+{
+    return Join(maxChars, &TMailRecipient::DisplayName);
+}
+
+QString TRecipientList::EMails(int maxChars) const
+{
+    return Join(maxChars, &TMailRecipient::EMail);
+}
+
+// --- TPSTAttachItem and TAttachList -----------------------------------------
+
+TPSTAttachItem::TPSTAttachItem(TPSTFileContextPtr file, TPffItemHandle item, int index)
+    : TPSTItem(std::move(file), std::move(item)), m_index(index)
+{
+    int type = 0;
+    if (libpff_attachment_get_type(Handle(), &type, nullptr) == 1 && type == AttachTypeItem) {
+        TPffItemHandle embedded;
+        if (libpff_attachment_get_item(Handle(), embedded.Out(), nullptr) == 1 && embedded)
+            m_mail = std::make_shared<TPSTAttachMailItem>(FileContext(), std::move(embedded));
+    }
+}
+
+TPSTAttachItem::~TPSTAttachItem() = default;
+
+QString TPSTAttachItem::FileName() const
+{
+    QString name;
+    if (m_mail) {
+        name = ReadString(Handle(), 0, TagDisplayName, ShortStringChars);
+        if (name.isEmpty())
+            name = m_mail->Subject();
+    } else {
+        name = ReadString(Handle(), 0, TagAttachLongFileName, ShortStringChars);
+        if (name.isEmpty())
+            name = ReadString(Handle(), 0, TagAttachFileName, ShortStringChars);
+    }
+    if (name.isEmpty())
+        name = QStringLiteral("attach %1").arg(m_index);
+    return name;
+}
+
+const QByteArray& TPSTAttachItem::ContentBytes() const
+{
+    if (m_content)
+        return *m_content;
+    m_content.emplace();
+    int type = 0;
+    size64_t size = 0;
+    if (m_mail || libpff_attachment_get_type(Handle(), &type, nullptr) != 1 || type != AttachTypeData
+        || libpff_attachment_get_data_size(Handle(), &size, nullptr) != 1 || size == 0
+        || size > size64_t(std::numeric_limits<qsizetype>::max() / 2))
+        return *m_content;
+    if (libpff_attachment_data_seek_offset(Handle(), 0, SEEK_SET, nullptr) != 0)
+        return *m_content;
+    QByteArray& data = *m_content;
+    data.resize(qsizetype(size));
+    qint64 done = 0;
+    while (done < qint64(size)) {
+        const qint64 want = std::min<qint64>(ContentChunk, qint64(size) - done);
+        const ssize_t got = libpff_attachment_data_read_buffer(
+            Handle(), reinterpret_cast<uint8_t*>(data.data()) + done, size_t(want), nullptr);
+        if (got <= 0)
+            break;
+        done += got;
+        if (got < want)
+            break;
+    }
+    // What could not be read stays zero-filled at the reported size.
+    return data;
+}
+
+std::unique_ptr<QIODevice> TPSTAttachItem::Content() const
+{
+    auto buffer = std::make_unique<QBuffer>();
+    buffer->setData(ContentBytes());
+    buffer->open(QIODevice::ReadOnly);
+    return buffer;
+}
+
+void TPSTAttachItem::Clear() const
+{
+    m_content.reset();
+}
+
+QString TPSTAttachItem::ContentID() const
+{
+    return ReadUtf8(Handle(), 0, TagAttachContentID, Utf8Bytes);
+}
+
+QString TPSTAttachItem::ContentType() const
+{
+    return ReadUtf8(Handle(), 0, TagAttachMimeTag, Utf8Bytes);
+}
+
+QString TPSTAttachItem::ContentLocation() const
+{
+    return ReadUtf8(Handle(), 0, TagAttachContentLocation, Utf8Bytes);
+}
+
+qint32 TPSTAttachItem::Size() const
+{
+    return qint32(ReadUInt32(Handle(), 0, TagAttachSize).value_or(0));
+}
+
+int TAttachList::Count() const
+{
+    if (m_count < 0) {
+        int count = 0;
+        if (libpff_message_get_number_of_attachments(m_owner.Handle(), &count, nullptr) != 1 || count < 0)
+            count = 0;
+        m_count = count;
+    }
+    return m_count;
+}
+
+std::shared_ptr<TPSTAttachItem> TAttachList::GetAttach(int index) const
+{
+    if (!m_fetched) {
+        m_fetched = true;
+        const int count = Count();
+        m_items.resize(size_t(count));
+        for (int i = 0; i < count; ++i) {
+            TPffItemHandle attachment;
+            if (libpff_message_get_attachment(m_owner.Handle(), i, attachment.Out(), nullptr) == 1 && attachment)
+                m_items[size_t(i)] = std::make_shared<TPSTAttachItem>(m_owner.FileContext(), std::move(attachment), i);
+        }
+    }
+    if (index < 0 || index >= int(m_items.size()))
+        return nullptr;
+    return m_items[size_t(index)];
+}
+
+// --- TPSTDetailItem ---------------------------------------------------------
+
+TPSTDetailItem::TPSTDetailItem(TPSTFolder* owner, int index, TPSTFileContextPtr file, TPffItemHandle item)
+    : TPSTItem(std::move(file), std::move(item)), m_owner(owner), m_index(index)
+{
+}
+
+TPSTDetailItem::~TPSTDetailItem() = default;
+
+bool TPSTDetailItem::HasAttachments() const
+{
+    if (!m_hasAttachments)
+        m_hasAttachments = Attaches().Count() > 0;
+    return *m_hasAttachments;
+}
+
+TAttachList& TPSTDetailItem::Attaches() const
+{
+    if (!m_attaches)
+        m_attaches = std::make_unique<TAttachList>(*this);
+    return *m_attaches;
+}
+
+int TPSTDetailItem::ItemType() const
+{
+    uint8_t type = 0;
+    if (libpff_item_get_type(Handle(), &type, nullptr) != 1)
+        return -1;
+    return type;
+}
+
+// --- TPSTMailItem -------------------------------------------------------------
+
+QString TPSTMailItem::Subject() const
+{
+    if (!m_subject)
+        m_subject = TrimControl(ReadString(Handle(), 0, TagSubject, ShortStringChars));
+    return *m_subject;
+}
+
+QString TPSTMailItem::MessageClass() const
+{
+    return ReadString(Handle(), 0, TagMessageClass, ShortStringChars);
+}
+
+QString TPSTMailItem::Headers() const
+{
+    if (!m_headers)
+        m_headers = ReadUtf8(Handle(), 0, TagHeaders, Utf8Bytes);
+    return *m_headers;
+}
+
+core::TDateTime TPSTMailItem::Date(TPSTDateKind kind) const
+{
+    if (!m_dates) {
+        std::array<core::TDateTime, 4> dates {};
+        for (size_t i = 0; i < dates.size(); ++i)
+            dates[i] = ReadLocalDate(Handle(), 0, DateTags[i]);
+        m_dates = dates;
+    }
+    return (*m_dates)[size_t(kind)];
+}
+
+const TPSTSender& TPSTMailItem::Sender() const
+{
+    if (!m_sender) {
+        TPSTSender sender;
+        sender.Name = ReadUtf8(Handle(), 0, TagSenderName, SenderBytes);
+        sender.AddrType = ReadString(Handle(), 0, TagSenderAddrType, ShortStringChars);
+        sender.EMail = ReadUtf8(Handle(), 0, TagSenderEMail, SenderBytes);
+        sender.Caption = sender.Name;
+        // Only an internet address is worth showing; an Exchange sender is
+        // shown by name until resolved.
+        if (sender.AddrType == QLatin1String("SMTP") && !sender.EMail.isEmpty()) {
+            if (sender.Caption.isEmpty())
+                sender.Caption = sender.EMail;
+            else
+                sender.Caption += QStringLiteral(" <%1>").arg(sender.EMail);
+        }
+        m_sender = sender;
+    }
+    return *m_sender;
+}
+
+void TPSTMailItem::FillRecipients() const
+{
+    if (m_recipients)
+        return;
+    m_recipients.emplace();
+    TPffItemHandle recipients;
+    if (libpff_message_get_recipients(Handle(), recipients.Out(), nullptr) != 1 || !recipients)
+        return;
+    int sets = 0;
+    if (libpff_item_get_number_of_record_sets(recipients.Get(), &sets, nullptr) != 1)
+        return;
+    for (int set = 0; set < sets; ++set) {
+        const auto type = ReadUInt32(recipients.Get(), set, TagRecipientType);
+        if (!type)
+            continue;
+        TMailRecipient recipient;
+        recipient.Type = *type;
+        recipient.DisplayName = ReadString(recipients.Get(), set, TagDisplayName, ShortStringChars);
+        recipient.RecipientDisplayName = ReadString(recipients.Get(), set, TagRecipientDisplayName, ShortStringChars);
+        recipient.AddrType = ReadString(recipients.Get(), set, TagAddrType, ShortStringChars);
+        recipient.EMail = ReadString(recipients.Get(), set, TagEMail, ShortStringChars);
+        const size_t list = *type <= 3 ? size_t(*type) : size_t(rlOther);
+        (*m_recipients)[list].Add(std::move(recipient));
+    }
+}
+
+const TRecipientList& TPSTMailItem::Recipients(int list) const
+{
+    FillRecipients();
+    return (*m_recipients)[size_t(std::clamp(list, 0, 4))];
+}
+
+const TMailBody& TPSTMailItem::Body() const
+{
+    if (m_body)
+        return *m_body;
+    TMailBody body;
+    body.Text = ReadPlainTextBody(Handle());
+    const QByteArray html = ReadBody(Handle(), libpff_message_get_html_body_size, libpff_message_get_html_body);
+    body.HTML = DecodeHtmlBody(html, Headers());
+    body.RTF = ReadBody(Handle(), libpff_message_get_rtf_body_size, libpff_message_get_rtf_body);
+    if (body.HTML.isEmpty() && !body.RTF.isEmpty()) {
+        if (auto fromRtf = core::RtfToHtml(body.RTF))
+            body.HTML = *fromRtf;
+    }
+    m_body = std::move(body);
+    return *m_body;
+}
+
+void TPSTMailItem::ResolveFields() const
+{
+    (void)HasAttachments();
+    (void)Sender();
+    FillRecipients();
+    (void)Date(pdSubmit);
+}
+
+// --- TPSTMeetingItem ----------------------------------------------------------
+
+core::TDateTime TPSTMeetingItem::AppoitmentStart() const
+{
+    return ReadLocalDate(Handle(), 0, TagAppointmentStart);
+}
+
+core::TDateTime TPSTMeetingItem::AppoitmentEnd() const
+{
+    return ReadLocalDate(Handle(), 0, TagAppointmentEnd);
+}
+
+QString TPSTMeetingItem::Location() const
+{
+    return ReadString(Handle(), 0, TagLocation, ShortStringChars);
+}
+
+// --- TPSTContactItem ----------------------------------------------------------
+
+QVariant TPSTContactItem::Field(int kind) const
+{
+    if (kind < 0 || kind >= cfCount)
+        return {};
+    if (kind == cfBirthday) {
+        const core::TDateTime date = ReadLocalDate(Handle(), 0, ContactTags[cfBirthday]);
+        return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();
+    }
+    if (kind == cfNotes) {
+        const QString notes = ReadPlainTextBody(Handle());
+        return notes.isEmpty() ? QVariant() : QVariant(notes);
+    }
+    if (kind == cfPicture) {
+        const TAttachList& attaches = Attaches();
+        for (int i = 0; i < attaches.Count(); ++i) {
+            const auto attach = attaches.GetAttach(i);
+            if (attach && attach->FileName().compare(QLatin1String("ContactPicture.jpg"), Qt::CaseInsensitive) == 0)
+                return attach->ContentBytes();
+        }
+        return {};
+    }
+    const QString value = ReadString(Handle(), 0, ContactTags[size_t(kind)], ShortStringChars);
+    return value.isEmpty() ? QVariant() : QVariant(value);
+}
+
+} // namespace tessaly::pst

@@ -1,0 +1,196 @@
+#pragma once
+
+#include "core/DateTime.h"
+#include "pst/PSTItem.h"
+
+#include <QByteArray>
+#include <QIODevice>
+#include <QVariant>
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace tessaly::pst {
+
+class TPSTFolder;
+class TPSTAttachMailItem;
+
+// One recipient as the file holds it.
+struct TMailRecipient {
+    QString DisplayName;
+    QString RecipientDisplayName;
+    QString AddrType;
+    QString EMail;
+    uint32_t Type = 0; // 0 originator, 1 To, 2 Cc, 3 Bcc, other values as found
+};
+
+class TRecipientList {
+public:
+    int Count() const { return int(m_items.size()); }
+    const TMailRecipient& GetItem(int index) const { return m_items.at(size_t(index)); }
+    void Add(TMailRecipient recipient) { m_items.push_back(std::move(recipient)); }
+    // The display names (the addresses) each followed by ",", stopping after
+    // the first one that makes the text longer than maxChars; the last
+    // character is then removed.
+    QString Caption(int maxChars) const;
+    QString EMails(int maxChars) const;
+
+private:
+    QString Join(int maxChars, QString TMailRecipient::*field) const;
+    std::vector<TMailRecipient> m_items;
+};
+
+// Indexes of the five recipient lists.
+enum TRecipientListIndex { rlOriginator = 0, rlTo = 1, rlCC = 2, rlBCC = 3, rlOther = 4 };
+
+struct TPSTSender {
+    QString Caption;
+    QString Name;
+    QString AddrType;
+    QString EMail;
+};
+
+struct TMailBody {
+    QString Text;
+    QString HTML;
+    QByteArray RTF; // decompressed RTF
+};
+
+// Indexes of the date record.
+enum TPSTDateKind { pdSubmit = 0, pdDelivery = 1, pdCreation = 2, pdModification = 3 };
+
+// An attachment of an item.
+class TPSTAttachItem : public TPSTItem {
+public:
+    TPSTAttachItem(TPSTFileContextPtr file, TPffItemHandle item, int index);
+    ~TPSTAttachItem() override;
+
+    int Index() const { return m_index; }
+    QString FileName() const;
+    // The data, open for reading at position 0; empty for an attached message.
+    std::unique_ptr<QIODevice> Content() const;
+    const QByteArray& ContentBytes() const;
+    QString ContentID() const;
+    QString ContentType() const;
+    QString ContentLocation() const;
+    // The size the file records for the attachment (entry 0x0E20).
+    qint32 Size() const;
+    // Drops the content read so far; it is read again when asked.
+    void Clear() const;
+    // The attached message, or null.
+    std::shared_ptr<TPSTAttachMailItem> AsMailItem() const { return m_mail; }
+
+private:
+    int m_index;
+    std::shared_ptr<TPSTAttachMailItem> m_mail;
+    mutable std::optional<QByteArray> m_content;
+};
+
+class TAttachList {
+public:
+    explicit TAttachList(const TPSTItem& owner) : m_owner(owner) {}
+    int Count() const;
+    std::shared_ptr<TPSTAttachItem> GetAttach(int index) const;
+
+private:
+    const TPSTItem& m_owner;
+    mutable int m_count = -1;
+    mutable std::vector<std::shared_ptr<TPSTAttachItem>> m_items;
+    mutable bool m_fetched = false;
+};
+
+// An item of a folder: a message, meeting or contact. Items a folder hands
+// out live while somebody holds them, or while the folder is in cached mode.
+class TPSTDetailItem : public TPSTItem, public std::enable_shared_from_this<TPSTDetailItem> {
+public:
+    TPSTDetailItem(TPSTFolder* owner, int index, TPSTFileContextPtr file, TPffItemHandle item);
+    ~TPSTDetailItem() override;
+
+    // The folder the item came from; null for an attached message, or once
+    // the folder is gone.
+    TPSTFolder* Owner() const { return m_owner; }
+    int Index() const { return m_index; }
+    bool HasAttachments() const;
+    TAttachList& Attaches() const;
+    // The libpff item type (15 for a meeting request); -1 when unreadable.
+    int ItemType() const;
+
+private:
+    friend class TPSTFolder;
+    TPSTFolder* m_owner;
+    int m_index;
+    mutable std::optional<bool> m_hasAttachments;
+    mutable std::unique_ptr<TAttachList> m_attaches;
+};
+
+class TPSTMailItem : public TPSTDetailItem {
+public:
+    using TPSTDetailItem::TPSTDetailItem;
+
+    QString Subject() const;
+    QString Headers() const;
+    // Local date-time, 0 when the message does not hold it.
+    core::TDateTime Date(TPSTDateKind kind) const;
+    const TPSTSender& Sender() const;
+    const TRecipientList& Recipients(int list) const;
+    const TMailBody& Body() const;
+    // The message class (entry 0x001A), "IPM.Note" and the like.
+    QString MessageClass() const;
+
+    bool RecipientsResolved() const { return m_recipients.has_value(); }
+    void FillRecipients() const;
+    // Reads everything but the bodies and attachment contents, so that the
+    // item can be shown without further file access.
+    void ResolveFields() const;
+
+private:
+    mutable std::optional<QString> m_subject;
+    mutable std::optional<QString> m_headers;
+    mutable std::optional<std::array<core::TDateTime, 4>> m_dates;
+    mutable std::optional<TPSTSender> m_sender;
+    mutable std::optional<std::array<TRecipientList, 5>> m_recipients;
+    mutable std::optional<TMailBody> m_body;
+};
+
+class TPSTMeetingItem : public TPSTMailItem {
+public:
+    using TPSTMailItem::TPSTMailItem;
+    core::TDateTime AppoitmentStart() const;
+    core::TDateTime AppoitmentEnd() const;
+    QString Location() const;
+};
+
+// A message stored inside an attachment; owned by that attachment.
+class TPSTAttachMailItem : public TPSTMailItem {
+public:
+    TPSTAttachMailItem(TPSTFileContextPtr file, TPffItemHandle item)
+        : TPSTMailItem(nullptr, -1, std::move(file), std::move(item))
+    {
+    }
+};
+
+// Contact fields by number.
+enum TContactField {
+    cfDisplayName, cfSubject, cfGeneration, cfGivenName, cfInitials, cfSurname, cfPostalAddress, cfCompanyName,
+    cfJobTitle, cfDepartment, cfOfficeLocation, cfCallbackPhone, cfPrimaryPhone, cfHomePhone, cfBusinessPhone,
+    cfBusiness2Phone, cfMobilePhone, cfBusinessFax, cfCountry, cfLocality, cfDisplayNamePrefix, cfEmail1,
+    cfEmail2, cfEmail3, cfInstantMessaging, cfBusinessAddress, cfBirthday, cfWebPage, cfNotes, cfPicture,
+    cfCount
+};
+
+class TPSTContactItem : public TPSTDetailItem {
+public:
+    using TPSTDetailItem::TPSTDetailItem;
+    // Strings for the text fields, a QDateTime for the birthday, the text of
+    // the notes and the bytes of the picture; an invalid QVariant when absent.
+    QVariant Field(int kind) const;
+};
+
+// Helpers shared with the folder code.
+QString ReadPlainTextBody(libpff_item_t* item);
+// The HTML bytes of a body as text, in the charset they declare (or the
+// headers declare, or that they look like), with every character above 127
+// as a numeric character reference.
+QString DecodeHtmlBody(const QByteArray& html, const QString& headers);
+
+} // namespace tessaly::pst

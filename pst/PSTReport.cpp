@@ -1,0 +1,187 @@
+#include "pst/PSTReport.h"
+
+#include "core/Exceptions.h"
+#include "pst/PSTFile.h"
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <climits>
+
+namespace tessaly::pst {
+
+namespace {
+
+const char* KindName(TPSTFolderKind kind)
+{
+    static const char* const Names[] = {"inbox", "sent", "drafts", "trash", "outbox", "other"};
+    return Names[kind];
+}
+
+const char* FolderType(const TPSTFolder& folder)
+{
+    if (dynamic_cast<const TPSTContactFolder*>(&folder))
+        return "contact";
+    if (dynamic_cast<const TPSTAppointmentFolder*>(&folder))
+        return "appointment";
+    return "mail";
+}
+
+QJsonValue IsoDate(core::TDateTime date)
+{
+    if (date <= 0)
+        return QJsonValue::Null;
+    return core::DateTimeToQDateTime(date).toUTC().toString(Qt::ISODate);
+}
+
+QJsonArray Attachments(const TPSTDetailItem& item)
+{
+    QJsonArray list;
+    const TAttachList& attaches = item.Attaches();
+    for (int i = 0; i < attaches.Count(); ++i) {
+        const auto attach = attaches.GetAttach(i);
+        if (!attach)
+            continue;
+        QJsonObject entry{{QStringLiteral("name"), attach->FileName()}, {QStringLiteral("size"), attach->Size()},
+            {QStringLiteral("content"), qint64(attach->ContentBytes().size())}};
+        if (attach->AsMailItem())
+            entry[QStringLiteral("message")] = attach->AsMailItem()->Subject();
+        list.append(entry);
+    }
+    return list;
+}
+
+QJsonObject MailReport(const TPSTMailItem& mail)
+{
+    const TMailBody& body = mail.Body();
+    QJsonObject object{
+        {QStringLiteral("class"), dynamic_cast<const TPSTMeetingItem*>(&mail) ? "meeting" : "mail"},
+        {QStringLiteral("messageClass"), mail.MessageClass()},
+        {QStringLiteral("subject"), mail.Subject()},
+        {QStringLiteral("sender"), mail.Sender().Caption},
+        {QStringLiteral("to"), mail.Recipients(rlTo).Caption(INT_MAX)},
+        {QStringLiteral("cc"), mail.Recipients(rlCC).Caption(INT_MAX)},
+        {QStringLiteral("bcc"), mail.Recipients(rlBCC).Caption(INT_MAX)},
+        {QStringLiteral("dates"),
+            QJsonObject{{QStringLiteral("submit"), IsoDate(mail.Date(pdSubmit))},
+                {QStringLiteral("delivery"), IsoDate(mail.Date(pdDelivery))},
+                {QStringLiteral("creation"), IsoDate(mail.Date(pdCreation))},
+                {QStringLiteral("modification"), IsoDate(mail.Date(pdModification))}}},
+        {QStringLiteral("attachments"), Attachments(mail)},
+        {QStringLiteral("bodies"),
+            QJsonObject{{QStringLiteral("text"), qint64(body.Text.size())},
+                {QStringLiteral("html"), qint64(body.HTML.size())}, {QStringLiteral("rtf"), qint64(body.RTF.size())}}},
+    };
+    if (const auto* meeting = dynamic_cast<const TPSTMeetingItem*>(&mail)) {
+        object[QStringLiteral("start")] = IsoDate(meeting->AppoitmentStart());
+        object[QStringLiteral("end")] = IsoDate(meeting->AppoitmentEnd());
+        object[QStringLiteral("location")] = meeting->Location();
+    }
+    return object;
+}
+
+QJsonObject ContactReport(const TPSTContactItem& contact)
+{
+    auto text = [&contact](int field) { return contact.Field(field).toString(); };
+    return QJsonObject{
+        {QStringLiteral("class"), "contact"},
+        {QStringLiteral("subject"), text(cfSubject)},
+        {QStringLiteral("name"), text(cfDisplayName)},
+        {QStringLiteral("company"), text(cfCompanyName)},
+        {QStringLiteral("email"), text(cfEmail1)},
+        {QStringLiteral("mobile"), text(cfMobilePhone)},
+        {QStringLiteral("attachments"), Attachments(contact)},
+        {QStringLiteral("bodies"), QJsonObject{{QStringLiteral("text"), qint64(text(cfNotes).size())}}},
+    };
+}
+
+QJsonObject FolderReport(TPSTFolder& folder, const TReportOptions& options)
+{
+    QJsonObject object{
+        {QStringLiteral("name"), folder.Name()},
+        {QStringLiteral("kind"), KindName(folder.Kind())},
+        {QStringLiteral("type"), FolderType(folder)},
+        {QStringLiteral("class"), folder.ContainerClass()},
+        {QStringLiteral("items"), folder.ItemCount()},
+    };
+    if (options.Messages) {
+        QJsonArray messages;
+        const int count = folder.ItemCount();
+        for (int i = 0; i < count; ++i) {
+            const auto item = folder.GetItem(i);
+            if (const auto* mail = dynamic_cast<const TPSTMailItem*>(item.get()))
+                messages.append(MailReport(*mail));
+            else if (const auto* contact = dynamic_cast<const TPSTContactItem*>(item.get()))
+                messages.append(ContactReport(*contact));
+            else
+                messages.append(QJsonObject{{QStringLiteral("class"), "unreadable"}});
+        }
+        object[QStringLiteral("messages")] = messages;
+    }
+    QJsonArray folders;
+    const int count = folder.FolderCount();
+    for (int i = 0; i < count; ++i)
+        folders.append(FolderReport(*folder.GetFolder(i), options));
+    object[QStringLiteral("folders")] = folders;
+    return object;
+}
+
+void AppendFolderText(const QJsonObject& folder, int level, QString& text)
+{
+    const QString indent(level * 2, QLatin1Char(' '));
+    const QString name = folder[QStringLiteral("name")].toString();
+    text += indent + (name.isEmpty() ? QStringLiteral("(root)") : name)
+        + QStringLiteral(" [%1").arg(folder[QStringLiteral("kind")].toString());
+    if (!folder[QStringLiteral("class")].toString().isEmpty())
+        text += QStringLiteral(", ") + folder[QStringLiteral("class")].toString();
+    text += QStringLiteral("] (%1)\n").arg(folder[QStringLiteral("items")].toInt());
+    for (const auto& value : folder[QStringLiteral("messages")].toArray()) {
+        const QJsonObject m = value.toObject();
+        text += indent + QStringLiteral("  - %1: %2").arg(m[QStringLiteral("class")].toString(),
+                                                            m[QStringLiteral("subject")].toString());
+        if (!m[QStringLiteral("sender")].toString().isEmpty())
+            text += QStringLiteral(" | from %1").arg(m[QStringLiteral("sender")].toString());
+        const auto attachments = m[QStringLiteral("attachments")].toArray();
+        if (!attachments.isEmpty())
+            text += QStringLiteral(" | %1 attachment(s)").arg(attachments.size());
+        text += QLatin1Char('\n');
+    }
+    for (const auto& child : folder[QStringLiteral("folders")].toArray())
+        AppendFolderText(child.toObject(), level + 1, text);
+}
+
+} // namespace
+
+QJsonObject ReportFile(TPSTFile& file, const TReportOptions& options)
+{
+    if (!file.IsOpen())
+        throw core::ETessalyError(
+            QStringLiteral("Can not open %1: it is not an Outlook data file, or it is damaged").arg(file.FileName()));
+    TPSTRootFolder* root = file.RootFolder();
+    if (!root)
+        throw core::ETessalyError(QStringLiteral("Can not read the folders of %1").arg(file.FileName()));
+    return QJsonObject{
+        {QStringLiteral("file"), file.FileName()},
+        {QStringLiteral("format"), file.IsOST() ? "OST" : "PST"},
+        {QStringLiteral("bits"), file.Is64Bit() ? 64 : 32},
+        {QStringLiteral("root"), FolderReport(*root, options)},
+    };
+}
+
+QJsonObject ReportFile(const QString& fileName, const TReportOptions& options)
+{
+    if (!QFileInfo(fileName).isFile())
+        throw core::ETessalyError(QStringLiteral("File not found: %1").arg(fileName));
+    TPSTFile file(fileName);
+    return ReportFile(file, options);
+}
+
+QString ReportText(const QJsonObject& report)
+{
+    QString text = QStringLiteral("%1 (%2, %3-bit)\n")
+                       .arg(report[QStringLiteral("file")].toString(), report[QStringLiteral("format")].toString())
+                       .arg(report[QStringLiteral("bits")].toInt());
+    AppendFolderText(report[QStringLiteral("root")].toObject(), 0, text);
+    return text;
+}
+
+} // namespace tessaly::pst
