@@ -4,7 +4,15 @@ namespace tessaly::pst {
 
 TPSTItem::TPSTItem(TPSTFileContextPtr file, TPffItemHandle item) : m_file(std::move(file)), m_item(std::move(item)) {}
 
-TPSTItem::~TPSTItem() = default;
+// Freeing touches the file's shared caches: done under the file's lock, as
+// lookups are.
+TPSTItem::~TPSTItem()
+{
+    if (m_file) {
+        std::lock_guard lock(m_file->Lock);
+        m_item.Reset();
+    }
+}
 
 uint32_t TPSTItem::ID() const
 {

@@ -191,21 +191,24 @@ TPSTAttachItem::TPSTAttachItem(TPSTFileContextPtr file, TPffItemHandle item, int
 
 TPSTAttachItem::~TPSTAttachItem() = default;
 
-QString TPSTAttachItem::FileName() const
+QString AttachFileName(bool isMessage, const QString& displayName, const QString& subject, const QString& longName,
+    const QString& shortName, int index)
 {
     QString name;
-    if (m_mail) {
-        name = ReadString(Handle(), 0, TagDisplayName, ShortStringChars);
-        if (name.isEmpty())
-            name = m_mail->Subject();
-    } else {
-        name = ReadString(Handle(), 0, TagAttachLongFileName, ShortStringChars);
-        if (name.isEmpty())
-            name = ReadString(Handle(), 0, TagAttachFileName, ShortStringChars);
-    }
-    if (name.isEmpty())
-        name = QStringLiteral("attach %1").arg(m_index);
-    return name;
+    if (isMessage)
+        name = !displayName.isEmpty() ? displayName : subject;
+    else
+        name = !longName.isEmpty() ? longName : shortName;
+    return name.isEmpty() ? QStringLiteral("attach %1").arg(index) : name;
+}
+
+QString TPSTAttachItem::FileName() const
+{
+    if (m_mail)
+        return AttachFileName(true, ReadString(Handle(), 0, TagDisplayName, ShortStringChars), m_mail->Subject(), {}, {},
+            m_index);
+    return AttachFileName(false, {}, {}, ReadString(Handle(), 0, TagAttachLongFileName, ShortStringChars),
+        ReadString(Handle(), 0, TagAttachFileName, ShortStringChars), m_index);
 }
 
 const QByteArray& TPSTAttachItem::ContentBytes() const

@@ -186,6 +186,12 @@ public:
     QVariant Field(int kind) const;
 };
 
+// The file name of an attachment: for an attached message its display name
+// or else its subject, otherwise the long or else the short file name; when
+// all are empty, "attach " and the attachment's position.
+QString AttachFileName(bool isMessage, const QString& displayName, const QString& subject, const QString& longName,
+    const QString& shortName, int index);
+
 // Helpers shared with the folder code.
 QString ReadPlainTextBody(libpff_item_t* item);
 // The HTML bytes of a body as text, in the charset they declare (or the

@@ -33,7 +33,12 @@ QJsonValue IsoDate(core::TDateTime date)
     return core::DateTimeToQDateTime(date).toUTC().toString(Qt::ISODate);
 }
 
-QJsonArray Attachments(const TPSTDetailItem& item)
+QJsonObject MailReport(const TPSTMailItem& mail, int depth);
+
+// Attached messages are reported in full, to this depth.
+constexpr int MaxEmbeddingDepth = 8;
+
+QJsonArray Attachments(const TPSTDetailItem& item, int depth)
 {
     QJsonArray list;
     const TAttachList& attaches = item.Attaches();
@@ -42,15 +47,17 @@ QJsonArray Attachments(const TPSTDetailItem& item)
         if (!attach)
             continue;
         QJsonObject entry{{QStringLiteral("name"), attach->FileName()}, {QStringLiteral("size"), attach->Size()},
-            {QStringLiteral("content"), qint64(attach->ContentBytes().size())}};
-        if (attach->AsMailItem())
-            entry[QStringLiteral("message")] = attach->AsMailItem()->Subject();
+            {QStringLiteral("content"), qint64(attach->ContentBytes().size())},
+            {QStringLiteral("contentType"), attach->ContentType()}, {QStringLiteral("contentId"), attach->ContentID()},
+            {QStringLiteral("contentLocation"), attach->ContentLocation()}};
+        if (const auto embedded = attach->AsMailItem(); embedded && depth < MaxEmbeddingDepth)
+            entry[QStringLiteral("message")] = MailReport(*embedded, depth + 1);
         list.append(entry);
     }
     return list;
 }
 
-QJsonObject MailReport(const TPSTMailItem& mail)
+QJsonObject MailReport(const TPSTMailItem& mail, int depth)
 {
     const TMailBody& body = mail.Body();
     QJsonObject object{
@@ -66,7 +73,8 @@ QJsonObject MailReport(const TPSTMailItem& mail)
                 {QStringLiteral("delivery"), IsoDate(mail.Date(pdDelivery))},
                 {QStringLiteral("creation"), IsoDate(mail.Date(pdCreation))},
                 {QStringLiteral("modification"), IsoDate(mail.Date(pdModification))}}},
-        {QStringLiteral("attachments"), Attachments(mail)},
+        {QStringLiteral("attachments"), Attachments(mail, depth)},
+        {QStringLiteral("headers"), qint64(mail.Headers().size())},
         {QStringLiteral("bodies"),
             QJsonObject{{QStringLiteral("text"), qint64(body.Text.size())},
                 {QStringLiteral("html"), qint64(body.HTML.size())}, {QStringLiteral("rtf"), qint64(body.RTF.size())}}},
@@ -81,16 +89,25 @@ QJsonObject MailReport(const TPSTMailItem& mail)
 
 QJsonObject ContactReport(const TPSTContactItem& contact)
 {
-    auto text = [&contact](int field) { return contact.Field(field).toString(); };
+    // Every field by number; the birthday as a date, the picture by its size.
+    QJsonArray fields;
+    for (int field = 0; field < cfCount; ++field) {
+        const QVariant value = contact.Field(field);
+        if (!value.isValid())
+            fields.append(QJsonValue::Null);
+        else if (field == cfBirthday)
+            fields.append(value.toDateTime().toUTC().toString(Qt::ISODate));
+        else if (field == cfPicture)
+            fields.append(qint64(value.toByteArray().size()));
+        else
+            fields.append(value.toString());
+    }
     return QJsonObject{
         {QStringLiteral("class"), "contact"},
-        {QStringLiteral("subject"), text(cfSubject)},
-        {QStringLiteral("name"), text(cfDisplayName)},
-        {QStringLiteral("company"), text(cfCompanyName)},
-        {QStringLiteral("email"), text(cfEmail1)},
-        {QStringLiteral("mobile"), text(cfMobilePhone)},
-        {QStringLiteral("attachments"), Attachments(contact)},
-        {QStringLiteral("bodies"), QJsonObject{{QStringLiteral("text"), qint64(text(cfNotes).size())}}},
+        {QStringLiteral("subject"), contact.Field(cfSubject).toString()},
+        {QStringLiteral("name"), contact.Field(cfDisplayName).toString()},
+        {QStringLiteral("fields"), fields},
+        {QStringLiteral("attachments"), Attachments(contact, 0)},
     };
 }
 
@@ -109,7 +126,7 @@ QJsonObject FolderReport(TPSTFolder& folder, const TReportOptions& options)
         for (int i = 0; i < count; ++i) {
             const auto item = folder.GetItem(i);
             if (const auto* mail = dynamic_cast<const TPSTMailItem*>(item.get()))
-                messages.append(MailReport(*mail));
+                messages.append(MailReport(*mail, 0));
             else if (const auto* contact = dynamic_cast<const TPSTContactItem*>(item.get()))
                 messages.append(ContactReport(*contact));
             else
