@@ -1,6 +1,7 @@
 #include "pst/PSTFile.h"
 #include "pst/PSTReport.h"
 
+#include "PSTTestUtil.h"
 #include "TestUtil.h"
 #include "core/Exceptions.h"
 #include "platform/CodePage.h"
@@ -11,6 +12,7 @@
 #include <thread>
 
 using namespace tessaly::pst;
+using tessaly::test::FindFolder;
 using tessaly::test::TestData;
 
 namespace {
@@ -24,15 +26,6 @@ QString Tree(const QString& file)
     return text.mid(text.indexOf(QLatin1Char('\n')) + 1);
 }
 
-TPSTFolder* FindFolder(TPSTFolder* folder, const QString& name)
-{
-    if (folder->Name() == name)
-        return folder;
-    for (int i = 0; i < folder->FolderCount(); ++i)
-        if (auto* found = FindFolder(folder->GetFolder(i), name))
-            return found;
-    return nullptr;
-}
 
 } // namespace
 

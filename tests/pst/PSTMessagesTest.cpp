@@ -1,6 +1,7 @@
 #include "pst/PSTFile.h"
 #include "pst/PffProperty.h"
 
+#include "PSTTestUtil.h"
 #include "TestUtil.h"
 #include "core/Rtf.h"
 
@@ -9,19 +10,11 @@
 
 using namespace tessaly::pst;
 using tessaly::core::DateTimeToQDateTime;
+using tessaly::test::FindFolder;
 using tessaly::test::TestData;
 
 namespace {
 
-TPSTFolder* FindFolder(TPSTFolder* folder, const QString& name)
-{
-    if (folder->Name() == name)
-        return folder;
-    for (int i = 0; i < folder->FolderCount(); ++i)
-        if (auto* found = FindFolder(folder->GetFolder(i), name))
-            return found;
-    return nullptr;
-}
 
 QString Utc(tessaly::core::TDateTime date)
 {
