@@ -202,13 +202,28 @@ QString AttachFileName(bool isMessage, const QString& displayName, const QString
     return name.isEmpty() ? QStringLiteral("attach %1").arg(index) : name;
 }
 
+const TPSTAttachItem::TFields& TPSTAttachItem::Fields() const
+{
+    if (m_fields)
+        return *m_fields;
+    TFields fields;
+    if (m_mail)
+        fields.fileName = AttachFileName(
+            true, ReadString(Handle(), 0, TagDisplayName, ShortStringChars), m_mail->Subject(), {}, {}, m_index);
+    else
+        fields.fileName = AttachFileName(false, {}, {}, ReadString(Handle(), 0, TagAttachLongFileName, ShortStringChars),
+            ReadString(Handle(), 0, TagAttachFileName, ShortStringChars), m_index);
+    fields.contentID = ReadUtf8(Handle(), 0, TagAttachContentID, Utf8Bytes);
+    fields.contentType = ReadUtf8(Handle(), 0, TagAttachMimeTag, Utf8Bytes);
+    fields.contentLocation = ReadUtf8(Handle(), 0, TagAttachContentLocation, Utf8Bytes);
+    fields.size = qint32(ReadUInt32(Handle(), 0, TagAttachSize).value_or(0));
+    m_fields = std::move(fields);
+    return *m_fields;
+}
+
 QString TPSTAttachItem::FileName() const
 {
-    if (m_mail)
-        return AttachFileName(true, ReadString(Handle(), 0, TagDisplayName, ShortStringChars), m_mail->Subject(), {}, {},
-            m_index);
-    return AttachFileName(false, {}, {}, ReadString(Handle(), 0, TagAttachLongFileName, ShortStringChars),
-        ReadString(Handle(), 0, TagAttachFileName, ShortStringChars), m_index);
+    return Fields().fileName;
 }
 
 const QByteArray& TPSTAttachItem::ContentBytes() const
@@ -256,22 +271,22 @@ void TPSTAttachItem::Clear() const
 
 QString TPSTAttachItem::ContentID() const
 {
-    return ReadUtf8(Handle(), 0, TagAttachContentID, Utf8Bytes);
+    return Fields().contentID;
 }
 
 QString TPSTAttachItem::ContentType() const
 {
-    return ReadUtf8(Handle(), 0, TagAttachMimeTag, Utf8Bytes);
+    return Fields().contentType;
 }
 
 QString TPSTAttachItem::ContentLocation() const
 {
-    return ReadUtf8(Handle(), 0, TagAttachContentLocation, Utf8Bytes);
+    return Fields().contentLocation;
 }
 
 qint32 TPSTAttachItem::Size() const
 {
-    return qint32(ReadUInt32(Handle(), 0, TagAttachSize).value_or(0));
+    return Fields().size;
 }
 
 int TAttachList::Count() const
@@ -445,19 +460,27 @@ void TPSTMailItem::ResolveFields() const
 
 // --- TPSTMeetingItem ----------------------------------------------------------
 
+const TPSTMeetingItem::TMeeting& TPSTMeetingItem::Meeting() const
+{
+    if (!m_meeting)
+        m_meeting = TMeeting{ReadLocalDate(Handle(), 0, TagAppointmentStart), ReadLocalDate(Handle(), 0, TagAppointmentEnd),
+            ReadString(Handle(), 0, TagLocation, ShortStringChars)};
+    return *m_meeting;
+}
+
 core::TDateTime TPSTMeetingItem::AppoitmentStart() const
 {
-    return ReadLocalDate(Handle(), 0, TagAppointmentStart);
+    return Meeting().start;
 }
 
 core::TDateTime TPSTMeetingItem::AppoitmentEnd() const
 {
-    return ReadLocalDate(Handle(), 0, TagAppointmentEnd);
+    return Meeting().end;
 }
 
 QString TPSTMeetingItem::Location() const
 {
-    return ReadString(Handle(), 0, TagLocation, ShortStringChars);
+    return Meeting().location;
 }
 
 // --- TPSTContactItem ----------------------------------------------------------
@@ -466,6 +489,14 @@ QVariant TPSTContactItem::Field(int kind) const
 {
     if (kind < 0 || kind >= cfCount)
         return {};
+    auto& field = m_fields[size_t(kind)];
+    if (!field)
+        field = ReadField(kind);
+    return *field;
+}
+
+QVariant TPSTContactItem::ReadField(int kind) const
+{
     if (kind == cfBirthday) {
         const core::TDateTime date = ReadLocalDate(Handle(), 0, ContactTags[cfBirthday]);
         return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();

@@ -81,9 +81,16 @@ public:
     std::shared_ptr<TPSTAttachMailItem> AsMailItem() const { return m_mail; }
 
 private:
+    struct TFields {
+        QString fileName, contentID, contentType, contentLocation;
+        qint32 size = 0;
+    };
+    const TFields& Fields() const;
+
     int m_index;
     std::shared_ptr<TPSTAttachMailItem> m_mail;
     mutable std::optional<QByteArray> m_content;
+    mutable std::optional<TFields> m_fields;
 };
 
 class TAttachList {
@@ -158,6 +165,14 @@ public:
     core::TDateTime AppoitmentStart() const;
     core::TDateTime AppoitmentEnd() const;
     QString Location() const;
+
+private:
+    struct TMeeting {
+        core::TDateTime start = 0, end = 0;
+        QString location;
+    };
+    const TMeeting& Meeting() const;
+    mutable std::optional<TMeeting> m_meeting;
 };
 
 // A message stored inside an attachment; owned by that attachment.
@@ -184,6 +199,10 @@ public:
     // Strings for the text fields, a QDateTime for the birthday, the text of
     // the notes and the bytes of the picture; an invalid QVariant when absent.
     QVariant Field(int kind) const;
+
+private:
+    QVariant ReadField(int kind) const;
+    mutable std::array<std::optional<QVariant>, cfCount> m_fields;
 };
 
 // The file name of an attachment: for an attached message its display name
