@@ -1,6 +1,7 @@
 #include "core/Charset.h"
 
 #include <QHash>
+#include <QRegularExpression>
 #include <QStringDecoder>
 #include <unicode/ucnv.h>
 #include <unicode/ucsdet.h>
@@ -160,5 +161,86 @@ bool IsValidUtf8(const QByteArray& bytes)
     (void)QString(decoder.decode(bytes));
     return !decoder.hasError();
 }
+
+namespace {
+
+constexpr qsizetype HtmlCharsetWindow = 8096;
+
+// The charset named after "charset=" near the start of an HTML text.
+QString HtmlDeclaredCharset(const QByteArray& html)
+{
+    const QByteArray head = html.left(HtmlCharsetWindow);
+    const qsizetype at = head.toLower().indexOf("charset=");
+    if (at < 0)
+        return {};
+    qsizetype pos = at + 8;
+    if (pos < head.size() && head[pos] == '"')
+        ++pos;
+    const qsizetype start = pos;
+    static const QByteArray Delimiters = QByteArrayLiteral("\"' ;,>/\t\r\n");
+    while (pos < head.size() && !Delimiters.contains(head[pos]))
+        ++pos;
+    return QString::fromLatin1(head.mid(start, pos - start));
+}
+
+QString HeaderCharset(const QString& headers)
+{
+    static const QRegularExpression ContentType(QStringLiteral("^Content-Type: text/html;(.*?)charset=(.*?)$"),
+        QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
+    const auto match = ContentType.match(headers);
+    if (!match.hasMatch())
+        return {};
+    QString charset = match.captured(2).trimmed();
+    charset.remove(QLatin1Char('"'));
+    const qsizetype semicolon = charset.indexOf(QLatin1Char(';'));
+    return semicolon >= 0 ? charset.left(semicolon).trimmed() : charset;
+}
+
+QString CharacterReferences(const QString& text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (c.unicode() <= 127) {
+            out += c;
+            continue;
+        }
+        char32_t code = c.unicode();
+        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+            code = QChar::surrogateToUcs4(c, text[++i]);
+        out += QStringLiteral("&#%1;").arg(uint(code));
+    }
+    return out;
+}
+
+} // namespace
+
+QString DecodeHtml(const QByteArray& html, const QString& headers)
+{
+    if (html.isEmpty())
+        return {};
+    QString charset = HtmlDeclaredCharset(html);
+    if (charset.isEmpty())
+        charset = HeaderCharset(headers);
+    QString text;
+    if (!charset.isEmpty()) {
+        text = DecodeCharset(html, charset);
+    } else {
+        const QString detected = DetectCharset(html, true);
+        if (detected.isEmpty()) {
+            text = QString::fromLatin1(html); // left as it was
+        } else if (detected.compare(QLatin1String("windows-1252"), Qt::CaseInsensitive) == 0
+            || detected.compare(QLatin1String("ISO-8859-1"), Qt::CaseInsensitive) == 0) {
+            // A Western guess is mostly UTF-8 the detector did not see as
+            // such; bytes that are not UTF-8 stay Western.
+            text = IsValidUtf8(html) ? QString::fromUtf8(html) : DecodeCharset(html, detected);
+        } else {
+            text = DecodeCharset(html, detected);
+        }
+    }
+    return CharacterReferences(text);
+}
+
 
 } // namespace tessaly::core

@@ -26,6 +26,12 @@ bool IsKnownCharset(const QString& charset);
 // With html set, markup is left out of the guess.
 QString DetectCharset(const QByteArray& bytes, bool html);
 
+// The bytes of an HTML body as text: in the charset named after "charset="
+// near its start, else in the one the transport headers name for text/html,
+// else in the one it looks like; every character above 127 then becomes a
+// numeric character reference.
+QString DecodeHtml(const QByteArray& html, const QString& headers);
+
 // True when the bytes are well-formed UTF-8.
 bool IsValidUtf8(const QByteArray& bytes);
 

@@ -6,7 +6,6 @@
 #include "pst/PffProperty.h"
 
 #include <QBuffer>
-#include <QRegularExpression>
 
 namespace tessaly::pst {
 
@@ -36,7 +35,6 @@ constexpr uint32_t TagAttachFileName = 0x3704;
 constexpr int AttachTypeData = 'd';
 constexpr int AttachTypeItem = 'i';
 constexpr qint64 ContentChunk = 8192;
-constexpr qsizetype HtmlCharsetWindow = 8096;
 constexpr qsizetype SenderBytes = 1023;
 
 // Entries of the contact fields 0..27 (26 is the birthday).
@@ -71,81 +69,7 @@ QByteArray ReadBody(libpff_item_t* item, SizeFn sizeFn, ReadFn readFn)
     return data;
 }
 
-// The charset named after "charset=" near the start of an HTML text.
-QString HtmlDeclaredCharset(const QByteArray& html)
-{
-    const QByteArray head = html.left(HtmlCharsetWindow);
-    const qsizetype at = head.toLower().indexOf("charset=");
-    if (at < 0)
-        return {};
-    qsizetype pos = at + 8;
-    if (pos < head.size() && head[pos] == '"')
-        ++pos;
-    const qsizetype start = pos;
-    static const QByteArray Delimiters = QByteArrayLiteral("\"' ;,>/\t\r\n");
-    while (pos < head.size() && !Delimiters.contains(head[pos]))
-        ++pos;
-    return QString::fromLatin1(head.mid(start, pos - start));
-}
-
-QString HeaderCharset(const QString& headers)
-{
-    static const QRegularExpression ContentType(QStringLiteral("^Content-Type: text/html;(.*?)charset=(.*?)$"),
-        QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
-    const auto match = ContentType.match(headers);
-    if (!match.hasMatch())
-        return {};
-    QString charset = match.captured(2).trimmed();
-    charset.remove(QLatin1Char('"'));
-    const qsizetype semicolon = charset.indexOf(QLatin1Char(';'));
-    return semicolon >= 0 ? charset.left(semicolon).trimmed() : charset;
-}
-
-QString CharacterReferences(const QString& text)
-{
-    QString out;
-    out.reserve(text.size());
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const QChar c = text[i];
-        if (c.unicode() <= 127) {
-            out += c;
-            continue;
-        }
-        char32_t code = c.unicode();
-        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
-            code = QChar::surrogateToUcs4(c, text[++i]);
-        out += QStringLiteral("&#%1;").arg(uint(code));
-    }
-    return out;
-}
-
 } // namespace
-
-QString DecodeHtmlBody(const QByteArray& html, const QString& headers)
-{
-    if (html.isEmpty())
-        return {};
-    QString charset = HtmlDeclaredCharset(html);
-    if (charset.isEmpty())
-        charset = HeaderCharset(headers);
-    QString text;
-    if (!charset.isEmpty()) {
-        text = core::DecodeCharset(html, charset);
-    } else {
-        const QString detected = core::DetectCharset(html, true);
-        if (detected.isEmpty()) {
-            text = QString::fromLatin1(html); // left as it was
-        } else if (detected.compare(QLatin1String("windows-1252"), Qt::CaseInsensitive) == 0
-            || detected.compare(QLatin1String("ISO-8859-1"), Qt::CaseInsensitive) == 0) {
-            // A Western guess is mostly UTF-8 the detector did not see as
-            // such; bytes that are not UTF-8 stay Western.
-            text = core::IsValidUtf8(html) ? QString::fromUtf8(html) : core::DecodeCharset(html, detected);
-        } else {
-            text = core::DecodeCharset(html, detected);
-        }
-    }
-    return CharacterReferences(text);
-}
 
 QString ReadPlainTextBody(libpff_item_t* item)
 {
@@ -440,7 +364,7 @@ const TMailBody& TPSTMailItem::Body() const
     TMailBody body;
     body.Text = ReadPlainTextBody(Handle());
     const QByteArray html = ReadBody(Handle(), libpff_message_get_html_body_size, libpff_message_get_html_body);
-    body.HTML = DecodeHtmlBody(html, Headers());
+    body.HTML = core::DecodeHtml(html, Headers());
     body.RTF = ReadBody(Handle(), libpff_message_get_rtf_body_size, libpff_message_get_rtf_body);
     if (body.HTML.isEmpty() && !body.RTF.isEmpty()) {
         if (auto fromRtf = core::RtfToHtml(body.RTF))

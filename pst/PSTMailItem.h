@@ -213,9 +213,5 @@ QString AttachFileName(bool isMessage, const QString& displayName, const QString
 
 // Helpers shared with the folder code.
 QString ReadPlainTextBody(libpff_item_t* item);
-// The HTML bytes of a body as text, in the charset they declare (or the
-// headers declare, or that they look like), with every character above 127
-// as a numeric character reference.
-QString DecodeHtmlBody(const QByteArray& html, const QString& headers);
 
 } // namespace tessaly::pst

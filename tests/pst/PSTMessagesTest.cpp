@@ -210,26 +210,3 @@ TEST(PSTMessages, AttachmentNames)
         EXPECT_EQ(AttachFileName(c.message, c.display, c.subject, c.longName, c.shortName, c.index), c.expected)
             << c.expected.toStdString();
 }
-
-TEST(PSTMessages, HtmlBodyCharsets)
-{
-    const QByteArray cyrillic = QByteArray("<html><head><meta http-equiv=\"Content-Type\" content=\"text/html; "
-                                           "charset=windows-1251\"></head><body>\xcf\xf0\xe8\xe2\xe5\xf2</body></html>");
-    EXPECT_TRUE(DecodeHtmlBody(cyrillic, {}).contains(QStringLiteral("<body>&#1055;&#1088;&#1080;&#1074;&#1077;&#1090;</body>")));
-
-    const QByteArray quoted = "<meta charset=\"koi8-r\"><p>\xf0\xd2\xc9</p>";
-    EXPECT_TRUE(DecodeHtmlBody(quoted, {}).contains(QStringLiteral("<p>&#1055;&#1088;&#1080;</p>")));
-
-    // No charset in the HTML: the transport headers name it.
-    const QByteArray latin = "<p>caf\xe9</p>";
-    const QString headers = QStringLiteral("Received: x\r\nContent-Type: text/html; charset=\"iso-8859-1\"\r\n");
-    EXPECT_EQ(DecodeHtmlBody(latin, headers), QStringLiteral("<p>caf&#233;</p>"));
-
-    // Neither: UTF-8 is recognised, characters beyond the BMP make one reference.
-    const QByteArray utf8 = "<p>\xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80</p>";
-    EXPECT_EQ(DecodeHtmlBody(utf8, {}), QStringLiteral("<p>&#26085;&#26412; &#128512;</p>"));
-
-    // An unknown charset takes the bytes as they are.
-    EXPECT_EQ(DecodeHtmlBody("<meta charset=x-nonsense>\xe9", {}), QStringLiteral("<meta charset=x-nonsense>&#233;"));
-    EXPECT_EQ(DecodeHtmlBody({}, headers), QString());
-}

@@ -1,0 +1,484 @@
+#include "mail/CleverMail.h"
+
+#include "core/Charset.h"
+
+#include <QBuffer>
+#include <QHash>
+#include <QHostAddress>
+#include <QRegularExpression>
+
+namespace tessaly::mail {
+
+namespace {
+
+QString FromUtf8OrLatin1(const char* text)
+{
+    if (!text)
+        return {};
+    const QByteArray bytes(text);
+    return core::IsValidUtf8(bytes) ? QString::fromUtf8(bytes) : QString::fromLatin1(bytes);
+}
+
+QString MimeTypeOf(GMimeObject* object)
+{
+    GMimeContentType* type = object ? g_mime_object_get_content_type(object) : nullptr;
+    if (!type)
+        return {};
+    char* mime = g_mime_content_type_get_mime_type(type);
+    const QString result = QString::fromLatin1(mime).toLower();
+    g_free(mime);
+    return result;
+}
+
+// The decoded data of a part; an attached message as its MIME text.
+QByteArray PartData(GMimeObject* object)
+{
+    TGPtr<GMimeStream> stream(g_mime_stream_mem_new());
+    if (GMIME_IS_MESSAGE_PART(object)) {
+        if (GMimeMessage* message = g_mime_message_part_get_message(GMIME_MESSAGE_PART(object)))
+            g_mime_object_write_to_stream(GMIME_OBJECT(message), nullptr, stream.get());
+    } else if (GMIME_IS_PART(object)) {
+        if (GMimeDataWrapper* content = g_mime_part_get_content(GMIME_PART(object)))
+            g_mime_data_wrapper_write_to_stream(content, stream.get());
+    }
+    return StreamBytes(stream.get());
+}
+
+// Text of a text part in its declared charset; without one, UTF-8 when it
+// fits and Windows-1252 otherwise.
+QString PartText(GMimeObject* object)
+{
+    const QByteArray data = PartData(object);
+    const QString charset = QString::fromLatin1(g_mime_object_get_content_type_parameter(object, "charset"));
+    if (!charset.isEmpty())
+        return core::DecodeCharset(data, charset);
+    return core::IsValidUtf8(data) ? QString::fromUtf8(data) : core::DecodeCharset(data, QStringLiteral("windows-1252"));
+}
+
+bool IsAttachmentDisposition(GMimeObject* object)
+{
+    const char* disposition = g_mime_object_get_disposition(object);
+    return disposition && g_ascii_strcasecmp(disposition, "attachment") == 0;
+}
+
+QString RawFileName(GMimeObject* object)
+{
+    const char* name = nullptr;
+    if (GMIME_IS_PART(object))
+        name = g_mime_part_get_filename(GMIME_PART(object));
+    if (!name)
+        name = g_mime_object_get_content_disposition_parameter(object, "filename");
+    if (!name)
+        name = g_mime_object_get_content_type_parameter(object, "name");
+    return FromUtf8OrLatin1(name);
+}
+
+bool IsPrivateAddress(const QHostAddress& address)
+{
+    static const std::pair<QHostAddress, int> Private[] = {{QHostAddress(QStringLiteral("10.0.0.0")), 8},
+        {QHostAddress(QStringLiteral("172.16.0.0")), 12}, {QHostAddress(QStringLiteral("192.168.0.0")), 16},
+        {QHostAddress(QStringLiteral("fc00::")), 7}};
+    for (const auto& [subnet, bits] : Private)
+        if (address.isInSubnet(subnet, bits))
+            return true;
+    return address.isLoopback() || address.isLinkLocal();
+}
+
+TDateTime ToDateTime(GDateTime* date)
+{
+    if (!date)
+        return 0;
+    const QDateTime utc = QDateTime::fromSecsSinceEpoch(g_date_time_to_unix(date), Qt::UTC);
+    return core::QDateTimeToDateTime(utc.toLocalTime());
+}
+
+} // namespace
+
+// --- recipients -----------------------------------------------------------
+
+TCleverMailRecipientList::TCleverMailRecipientList(InternetAddressList* list)
+{
+    if (!list)
+        return;
+    const int count = internet_address_list_length(list);
+    for (int i = 0; i < count; ++i) {
+        InternetAddress* address = internet_address_list_get_address(list, i);
+        if (INTERNET_ADDRESS_IS_GROUP(address)) {
+            const TCleverMailRecipientList members(internet_address_group_get_members(INTERNET_ADDRESS_GROUP(address)));
+            for (int m = 0; m < members.Count(); ++m)
+                Add(members.GetRecipient(m));
+        } else if (INTERNET_ADDRESS_IS_MAILBOX(address)) {
+            Add(std::make_shared<TCleverMailRecipient>(FromUtf8OrLatin1(internet_address_get_name(address)),
+                FromUtf8OrLatin1(internet_address_mailbox_get_addr(INTERNET_ADDRESS_MAILBOX(address)))));
+        }
+    }
+}
+
+// --- attachments ----------------------------------------------------------
+
+QString ExtensionForContentType(const QString& contentType)
+{
+    static const QHash<QString, QString> Extensions = {
+        {"image/jpeg", "jpg"}, {"image/jpg", "jpg"}, {"image/pjpeg", "jpg"}, {"image/png", "png"},
+        {"image/gif", "gif"}, {"image/bmp", "bmp"}, {"image/tiff", "tif"}, {"image/x-icon", "ico"},
+        {"image/svg+xml", "svg"}, {"image/webp", "webp"}, {"application/pdf", "pdf"}, {"text/plain", "txt"},
+        {"text/html", "htm"}, {"text/csv", "csv"}, {"text/xml", "xml"}, {"application/xml", "xml"},
+        {"text/calendar", "ics"}, {"text/vcard", "vcf"}, {"text/x-vcard", "vcf"}, {"text/rtf", "rtf"},
+        {"application/rtf", "rtf"}, {"message/rfc822", "eml"}, {"application/zip", "zip"},
+        {"application/x-zip-compressed", "zip"}, {"application/gzip", "gz"}, {"application/x-7z-compressed", "7z"},
+        {"application/msword", "doc"}, {"application/vnd.ms-excel", "xls"}, {"application/vnd.ms-powerpoint", "ppt"},
+        {"application/vnd.openxmlformats-officedocument.wordprocessingml.document", "docx"},
+        {"application/vnd.openxmlformats-officedocument.spreadsheetml.sheet", "xlsx"},
+        {"application/vnd.openxmlformats-officedocument.presentationml.presentation", "pptx"},
+        {"application/vnd.ms-outlook", "msg"}, {"application/json", "json"}, {"audio/mpeg", "mp3"},
+        {"audio/wav", "wav"}, {"video/mp4", "mp4"}, {"application/octet-stream", "bin"},
+        {"message/delivery-status", "txt"}, {"text/rfc822-headers", "txt"},
+    };
+    return Extensions.value(contentType.trimmed().toLower());
+}
+
+TCleverMailAttach::TCleverMailAttach(TGPtr<GMimeObject> part, int index) : m_part(std::move(part)), m_index(index) {}
+
+QString TCleverMailAttach::FileName() const
+{
+    if (m_fileName)
+        return *m_fileName;
+    QString name = RawFileName(m_part.get());
+    name = name.mid(std::max(name.lastIndexOf(QLatin1Char('/')), name.lastIndexOf(QLatin1Char('\\'))) + 1).trimmed();
+    if (name.isEmpty() && GMIME_IS_MESSAGE_PART(m_part.get())) {
+        if (GMimeMessage* message = g_mime_message_part_get_message(GMIME_MESSAGE_PART(m_part.get())))
+            name = FromUtf8OrLatin1(g_mime_message_get_subject(message)).trimmed();
+    }
+    if (name.isEmpty())
+        name = QStringLiteral("attach %1").arg(m_index);
+    if (!name.contains(QLatin1Char('.'))) {
+        const QString extension = ExtensionForContentType(MimeTypeOf(m_part.get()));
+        if (!extension.isEmpty())
+            name += QLatin1Char('.') + extension;
+    }
+    m_fileName = name;
+    return name;
+}
+
+const QByteArray& TCleverMailAttach::Data() const
+{
+    if (!m_data)
+        m_data = PartData(m_part.get());
+    return *m_data;
+}
+
+std::unique_ptr<QIODevice> TCleverMailAttach::Content() const
+{
+    auto buffer = std::make_unique<QBuffer>();
+    buffer->setData(Data());
+    buffer->open(QIODevice::ReadOnly);
+    return buffer;
+}
+
+QString TCleverMailAttach::ContentID() const
+{
+    return FromUtf8OrLatin1(g_mime_object_get_content_id(m_part.get()));
+}
+
+QString TCleverMailAttach::ContentType() const
+{
+    return MimeTypeOf(m_part.get());
+}
+
+QString TCleverMailAttach::ContentDisposition() const
+{
+    return FromUtf8OrLatin1(g_mime_object_get_disposition(m_part.get()));
+}
+
+QString TCleverMailAttach::ContentLocation() const
+{
+    return FromUtf8OrLatin1(g_mime_object_get_header(m_part.get(), "Content-Location")).trimmed();
+}
+
+std::shared_ptr<IMailMessage> TCleverMailAttach::AsMailMessage() const
+{
+    if (!GMIME_IS_MESSAGE_PART(m_part.get()))
+        return nullptr;
+    GMimeMessage* message = g_mime_message_part_get_message(GMIME_MESSAGE_PART(m_part.get()));
+    if (!message)
+        return nullptr;
+    return std::make_shared<TCleverMailMessage>(RefObject(message));
+}
+
+qint32 TCleverMailAttach::Size() const
+{
+    return qint32(std::min<qsizetype>(Data().size(), std::numeric_limits<qint32>::max()));
+}
+
+std::shared_ptr<IMailAttach> TCleverMailAttachList::GetAttach(int index) const
+{
+    if (index < 0 || index >= Count())
+        return nullptr;
+    return m_items[size_t(index)];
+}
+
+// --- the message ------------------------------------------------------------
+
+TCleverMailMessage::TCleverMailMessage(TGPtr<GMimeMessage> message, QByteArray rtf)
+    : m_message(std::move(message)), m_rtf(std::move(rtf))
+{
+    EnsureGMime();
+    if (m_message)
+        Collect(g_mime_message_get_mime_part(m_message.get()));
+}
+
+// The first plain and the first HTML part that are not attachments are the
+// bodies; every other leaf and every attached message is an attachment.
+void TCleverMailMessage::Collect(GMimeObject* object)
+{
+    if (!object)
+        return;
+    if (GMIME_IS_MULTIPART(object)) {
+        GMimeMultipart* multipart = GMIME_MULTIPART(object);
+        const int count = g_mime_multipart_get_count(multipart);
+        for (int i = 0; i < count; ++i)
+            Collect(g_mime_multipart_get_part(multipart, i));
+        return;
+    }
+    if (GMIME_IS_PART(object) && !IsAttachmentDisposition(object)) {
+        const QString type = MimeTypeOf(object);
+        const bool named = !RawFileName(object).isEmpty();
+        if (type == QLatin1String("text/plain") && !m_text.part && !named) {
+            m_text.part = RefObject(object);
+            return;
+        }
+        if (type == QLatin1String("text/html") && !m_html.part && !named) {
+            m_html.part = RefObject(object);
+            return;
+        }
+    }
+    m_attachParts.push_back(std::make_shared<TCleverMailAttach>(RefObject(object), int(m_attachParts.size())));
+}
+
+const TCleverMailMessage::TBodyPart* TCleverMailMessage::BodyPart(TMailBodyType kind) const
+{
+    switch (kind) {
+    case mbtText: return m_text.part ? &m_text : nullptr;
+    case mbtHTML: return m_html.part ? &m_html : nullptr;
+    default: return nullptr;
+    }
+}
+
+std::shared_ptr<IMailRecipient> TCleverMailMessage::Sender() const
+{
+    if (!m_message)
+        return nullptr;
+    const TCleverMailRecipientList from(g_mime_message_get_from(m_message.get()));
+    return from.Count() > 0 ? from.GetRecipient(0) : nullptr;
+}
+
+QString TCleverMailMessage::SenderIPFromHeaders(const QString& headers)
+{
+    static const QRegularExpression Originating(QStringLiteral("^X-Originating-IP:\\s*\\[?([0-9a-fA-F:.]+)\\]?"),
+        QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
+    if (const auto match = Originating.match(headers); match.hasMatch()) {
+        const QHostAddress address(match.captured(1));
+        if (!address.isNull())
+            return address.toString();
+    }
+    // Received headers stand newest first; the last one with an address is
+    // the first hop, and a public address beats a private one.
+    static const QRegularExpression Received(QStringLiteral("^Received:(.*(?:\\r?\\n[ \\t].*)*)"),
+        QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression Bracketed(QStringLiteral("\\[(?:IPv6:)?([0-9a-fA-F:.]+)\\]"));
+    QString firstHop;
+    QString firstPublicHop;
+    for (auto it = Received.globalMatch(headers); it.hasNext();) {
+        const QString header = it.next().captured(1);
+        for (auto ip = Bracketed.globalMatch(header); ip.hasNext();) {
+            const QHostAddress address(ip.next().captured(1));
+            if (address.isNull())
+                continue;
+            firstHop = address.toString();
+            if (!IsPrivateAddress(address))
+                firstPublicHop = firstHop;
+            break;
+        }
+    }
+    return firstPublicHop.isEmpty() ? firstHop : firstPublicHop;
+}
+
+QString TCleverMailMessage::SenderIP() const
+{
+    return SenderIPFromHeaders(Headers());
+}
+
+QString TCleverMailMessage::Subject() const
+{
+    return m_message ? FromUtf8OrLatin1(g_mime_message_get_subject(m_message.get())) : QString();
+}
+
+std::shared_ptr<IMailRecipientList> TCleverMailMessage::Recipients(TMailRecipientType kind) const
+{
+    if (!m_message)
+        return nullptr;
+    GMimeAddressType type;
+    switch (kind) {
+    case mrtTo: type = GMIME_ADDRESS_TYPE_TO; break;
+    case mrtCC: type = GMIME_ADDRESS_TYPE_CC; break;
+    case mrtBCC: type = GMIME_ADDRESS_TYPE_BCC; break;
+    default: return nullptr;
+    }
+    return std::make_shared<TCleverMailRecipientList>(g_mime_message_get_addresses(m_message.get(), type));
+}
+
+QString TCleverMailMessage::Body(TMailBodyType kind) const
+{
+    if (kind == mbtRTF)
+        return QString::fromLatin1(m_rtf);
+    const TBodyPart* body = BodyPart(kind);
+    if (!body)
+        return {};
+    if (!body->text)
+        body->text = PartText(body->part.get());
+    return *body->text;
+}
+
+const TMailStringList* TCleverMailMessage::BodyStrings(TMailBodyType kind) const
+{
+    const TBodyPart* body = BodyPart(kind);
+    if (!body)
+        return nullptr;
+    if (!body->lines) {
+        QBuffer buffer;
+        buffer.setData(PartData(body->part.get()));
+        buffer.open(QIODevice::ReadOnly);
+        body->lines.emplace();
+        body->lines->LoadFromStream(buffer);
+    }
+    return &*body->lines;
+}
+
+TDateTime TCleverMailMessage::Date(TMailDateType kind) const
+{
+    if (kind != mdClientSubmit || !m_message)
+        return 0;
+    return ToDateTime(g_mime_message_get_date(m_message.get()));
+}
+
+QString TCleverMailMessage::Headers() const
+{
+    if (!m_message)
+        return {};
+    char* headers = g_mime_object_get_headers(GMIME_OBJECT(m_message.get()), nullptr);
+    const QString text = FromUtf8OrLatin1(headers);
+    g_free(headers);
+    return text;
+}
+
+std::shared_ptr<IMailAttachList> TCleverMailMessage::Attaches() const
+{
+    if (!m_attaches)
+        m_attaches = std::make_shared<TCleverMailAttachList>(m_attachParts);
+    return m_attaches;
+}
+
+std::shared_ptr<TCleverMailMessage> ParseEMLMessage(const QByteArray& data)
+{
+    return std::make_shared<TCleverMailMessage>(ParseMimeMessage(data));
+}
+
+// --- building ---------------------------------------------------------------
+
+namespace {
+
+GMimeObject* TextPart(const char* subtype, const QString& text)
+{
+    GMimeTextPart* part = g_mime_text_part_new_with_subtype(subtype);
+    const QByteArray utf8 = text.toUtf8();
+    g_mime_text_part_set_text(part, utf8.constData());
+    g_mime_part_set_content_encoding(
+        GMIME_PART(part), g_mime_part_get_best_content_encoding(GMIME_PART(part), GMIME_ENCODING_CONSTRAINT_7BIT));
+    return GMIME_OBJECT(part);
+}
+
+QString ContentTypeForName(const QString& name)
+{
+    const QString extension = name.mid(name.lastIndexOf(QLatin1Char('.')) + 1).toLower();
+    static const QHash<QString, QString> Types = {
+        {"jpg", "image/jpeg"}, {"jpeg", "image/jpeg"}, {"gif", "image/gif"}, {"png", "image/png"},
+        {"bmp", "image/bmp"}, {"ico", "image/x-icon"}, {"tif", "image/tiff"}, {"tiff", "image/tiff"},
+        {"pdf", "application/pdf"}, {"txt", "text/plain"}, {"htm", "text/html"}, {"html", "text/html"},
+        {"ics", "text/calendar"}, {"vcf", "text/vcard"}, {"eml", "message/rfc822"}, {"zip", "application/zip"},
+        {"doc", "application/msword"}, {"xls", "application/vnd.ms-excel"},
+        {"docx", "application/vnd.openxmlformats-officedocument.wordprocessingml.document"},
+        {"xlsx", "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"},
+        {"msg", "application/vnd.ms-outlook"},
+    };
+    return name.contains(QLatin1Char('.')) ? Types.value(extension, QStringLiteral("application/octet-stream"))
+                                           : QStringLiteral("application/octet-stream");
+}
+
+GMimeObject* FilePart(TMimeFile& file, const char* disposition)
+{
+    const QByteArray name = file.name.toUtf8();
+    if (file.message) {
+        GMimeMessagePart* part = g_mime_message_part_new_with_message("rfc822", file.message.get());
+        g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);
+        g_mime_object_set_content_disposition_parameter(GMIME_OBJECT(part), "filename", name.constData());
+        return GMIME_OBJECT(part);
+    }
+    const QString type = file.contentType.isEmpty() ? ContentTypeForName(file.name) : file.contentType;
+    const QByteArray mediaType = type.section(QLatin1Char('/'), 0, 0).toLatin1();
+    const QByteArray subType = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLatin1();
+    GMimePart* part = g_mime_part_new_with_type(mediaType.isEmpty() ? "application" : mediaType.constData(),
+        subType.isEmpty() ? "octet-stream" : subType.constData());
+    TGPtr<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(file.data.constData(), size_t(file.data.size())));
+    TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
+    g_mime_part_set_content(part, content.get());
+    g_mime_part_set_content_encoding(part, GMIME_CONTENT_ENCODING_BASE64);
+    g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);
+    if (!name.isEmpty())
+        g_mime_part_set_filename(part, name.constData());
+    if (!file.contentId.isEmpty())
+        g_mime_object_set_content_id(GMIME_OBJECT(part), file.contentId.toUtf8().constData());
+    return GMIME_OBJECT(part);
+}
+
+// Wraps parts in a multipart of the subtype; one part stays as it is.
+GMimeObject* Combine(const char* subtype, std::vector<GMimeObject*> parts)
+{
+    if (parts.size() == 1)
+        return parts.front();
+    GMimeMultipart* multipart = g_mime_multipart_new_with_subtype(subtype);
+    for (GMimeObject* part : parts) {
+        g_mime_multipart_add(multipart, part);
+        g_object_unref(part);
+    }
+    return GMIME_OBJECT(multipart);
+}
+
+} // namespace
+
+TGPtr<GMimeMessage> BuildMimeMessage(const QString& text, const QString& html, std::vector<TMimeFile> attachments,
+    std::vector<TMimeFile> images)
+{
+    EnsureGMime();
+    TGPtr<GMimeMessage> message(g_mime_message_new(TRUE));
+    std::vector<GMimeObject*> alternatives;
+    if (!text.isEmpty() || html.isEmpty())
+        alternatives.push_back(TextPart("plain", text));
+    if (!html.isEmpty()) {
+        std::vector<GMimeObject*> related {TextPart("html", html)};
+        for (auto& image : images)
+            related.push_back(FilePart(image, "inline"));
+        images.clear();
+        alternatives.push_back(Combine("related", std::move(related)));
+    }
+    std::vector<GMimeObject*> mixed {Combine("alternative", std::move(alternatives))};
+    for (auto& image : images) // without HTML, images are plain attachments
+        mixed.push_back(FilePart(image, "inline"));
+    for (auto& attachment : attachments)
+        mixed.push_back(FilePart(attachment, "attachment"));
+    GMimeObject* body = Combine("mixed", std::move(mixed));
+    g_mime_message_set_mime_part(message.get(), body);
+    g_object_unref(body);
+    return message;
+}
+
+} // namespace tessaly::mail
