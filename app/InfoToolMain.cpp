@@ -1,9 +1,11 @@
 // tessaly-inspect: prints what data files hold, as text or JSON.
 
 #include "core/Exceptions.h"
+#include "mail/MailReport.h"
 #include "pst/PSTReport.h"
 
 #include <QJsonArray>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QStringList>
 #include <cstdio>
@@ -13,7 +15,8 @@ namespace {
 void PrintUsage()
 {
     std::printf("Usage: tessaly-inspect FILE... [--json] [--messages]\n"
-                "Prints the type and folder tree of each PST or OST file.\n"
+                "Prints the type and folder tree of each PST or OST file, and the fields of\n"
+                "each .msg, .eml, .emlx, .mim or .vcf file.\n"
                 "  --messages  every item of every folder with its fields\n"
                 "  --json      JSON: one object for one file, an array of them for several\n");
 }
@@ -50,11 +53,17 @@ int main(int argc, char** argv)
     QJsonArray reports;
     for (const auto& file : files) {
         try {
-            const QJsonObject report = tessaly::pst::ReportFile(file, options);
+            const QString extension = QFileInfo(file).suffix().toLower();
+            const bool dataFile = extension == QLatin1String("pst") || extension == QLatin1String("ost");
+            const QJsonObject report =
+                dataFile ? tessaly::pst::ReportFile(file, options) : tessaly::mail::ReportMessageFile(file);
             if (json)
                 reports.append(report);
-            else
+            else if (dataFile)
                 std::printf("%s", qUtf8Printable(tessaly::pst::ReportText(report)));
+            else
+                std::printf("%s\n%s", qUtf8Printable(file),
+                    QJsonDocument(report[QStringLiteral("message")].toObject()).toJson(QJsonDocument::Indented).constData());
         } catch (const tessaly::core::ETessalyError& e) {
             std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
             result = 1;

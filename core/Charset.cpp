@@ -133,6 +133,28 @@ QString CodePageCharset(int codePage)
     return QStringLiteral("cp%1").arg(codePage);
 }
 
+int LocaleCodePage(uint32_t lcid)
+{
+    const uint32_t language = lcid & 0x3FF;
+    switch (language) {
+    case 0x00: return 0;
+    case 0x11: return 932;
+    case 0x04: return (lcid == 0x0404 || lcid == 0x0C04 || lcid == 0x1404) ? 950 : 936;
+    case 0x12: return 949;
+    case 0x1E: return 874;
+    case 0x2A: return 1258;
+    case 0x19: case 0x22: case 0x02: case 0x23: case 0x2F: case 0x3F: return 1251;
+    case 0x05: case 0x15: case 0x0E: case 0x1B: case 0x24: case 0x18: case 0x1C: return 1250;
+    case 0x1A: return (lcid == 0x0C1A || lcid == 0x1C1A) ? 1251 : 1250; // Cyrillic Serbian and Bosnian
+    case 0x08: return 1253;
+    case 0x1F: case 0x2C: return 1254;
+    case 0x0D: return 1255;
+    case 0x01: case 0x29: case 0x20: return 1256;
+    case 0x25: case 0x26: case 0x27: return 1257;
+    default: return 1252;
+    }
+}
+
 QString DecodeCodePage(const QByteArray& bytes, int codePage)
 {
     return DecodeCharset(bytes, CodePageCharset(codePage));

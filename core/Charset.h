@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <cstdint>
 
 namespace tessaly::core {
 
@@ -18,6 +19,9 @@ QString DecodeCharset(const QByteArray& bytes, const QString& charset);
 // 65001 -> "UTF-8", 50220 -> "ISO-2022-JP", ...); empty for 0 and negatives.
 QString CodePageCharset(int codePage);
 QString DecodeCodePage(const QByteArray& bytes, int codePage);
+
+// The ANSI code page Windows uses for a locale (LCID); 0 when unknown.
+int LocaleCodePage(uint32_t lcid);
 
 // True when the charset is known to the converter.
 bool IsKnownCharset(const QString& charset);

@@ -37,11 +37,6 @@ constexpr int AttachTypeItem = 'i';
 constexpr qint64 ContentChunk = 8192;
 constexpr qsizetype SenderBytes = 1023;
 
-// Entries of the contact fields 0..27 (26 is the birthday).
-constexpr std::array<uint32_t, 28> ContactTags = {0x3001, 0x0037, 0x3A05, 0x3A06, 0x3A0A, 0x3A11, 0x3A15, 0x3A16,
-    0x3A17, 0x3A18, 0x3A19, 0x3A02, 0x3A1A, 0x3A09, 0x3A08, 0x3A1B, 0x3A1C, 0x3A24, 0x3A26, 0x3A27, 0x3A45, 0x8083,
-    0x8093, 0x80A3, 0x8062, 0x801B, 0x80DE, 0x802B};
-
 QString TrimControl(const QString& text)
 {
     qsizetype start = 0;
@@ -411,7 +406,7 @@ QString TPSTMeetingItem::Location() const
 
 QVariant TPSTContactItem::Field(int kind) const
 {
-    if (kind < 0 || kind >= cfCount)
+    if (kind < 0 || kind >= mail::cfCount)
         return {};
     auto& field = m_fields[size_t(kind)];
     if (!field)
@@ -421,15 +416,15 @@ QVariant TPSTContactItem::Field(int kind) const
 
 QVariant TPSTContactItem::ReadField(int kind) const
 {
-    if (kind == cfBirthday) {
-        const core::TDateTime date = ReadLocalDate(Handle(), 0, ContactTags[cfBirthday]);
+    if (kind == mail::cfBirthday) {
+        const core::TDateTime date = ReadLocalDate(Handle(), 0, mail::ContactFieldTag(mail::cfBirthday));
         return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();
     }
-    if (kind == cfNotes) {
+    if (kind == mail::cfNotes) {
         const QString notes = ReadPlainTextBody(Handle());
         return notes.isEmpty() ? QVariant() : QVariant(notes);
     }
-    if (kind == cfPicture) {
+    if (kind == mail::cfPicture) {
         const TAttachList& attaches = Attaches();
         for (int i = 0; i < attaches.Count(); ++i) {
             const auto attach = attaches.GetAttach(i);
@@ -438,7 +433,7 @@ QVariant TPSTContactItem::ReadField(int kind) const
         }
         return {};
     }
-    const QString value = ReadString(Handle(), 0, ContactTags[size_t(kind)], ShortStringChars);
+    const QString value = ReadString(Handle(), 0, mail::ContactFieldTag(kind), ShortStringChars);
     return value.isEmpty() ? QVariant() : QVariant(value);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "core/DateTime.h"
+#include "mail/MailContact.h"
 #include "pst/PSTItem.h"
 
 #include <QByteArray>
@@ -184,25 +185,17 @@ public:
     }
 };
 
-// Contact fields by number.
-enum TContactField {
-    cfDisplayName, cfSubject, cfGeneration, cfGivenName, cfInitials, cfSurname, cfPostalAddress, cfCompanyName,
-    cfJobTitle, cfDepartment, cfOfficeLocation, cfCallbackPhone, cfPrimaryPhone, cfHomePhone, cfBusinessPhone,
-    cfBusiness2Phone, cfMobilePhone, cfBusinessFax, cfCountry, cfLocality, cfDisplayNamePrefix, cfEmail1,
-    cfEmail2, cfEmail3, cfInstantMessaging, cfBusinessAddress, cfBirthday, cfWebPage, cfNotes, cfPicture,
-    cfCount
-};
-
 class TPSTContactItem : public TPSTDetailItem {
 public:
     using TPSTDetailItem::TPSTDetailItem;
-    // Strings for the text fields, a QDateTime for the birthday, the text of
-    // the notes and the bytes of the picture; an invalid QVariant when absent.
+    // A stored field (mail::TContactField): strings for the text fields, a
+    // QDateTime for the birthday, the text of the notes and the bytes of the
+    // picture; an invalid QVariant when absent.
     QVariant Field(int kind) const;
 
 private:
     QVariant ReadField(int kind) const;
-    mutable std::array<std::optional<QVariant>, cfCount> m_fields;
+    mutable std::array<std::optional<QVariant>, mail::cfCount> m_fields;
 };
 
 // The file name of an attachment: for an attached message its display name

@@ -91,21 +91,21 @@ QJsonObject ContactReport(const TPSTContactItem& contact)
 {
     // Every field by number; the birthday as a date, the picture by its size.
     QJsonArray fields;
-    for (int field = 0; field < cfCount; ++field) {
+    for (int field = 0; field < mail::cfCount; ++field) {
         const QVariant value = contact.Field(field);
         if (!value.isValid())
             fields.append(QJsonValue::Null);
-        else if (field == cfBirthday)
+        else if (field == mail::cfBirthday)
             fields.append(value.toDateTime().toUTC().toString(Qt::ISODate));
-        else if (field == cfPicture)
+        else if (field == mail::cfPicture)
             fields.append(qint64(value.toByteArray().size()));
         else
             fields.append(value.toString());
     }
     return QJsonObject{
         {QStringLiteral("class"), "contact"},
-        {QStringLiteral("subject"), contact.Field(cfSubject).toString()},
-        {QStringLiteral("name"), contact.Field(cfDisplayName).toString()},
+        {QStringLiteral("subject"), contact.Field(mail::cfSubject).toString()},
+        {QStringLiteral("name"), contact.Field(mail::cfDisplayName).toString()},
         {QStringLiteral("fields"), fields},
         {QStringLiteral("attachments"), Attachments(contact, 0)},
     };

@@ -1,0 +1,604 @@
+#include "mail/OutlookMessage.h"
+
+#include "core/Charset.h"
+#include "core/Rtf.h"
+#include "platform/CodePage.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QUrl>
+#include <gsf/gsf-infile-msole.h>
+#include <gsf/gsf-infile.h>
+#include <gsf/gsf-input-memory.h>
+#include <gsf/gsf-utils.h>
+
+#include <algorithm>
+#include <mutex>
+
+namespace tessaly::mail {
+
+namespace {
+
+// [MS-OXMSG] property tags (ids) used here.
+constexpr uint16_t PidSubject = 0x0037;
+constexpr uint16_t PidMessageClass = 0x001A;
+constexpr uint16_t PidClientSubmitTime = 0x0039;
+constexpr uint16_t PidDeliveryTime = 0x0E06;
+constexpr uint16_t PidCreationTime = 0x3007;
+constexpr uint16_t PidModificationTime = 0x3008;
+constexpr uint16_t PidTransportHeaders = 0x007D;
+constexpr uint16_t PidSenderName = 0x0C1A;
+constexpr uint16_t PidSenderAddrType = 0x0C1E;
+constexpr uint16_t PidSenderEmail = 0x0C1F;
+constexpr uint16_t PidSenderSmtp = 0x5D01;
+constexpr uint16_t PidSentRepresentingName = 0x0042;
+constexpr uint16_t PidSentRepresentingAddrType = 0x0064;
+constexpr uint16_t PidSentRepresentingEmail = 0x0065;
+constexpr uint16_t PidSentRepresentingSmtp = 0x5D02;
+constexpr uint16_t PidBody = 0x1000;
+constexpr uint16_t PidHtml = 0x1013;
+constexpr uint16_t PidRtfCompressed = 0x1009;
+constexpr uint16_t PidMessageCodePage = 0x3FFD;
+constexpr uint16_t PidMessageLocaleId = 0x3FF1;
+constexpr uint16_t PidRecipientType = 0x0C15;
+constexpr uint16_t PidDisplayName = 0x3001;
+constexpr uint16_t PidAddrType = 0x3002;
+constexpr uint16_t PidEmailAddress = 0x3003;
+constexpr uint16_t PidSmtpAddress = 0x39FE;
+constexpr uint16_t PidAttachData = 0x3701;
+constexpr uint16_t PidAttachFilename = 0x3704;
+constexpr uint16_t PidAttachLongFilename = 0x3707;
+constexpr uint16_t PidAttachMimeTag = 0x370E;
+constexpr uint16_t PidAttachContentId = 0x3712;
+
+constexpr uint16_t TypeInt16 = 0x0002, TypeInt32 = 0x0003, TypeBool = 0x000B, TypeFileTime = 0x0040,
+                   TypeString8 = 0x001E, TypeUnicode = 0x001F, TypeBinary = 0x0102;
+
+// Streams larger than this are not read: a damaged directory can claim any size.
+constexpr qint64 MaxStreamSize = 256LL * 1024 * 1024;
+
+void EnsureGsf()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { gsf_init(); });
+}
+
+QByteArray ReadInput(GsfInput* input)
+{
+    if (!input)
+        return {};
+    const gsf_off_t size = gsf_input_size(input);
+    if (size <= 0 || size > MaxStreamSize)
+        return {};
+    QByteArray data(qsizetype(size), '\0');
+    if (!gsf_input_read(input, size_t(size), reinterpret_cast<guint8*>(data.data())))
+        return {};
+    return data;
+}
+
+uint32_t LE32(const char* p)
+{
+    return uint32_t(uchar(p[0])) | uint32_t(uchar(p[1])) << 8 | uint32_t(uchar(p[2])) << 16 | uint32_t(uchar(p[3])) << 24;
+}
+
+QString StreamName(uint16_t id, uint16_t type)
+{
+    return QStringLiteral("__substg1.0_")
+        + QStringLiteral("%1%2").arg(id, 4, 16, QLatin1Char('0')).arg(type, 4, 16, QLatin1Char('0')).toUpper();
+}
+
+// The LIDs of the named properties: [MS-OXMSG] 2.2.3, the entry stream.
+std::shared_ptr<TMsgNameMap> ReadNameMap(GsfInfile* root)
+{
+    auto names = std::make_shared<TMsgNameMap>();
+    GsfInput* nameStorage = gsf_infile_child_by_name(root, "__nameid_version1.0");
+    if (!nameStorage)
+        return names;
+    if (GSF_IS_INFILE(nameStorage)) {
+        GsfInput* entries = gsf_infile_child_by_name(GSF_INFILE(nameStorage), "__substg1.0_00030102");
+        const QByteArray data = ReadInput(entries);
+        if (entries)
+            g_object_unref(entries);
+        for (qsizetype pos = 0; pos + 8 <= data.size(); pos += 8) {
+            const uint32_t nameOrOffset = LE32(data.constData() + pos);
+            const uint32_t indexAndKind = LE32(data.constData() + pos + 4);
+            if (indexAndKind & 1)
+                continue; // a named property by string
+            const uint16_t propertyIndex = uint16_t(indexAndKind >> 16);
+            names->insert(nameOrOffset, uint16_t(0x8000 + propertyIndex));
+        }
+    }
+    g_object_unref(nameStorage);
+    return names;
+}
+
+GDateTime* ToGDateTime(uint64_t filetime)
+{
+    if (filetime == 0)
+        return nullptr;
+    const qint64 unixSeconds = qint64(filetime / 10000000ULL) - 11644473600LL;
+    return g_date_time_new_from_unix_utc(unixSeconds);
+}
+
+TDateTime FiletimeToLocal(uint64_t filetime)
+{
+    if (filetime == 0)
+        return 0;
+    const qint64 msecs = qint64(filetime / 10000ULL) - 11644473600000LL;
+    return core::QDateTimeToDateTime(QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC).toLocalTime());
+}
+
+bool IsImageName(const QString& name)
+{
+    static const QString Images = QStringLiteral("jpg;jpeg;gif;png;bmp;ico;tif;tiff;");
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    if (dot < 0)
+        return false;
+    return Images.contains(name.mid(dot + 1).toLower() + QLatin1Char(';'));
+}
+
+// An attachment name as mail programs write it: a MIME encoded word, or
+// percent-encoded.
+QString DecodeAttachName(const QString& name)
+{
+    if (name.startsWith(QLatin1Char('='))) {
+        EnsureGMime();
+        char* decoded = g_mime_utils_header_decode_text(nullptr, name.toUtf8().constData());
+        const QString text = QString::fromUtf8(decoded);
+        g_free(decoded);
+        return text;
+    }
+    if (name.contains(QLatin1Char('%')))
+        return QUrl::fromPercentEncoding(name.toUtf8());
+    return name;
+}
+
+} // namespace
+
+// --- TMsgStorage ----------------------------------------------------------
+
+TMsgStorage::TMsgStorage(GsfInfile* storage, int headerSize, int codePage, std::shared_ptr<const TMsgNameMap> names)
+    : m_storage(storage), m_names(std::move(names)), m_codePage(codePage)
+{
+    if (m_storage)
+        g_object_ref(m_storage);
+    const QByteArray properties = Stream(QStringLiteral("__properties_version1.0"));
+    for (qsizetype pos = headerSize; pos + 16 <= properties.size(); pos += 16) {
+        const uint32_t tag = LE32(properties.constData() + pos);
+        m_fixed.insert(uint16_t(tag >> 16), {uint16_t(tag & 0xFFFF), properties.mid(pos + 8, 8)});
+    }
+    // 8-bit strings are in the message's code page, or else in the ANSI code
+    // page of its locale. (PR_INTERNET_CPID names the body's charset, not
+    // theirs.)
+    if (const auto cp = Int32(PidMessageCodePage))
+        m_codePage = int(*cp);
+    else if (const auto lcid = Int32(PidMessageLocaleId); lcid && core::LocaleCodePage(*lcid) != 0)
+        m_codePage = core::LocaleCodePage(*lcid);
+}
+
+TMsgStorage::~TMsgStorage()
+{
+    if (m_storage)
+        g_object_unref(m_storage);
+}
+
+TMsgStorage::TMsgStorage(TMsgStorage&& other) noexcept
+    : m_storage(std::exchange(other.m_storage, nullptr))
+    , m_names(std::move(other.m_names))
+    , m_codePage(other.m_codePage)
+    , m_fixed(std::move(other.m_fixed))
+{
+}
+
+QByteArray TMsgStorage::Stream(const QString& name) const
+{
+    if (!m_storage)
+        return {};
+    GsfInput* input = gsf_infile_child_by_name(m_storage, name.toLatin1().constData());
+    if (!input)
+        return {};
+    const QByteArray data = GSF_IS_INFILE(input) && gsf_infile_num_children(GSF_INFILE(input)) >= 0 ? QByteArray()
+                                                                                                    : ReadInput(input);
+    g_object_unref(input);
+    return data;
+}
+
+std::optional<uint16_t> TMsgStorage::Resolve(uint32_t tag) const
+{
+    if (tag < 0x8000)
+        return uint16_t(tag);
+    if (!m_names)
+        return std::nullopt;
+    const auto it = m_names->constFind(tag);
+    if (it == m_names->constEnd())
+        return std::nullopt;
+    return it.value();
+}
+
+bool TMsgStorage::Has(uint32_t tag) const
+{
+    const auto id = Resolve(tag);
+    return id && (m_fixed.contains(*id) || !String(tag).isEmpty() || !Binary(tag).isEmpty());
+}
+
+std::optional<uint32_t> TMsgStorage::Int32(uint32_t tag) const
+{
+    const auto id = Resolve(tag);
+    if (!id)
+        return std::nullopt;
+    const auto it = m_fixed.constFind(*id);
+    if (it == m_fixed.constEnd() || it->second.size() < 4)
+        return std::nullopt;
+    const uint16_t type = it->first;
+    if (type == TypeInt32)
+        return LE32(it->second.constData());
+    if (type == TypeInt16 || type == TypeBool)
+        return LE32(it->second.constData()) & 0xFFFF;
+    return std::nullopt;
+}
+
+uint64_t TMsgStorage::FileTime(uint32_t tag) const
+{
+    const auto id = Resolve(tag);
+    if (!id)
+        return 0;
+    const auto it = m_fixed.constFind(*id);
+    if (it == m_fixed.constEnd() || it->first != TypeFileTime || it->second.size() < 8)
+        return 0;
+    return uint64_t(LE32(it->second.constData())) | uint64_t(LE32(it->second.constData() + 4)) << 32;
+}
+
+QString TMsgStorage::String(uint32_t tag) const
+{
+    const auto id = Resolve(tag);
+    if (!id)
+        return {};
+    const QByteArray unicode = Stream(StreamName(*id, TypeUnicode));
+    if (!unicode.isEmpty()) {
+        QString text = QString::fromUtf16(reinterpret_cast<const char16_t*>(unicode.constData()), unicode.size() / 2);
+        const qsizetype nul = text.indexOf(QChar(0));
+        return nul >= 0 ? text.left(nul) : text;
+    }
+    QByteArray bytes = Stream(StreamName(*id, TypeString8));
+    const qsizetype nul = bytes.indexOf('\0');
+    if (nul >= 0)
+        bytes.truncate(nul);
+    return core::DecodeCodePage(bytes, m_codePage);
+}
+
+QByteArray TMsgStorage::Binary(uint32_t tag) const
+{
+    const auto id = Resolve(tag);
+    return id ? Stream(StreamName(*id, TypeBinary)) : QByteArray();
+}
+
+std::vector<TMsgStorage> TMsgStorage::Children(const char* prefix, int headerSize) const
+{
+    std::vector<std::pair<QString, GsfInfile*>> found;
+    const int count = m_storage ? gsf_infile_num_children(m_storage) : 0;
+    for (int i = 0; i < count; ++i) {
+        const char* name = gsf_infile_name_by_index(m_storage, i);
+        if (!name || !g_str_has_prefix(name, prefix))
+            continue;
+        GsfInput* child = gsf_infile_child_by_index(m_storage, i);
+        if (child && GSF_IS_INFILE(child))
+            found.emplace_back(QString::fromLatin1(name), GSF_INFILE(child));
+        else if (child)
+            g_object_unref(child);
+    }
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<TMsgStorage> storages;
+    for (auto& [name, child] : found) {
+        storages.emplace_back(child, headerSize, m_codePage, m_names);
+        g_object_unref(child);
+    }
+    return storages;
+}
+
+std::optional<TMsgStorage> TMsgStorage::EmbeddedMessage() const
+{
+    if (!m_storage)
+        return std::nullopt;
+    GsfInput* child = gsf_infile_child_by_name(m_storage, "__substg1.0_3701000D");
+    if (!child)
+        return std::nullopt;
+    std::optional<TMsgStorage> message;
+    if (GSF_IS_INFILE(child))
+        message.emplace(GSF_INFILE(child), 24, m_codePage, m_names);
+    g_object_unref(child);
+    return message;
+}
+
+// --- TOutlookMessage ----------------------------------------------------------
+
+TOutlookMessage::TOutlookMessage() = default;
+
+TOutlookMessage::TOutlookMessage(TMsgStorage embedded) : m_root(std::make_unique<TMsgStorage>(std::move(embedded)))
+{
+    ReadBodies();
+}
+
+TOutlookMessage::~TOutlookMessage()
+{
+    m_root.reset();
+    if (m_file)
+        g_object_unref(m_file);
+    if (m_input)
+        g_object_unref(m_input);
+}
+
+bool TOutlookMessage::LoadFromFile(const QString& fileName)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    return LoadFromBytes(file.readAll());
+}
+
+bool TOutlookMessage::LoadFromStream(QIODevice& stream)
+{
+    return LoadFromBytes(stream.readAll());
+}
+
+bool TOutlookMessage::LoadFromBytes(const QByteArray& data)
+{
+    EnsureGsf();
+    m_root.reset();
+    m_body = {};
+    if (m_file)
+        g_object_unref(std::exchange(m_file, nullptr));
+    if (m_input)
+        g_object_unref(std::exchange(m_input, nullptr));
+    m_data = data;
+    m_input = gsf_input_memory_new(reinterpret_cast<const guint8*>(m_data.constData()), m_data.size(), FALSE);
+    if (!m_input)
+        return false;
+    GError* error = nullptr;
+    m_file = gsf_infile_msole_new(m_input, &error);
+    if (error)
+        g_error_free(error);
+    if (!m_file)
+        return false;
+    m_root = std::make_unique<TMsgStorage>(m_file, 32, platform::DefaultAnsiCodePage(), ReadNameMap(m_file));
+    ReadBodies();
+    return true;
+}
+
+bool TOutlookMessage::IsStorage(const QByteArray& data)
+{
+    EnsureGsf();
+    GsfInput* input = gsf_input_memory_new(reinterpret_cast<const guint8*>(data.constData()), data.size(), FALSE);
+    if (!input)
+        return false;
+    GError* error = nullptr;
+    GsfInfile* file = gsf_infile_msole_new(input, &error);
+    if (error)
+        g_error_free(error);
+    const bool isStorage = file != nullptr;
+    if (file)
+        g_object_unref(file);
+    g_object_unref(input);
+    return isStorage;
+}
+
+bool TOutlookMessage::IsStorage(const QString& fileName)
+{
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) && IsStorage(file.readAll());
+}
+
+bool TOutlookMessage::IsStorage(QIODevice& stream)
+{
+    const qint64 position = stream.pos();
+    const QByteArray data = stream.readAll();
+    stream.seek(position);
+    return IsStorage(data);
+}
+
+void TOutlookMessage::ReadBodies()
+{
+    const TMsgStorage& root = *m_root;
+    m_body.Text = root.String(PidBody);
+    const QByteArray html = root.Binary(PidHtml);
+    m_body.HTML = !html.isEmpty() ? core::DecodeHtml(html, root.String(PidTransportHeaders)) : root.String(PidHtml);
+    const QByteArray compressed = root.Binary(PidRtfCompressed);
+    if (!compressed.isEmpty()) {
+        try {
+            m_body.RTF = core::DecompressRtf(compressed);
+        } catch (const core::ERtfError&) {
+            m_body.RTF.clear(); // a damaged RTF body is no body
+        }
+    }
+    if (m_body.HTML.isEmpty() && !m_body.RTF.isEmpty()) {
+        if (auto fromRtf = core::RtfToHtml(m_body.RTF))
+            m_body.HTML = *fromRtf;
+    }
+}
+
+QString TOutlookMessage::MessageClass() const
+{
+    return m_root ? m_root->String(PidMessageClass).trimmed() : QString();
+}
+
+bool TOutlookMessage::IsContact() const
+{
+    return MessageClass() == QLatin1String("IPM.Contact");
+}
+
+TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
+{
+    EnsureGMime();
+    if (!m_root)
+        return TGPtr<GMimeMessage>(g_mime_message_new(TRUE));
+    const TMsgStorage& root = *m_root;
+
+    // Attachments, images apart; attached messages become message parts.
+    std::vector<TMimeFile> attachments;
+    std::vector<TMimeFile> images;
+    int embeddedCount = 0;
+    for (const TMsgStorage& attach : root.Children("__attach_version1.0_#", 8)) {
+        TMimeFile file;
+        if (auto embedded = attach.EmbeddedMessage()) {
+            const TOutlookMessage inner(std::move(*embedded));
+            QString subject = inner.Root().String(PidSubject).trimmed();
+            if (subject.isEmpty())
+                subject = QStringLiteral("Attached message %1").arg(++embeddedCount);
+            file.name = subject + QStringLiteral(".msg");
+            file.message = inner.CopyToClever();
+            attachments.push_back(std::move(file));
+            continue;
+        }
+        QString name = attach.String(PidAttachLongFilename);
+        if (name.isEmpty())
+            name = attach.String(PidAttachFilename);
+        if (name.isEmpty())
+            name = attach.String(PidDisplayName);
+        file.name = DecodeAttachName(name);
+        file.data = attach.Binary(PidAttachData);
+        file.contentType = attach.String(PidAttachMimeTag).trimmed().toLower();
+        if (!file.contentType.contains(QLatin1Char('/')))
+            file.contentType.clear();
+        file.contentId = attach.String(PidAttachContentId).trimmed();
+        (IsImageName(file.name) ? images : attachments).push_back(std::move(file));
+    }
+
+    // Never without a body part.
+    QString text = m_body.Text;
+    if (text.isEmpty() && m_body.HTML.isEmpty())
+        text = QStringLiteral(" ");
+    TGPtr<GMimeMessage> message = BuildMimeMessage(text, m_body.HTML, std::move(attachments), std::move(images));
+    GMimeObject* object = GMIME_OBJECT(message.get());
+
+    // The transport headers, less those that describe the body we built.
+    const QString headers = root.String(PidTransportHeaders);
+    if (!headers.trimmed().isEmpty()) {
+        const TGPtr<GMimeMessage> parsed = ParseMimeMessage(headers.toUtf8() + "\r\n\r\n");
+        GMimeHeaderList* list = parsed ? g_mime_object_get_header_list(GMIME_OBJECT(parsed.get())) : nullptr;
+        const int count = list ? g_mime_header_list_get_count(list) : 0;
+        for (int i = 0; i < count; ++i) {
+            GMimeHeader* header = g_mime_header_list_get_header_at(list, i);
+            const char* name = g_mime_header_get_name(header);
+            if (!name || g_ascii_strncasecmp(name, "Content-", 8) == 0 || g_ascii_strcasecmp(name, "MIME-Version") == 0)
+                continue;
+            g_mime_object_append_header(object, name, g_mime_header_get_value(header), "UTF-8");
+        }
+    }
+    g_mime_message_set_subject(message.get(), root.String(PidSubject).toUtf8().constData(), "UTF-8");
+
+    // From: the name, with the address when the message holds one.
+    QString senderName = root.String(PidSenderName);
+    if (senderName.isEmpty())
+        senderName = root.String(PidSentRepresentingName);
+    QString senderAddress = root.String(PidSenderSmtp);
+    if (senderAddress.isEmpty() && root.String(PidSenderAddrType).compare(QLatin1String("SMTP"), Qt::CaseInsensitive) == 0)
+        senderAddress = root.String(PidSenderEmail);
+    if (senderAddress.isEmpty())
+        senderAddress = root.String(PidSentRepresentingSmtp);
+    if (senderAddress.isEmpty()
+        && root.String(PidSentRepresentingAddrType).compare(QLatin1String("SMTP"), Qt::CaseInsensitive) == 0)
+        senderAddress = root.String(PidSentRepresentingEmail);
+    if (senderAddress.isEmpty())
+        senderAddress = root.String(PidSenderEmail);
+    if (!senderName.isEmpty() || !senderAddress.isEmpty()) {
+        InternetAddressList* from = g_mime_message_get_from(message.get());
+        internet_address_list_clear(from);
+        InternetAddress* mailbox = internet_address_mailbox_new(
+            senderName.toUtf8().constData(), senderAddress.toUtf8().constData());
+        internet_address_list_add(from, mailbox);
+        g_object_unref(mailbox);
+    }
+
+    // Recipients by type, from the recipient table.
+    const std::vector<TMsgStorage> recipients = root.Children("__recip_version1.0_#", 8);
+    if (!recipients.empty()) {
+        for (GMimeAddressType type : {GMIME_ADDRESS_TYPE_TO, GMIME_ADDRESS_TYPE_CC, GMIME_ADDRESS_TYPE_BCC})
+            internet_address_list_clear(g_mime_message_get_addresses(message.get(), type));
+    }
+    for (const TMsgStorage& recipient : recipients) {
+        GMimeAddressType type;
+        switch (recipient.Int32(PidRecipientType).value_or(1) & 0x0F) {
+        case 2: type = GMIME_ADDRESS_TYPE_CC; break;
+        case 3: type = GMIME_ADDRESS_TYPE_BCC; break;
+        default: type = GMIME_ADDRESS_TYPE_TO;
+        }
+        QString address = recipient.String(PidSmtpAddress);
+        if (address.isEmpty())
+            address = recipient.String(PidEmailAddress);
+        g_mime_message_add_mailbox(message.get(), type, recipient.String(PidDisplayName).toUtf8().constData(),
+            address.toUtf8().constData());
+    }
+
+    uint64_t date = root.FileTime(PidClientSubmitTime);
+    if (date == 0)
+        date = root.FileTime(PidDeliveryTime);
+    if (GDateTime* when = ToGDateTime(date)) {
+        g_mime_message_set_date(message.get(), when);
+        g_date_time_unref(when);
+    }
+    return message;
+}
+
+// --- contacts -------------------------------------------------------------------
+
+QVariant TOutlookContact::Value(int field) const
+{
+    const TMsgStorage& root = m_message->Root();
+    switch (field) {
+    case cfNotes: {
+        const QString notes = m_message->Body().Text;
+        return notes.isEmpty() ? QVariant() : QVariant(notes);
+    }
+    case cfPicture: {
+        const QByteArray picture = ContactPicture();
+        return picture.isEmpty() ? QVariant() : QVariant(picture);
+    }
+    case cfBirthday: {
+        const TDateTime date = FiletimeToLocal(root.FileTime(ContactFieldTag(cfBirthday)));
+        return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();
+    }
+    default: {
+        const QString value = root.String(ContactFieldTag(field));
+        return value.isEmpty() ? QVariant() : QVariant(value);
+    }
+    }
+}
+
+QByteArray TOutlookContact::ContactPicture() const
+{
+    for (const TMsgStorage& attach : m_message->Root().Children("__attach_version1.0_#", 8)) {
+        QString name = attach.String(PidAttachLongFilename);
+        if (name.isEmpty())
+            name = attach.String(PidAttachFilename);
+        if (name.compare(QLatin1String("ContactPicture.jpg"), Qt::CaseInsensitive) == 0)
+            return attach.Binary(PidAttachData);
+    }
+    return {};
+}
+
+QString TMailOutlookContact::Subject() const
+{
+    const QString subject = m_message->Root().String(PidSubject);
+    return subject.isEmpty() ? m_message->Root().String(PidDisplayName) : subject;
+}
+
+QString TMailOutlookContact::Body(TMailBodyType kind) const
+{
+    switch (kind) {
+    case mbtText: return m_message->Body().Text;
+    case mbtHTML: return m_message->Body().HTML;
+    default: return QString::fromLatin1(m_message->Body().RTF);
+    }
+}
+
+TDateTime TMailOutlookContact::Date(TMailDateType kind) const
+{
+    static constexpr uint16_t Tags[] = {PidClientSubmitTime, PidDeliveryTime, PidCreationTime, PidModificationTime};
+    return FiletimeToLocal(m_message->Root().FileTime(Tags[kind]));
+}
+
+QVariant TMailOutlookContact::GetField(int field) const
+{
+    return ContactMessageField(field, [this](int stored) { return m_contact.Value(stored); });
+}
+
+} // namespace tessaly::mail

@@ -1,0 +1,231 @@
+#include "mail/VCard.h"
+
+#include "core/Charset.h"
+
+#include <QDateTime>
+#include <QStringList>
+
+namespace tessaly::mail {
+
+namespace {
+
+struct TProperty {
+    QString name;             // upper case, group prefix removed
+    QStringList types;        // TYPE values, upper case
+    QString value;            // decoded, escapes not yet undone
+};
+
+QByteArray DecodeQuotedPrintable(const QByteArray& text)
+{
+    QByteArray out;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i] == '=' && i + 2 < text.size()) {
+            bool ok = false;
+            const int value = text.mid(i + 1, 2).toInt(&ok, 16);
+            if (ok) {
+                out += char(value);
+                i += 2;
+                continue;
+            }
+        }
+        out += text[i];
+    }
+    return out;
+}
+
+// Unfolds the lines of the first card: a line starting with a blank goes on
+// the one before; quoted-printable values go on after a trailing "=".
+QList<QByteArray> CardLines(const QByteArray& data)
+{
+    QList<QByteArray> lines;
+    bool inCard = false;
+    for (QByteArray line : data.split('\n')) {
+        if (line.endsWith('\r'))
+            line.chop(1);
+        if (!inCard) {
+            if (line.trimmed().compare("BEGIN:VCARD", Qt::CaseInsensitive) == 0)
+                inCard = true;
+            continue;
+        }
+        if (line.trimmed().compare("END:VCARD", Qt::CaseInsensitive) == 0)
+            break;
+        if (!lines.isEmpty() && (line.startsWith(' ') || line.startsWith('\t'))) {
+            lines.last() += line.mid(1);
+            continue;
+        }
+        if (!lines.isEmpty() && lines.last().endsWith('=') && lines.last().toUpper().contains("QUOTED-PRINTABLE")) {
+            lines.last().chop(1);
+            lines.last() += line;
+            continue;
+        }
+        lines.append(line);
+    }
+    return lines;
+}
+
+TProperty ParseLine(const QByteArray& line)
+{
+    TProperty property;
+    const qsizetype colon = line.indexOf(':');
+    if (colon < 0)
+        return property;
+    const QList<QByteArray> head = line.left(colon).split(';');
+    QByteArray name = head.first().trimmed().toUpper();
+    if (const qsizetype dot = name.lastIndexOf('.'); dot >= 0)
+        name = name.mid(dot + 1); // item1.EMAIL
+    property.name = QString::fromLatin1(name);
+    QString charset = QStringLiteral("UTF-8");
+    bool quotedPrintable = false;
+    for (qsizetype i = 1; i < head.size(); ++i) {
+        const QByteArray parameter = head[i].trimmed();
+        const qsizetype eq = parameter.indexOf('=');
+        const QByteArray key = (eq < 0 ? QByteArray("TYPE") : parameter.left(eq)).toUpper();
+        const QByteArray value = eq < 0 ? parameter : parameter.mid(eq + 1);
+        if (key == "TYPE") {
+            for (const QByteArray& type : value.split(','))
+                property.types << QString::fromLatin1(type).remove(QLatin1Char('"')).trimmed().toUpper();
+        } else if (key == "CHARSET") {
+            charset = QString::fromLatin1(value);
+        } else if (key == "ENCODING" && value.toUpper() == "QUOTED-PRINTABLE") {
+            quotedPrintable = true;
+        } else if (key == "ENCODING" && (value.toUpper() == "B" || value.toUpper() == "BASE64")) {
+            property.types << QStringLiteral("BASE64");
+        }
+        if (value.toUpper() == "QUOTED-PRINTABLE")
+            quotedPrintable = true;
+    }
+    QByteArray raw = line.mid(colon + 1);
+    if (quotedPrintable)
+        raw = DecodeQuotedPrintable(raw);
+    property.value = core::DecodeCharset(raw, charset);
+    return property;
+}
+
+QString Unescape(const QString& value)
+{
+    QString out;
+    for (qsizetype i = 0; i < value.size(); ++i) {
+        if (value[i] == QLatin1Char('\\') && i + 1 < value.size()) {
+            const QChar next = value[++i];
+            out += (next == QLatin1Char('n') || next == QLatin1Char('N')) ? QChar(QLatin1Char('\n')) : next;
+        } else {
+            out += value[i];
+        }
+    }
+    return out.trimmed();
+}
+
+// Components separated by unescaped ";".
+QStringList Components(const QString& value)
+{
+    QStringList parts;
+    QString current;
+    for (qsizetype i = 0; i < value.size(); ++i) {
+        if (value[i] == QLatin1Char('\\') && i + 1 < value.size()) {
+            current += value[i];
+            current += value[++i];
+        } else if (value[i] == QLatin1Char(';')) {
+            parts << Unescape(current);
+            current.clear();
+        } else {
+            current += value[i];
+        }
+    }
+    parts << Unescape(current);
+    return parts;
+}
+
+QString JoinNonEmpty(const QStringList& parts, const QString& separator)
+{
+    QStringList kept;
+    for (const QString& part : parts)
+        if (!part.isEmpty())
+            kept << part;
+    return kept.join(separator);
+}
+
+} // namespace
+
+TVCardContact::TVCardContact(const QByteArray& data)
+{
+    auto set = [this](int field, const QString& value) {
+        if (!value.isEmpty() && !m_fields[size_t(field)].isValid())
+            m_fields[size_t(field)] = value;
+    };
+    int emails = 0;
+    for (const QByteArray& line : CardLines(data)) {
+        const TProperty p = ParseLine(line);
+        const auto has = [&p](const char* type) { return p.types.contains(QLatin1String(type)); };
+        if (p.name == QLatin1String("FN")) {
+            set(cfDisplayName, Unescape(p.value));
+        } else if (p.name == QLatin1String("N")) {
+            const QStringList n = Components(p.value); // family; given; additional; prefix; suffix
+            set(cfSurname, n.value(0));
+            set(cfGivenName, n.value(1));
+            set(cfDisplayNamePrefix, n.value(3));
+            set(cfGeneration, n.value(4));
+        } else if (p.name == QLatin1String("ORG")) {
+            const QStringList org = Components(p.value);
+            set(cfCompanyName, org.value(0));
+            set(cfDepartment, org.value(1));
+        } else if (p.name == QLatin1String("TITLE")) {
+            set(cfJobTitle, Unescape(p.value));
+        } else if (p.name == QLatin1String("EMAIL")) {
+            if (emails < 3)
+                set(cfEmail1 + emails++, Unescape(p.value));
+        } else if (p.name == QLatin1String("TEL")) {
+            const QString number = Unescape(p.value);
+            if (has("FAX"))
+                set(cfBusinessFax, number);
+            else if (has("CELL"))
+                set(cfMobilePhone, number);
+            else if (has("HOME"))
+                set(cfHomePhone, number);
+            else if (has("WORK"))
+                set(cfBusinessPhone, number);
+            else
+                set(cfPrimaryPhone, number);
+        } else if (p.name == QLatin1String("ADR")) {
+            const QStringList adr = Components(p.value); // pobox; ext; street; locality; region; code; country
+            const QString address = JoinNonEmpty(
+                {adr.value(2), JoinNonEmpty({adr.value(5), adr.value(3), adr.value(4)}, QStringLiteral(" ")), adr.value(6)},
+                QStringLiteral("\n"));
+            set(has("WORK") ? cfBusinessAddress : cfPostalAddress, address);
+            set(cfLocality, adr.value(3));
+            set(cfCountry, adr.value(6));
+        } else if (p.name == QLatin1String("URL")) {
+            set(cfWebPage, Unescape(p.value));
+        } else if (p.name == QLatin1String("NOTE")) {
+            set(cfNotes, Unescape(p.value));
+        } else if (p.name == QLatin1String("IMPP") || p.name == QLatin1String("X-MS-IMADDRESS")) {
+            set(cfInstantMessaging, Unescape(p.value));
+        } else if (p.name == QLatin1String("BDAY")) {
+            const QString text = Unescape(p.value);
+            QDate date = QDate::fromString(text.left(10), Qt::ISODate);
+            if (!date.isValid())
+                date = QDate::fromString(text.left(8), QStringLiteral("yyyyMMdd"));
+            if (date.isValid() && !m_fields[cfBirthday].isValid())
+                m_fields[cfBirthday] = QDateTime(date, QTime(0, 0));
+        } else if (p.name == QLatin1String("PHOTO") && !m_fields[cfPicture].isValid()) {
+            QString value = p.value.trimmed();
+            if (value.startsWith(QLatin1String("data:"), Qt::CaseInsensitive))
+                value = value.mid(value.indexOf(QLatin1Char(',')) + 1);
+            else if (!has("BASE64") && !has("B"))
+                continue; // a link, not the picture
+            const QByteArray picture = QByteArray::fromBase64(value.toLatin1());
+            if (!picture.isEmpty())
+                m_fields[cfPicture] = picture;
+        }
+    }
+    if (!m_fields[cfDisplayName].isValid()) {
+        const QString name = JoinNonEmpty({Value(cfGivenName).toString(), Value(cfSurname).toString()}, QStringLiteral(" "));
+        set(cfDisplayName, name);
+    }
+}
+
+QVariant TVCardContact::GetField(int field) const
+{
+    return ContactMessageField(field, [this](int stored) { return Value(stored); });
+}
+
+} // namespace tessaly::mail
