@@ -17,6 +17,7 @@ public:
     uint32_t FolderID(TPSTFolderKind kind) const { return m_ids[size_t(kind)]; }
     // The file's root folder, or null when it cannot be read.
     std::unique_ptr<TPSTRootFolder> Root();
+    TPSTFile& File() const { return m_file; }
 
 private:
     // The descriptor in an entry identifier held in a binary property.

@@ -2,6 +2,7 @@
 
 #include "core/Charset.h"
 #include "core/Rtf.h"
+#include "platform/AddressBook.h"
 #include "pst/PSTFolder.h"
 #include "pst/PffProperty.h"
 
@@ -18,6 +19,10 @@ constexpr std::array<uint32_t, 4> DateTags = {0x0039, 0x0E06, 0x3007, 0x3008};
 constexpr uint32_t TagSenderName = 0x0C1A;
 constexpr uint32_t TagSenderAddrType = 0x0C1E;
 constexpr uint32_t TagSenderEMail = 0x0C1F;
+constexpr uint32_t TagSenderSmtp = 0x5D01;
+constexpr uint32_t TagSentRepresentingEMail = 0x0065;
+constexpr uint32_t TagSentRepresentingSmtp = 0x5D02;
+constexpr uint32_t TagRecipientSmtp = 0x39FE;
 constexpr uint32_t TagRecipientType = 0x0C15;
 constexpr uint32_t TagDisplayName = 0x3001;
 constexpr uint32_t TagRecipientDisplayName = 0x5FF6;
@@ -306,6 +311,12 @@ const TPSTSender& TPSTMailItem::Sender() const
         sender.Name = ReadUtf8(Handle(), 0, TagSenderName, SenderBytes);
         sender.AddrType = ReadString(Handle(), 0, TagSenderAddrType, ShortStringChars);
         sender.EMail = ReadUtf8(Handle(), 0, TagSenderEMail, SenderBytes);
+        sender.SmtpAddress = ReadString(Handle(), 0, TagSenderSmtp, ShortStringChars);
+        // What the file knows of Exchange addresses feeds the address book.
+        auto& book = platform::DataFileAddressBook();
+        book.AddSmtp(sender.EMail, sender.SmtpAddress);
+        book.AddSmtp(ReadString(Handle(), 0, TagSentRepresentingEMail, ShortStringChars),
+            ReadString(Handle(), 0, TagSentRepresentingSmtp, ShortStringChars));
         sender.Caption = sender.Name;
         // Only an internet address is worth showing; an Exchange sender is
         // shown by name until resolved.
@@ -341,9 +352,24 @@ void TPSTMailItem::FillRecipients() const
         recipient.RecipientDisplayName = ReadString(recipients.Get(), set, TagRecipientDisplayName, ShortStringChars);
         recipient.AddrType = ReadString(recipients.Get(), set, TagAddrType, ShortStringChars);
         recipient.EMail = ReadString(recipients.Get(), set, TagEMail, ShortStringChars);
+        recipient.SmtpAddress = ReadString(recipients.Get(), set, TagRecipientSmtp, ShortStringChars);
+        if (recipient.AddrType != QLatin1String("SMTP"))
+            platform::DataFileAddressBook().AddSmtp(recipient.EMail, recipient.SmtpAddress);
         const size_t list = *type <= 3 ? size_t(*type) : size_t(rlOther);
         (*m_recipients)[list].Add(std::move(recipient));
     }
+}
+
+TPSTSender& TPSTMailItem::SenderRecord() const
+{
+    (void)Sender();
+    return *m_sender;
+}
+
+TRecipientList& TPSTMailItem::RecipientRecords(int list) const
+{
+    FillRecipients();
+    return (*m_recipients)[size_t(std::clamp(list, 0, 4))];
 }
 
 const TRecipientList& TPSTMailItem::Recipients(int list) const

@@ -23,12 +23,14 @@ struct TMailRecipient {
     QString AddrType;
     QString EMail;
     uint32_t Type = 0; // 0 originator, 1 To, 2 Cc, 3 Bcc, other values as found
+    QString SmtpAddress; // the file's own SMTP address of the recipient, if any
 };
 
 class TRecipientList {
 public:
     int Count() const { return int(m_items.size()); }
     const TMailRecipient& GetItem(int index) const { return m_items.at(size_t(index)); }
+    TMailRecipient& Record(int index) { return m_items.at(size_t(index)); }
     void Add(TMailRecipient recipient) { m_items.push_back(std::move(recipient)); }
     // The display names (the addresses) each followed by ",", stopping after
     // the first one that makes the text longer than maxChars; the last
@@ -49,6 +51,7 @@ struct TPSTSender {
     QString Name;
     QString AddrType;
     QString EMail;
+    QString SmtpAddress; // the file's own SMTP address of the sender, if any
 };
 
 struct TMailBody {
@@ -146,6 +149,10 @@ public:
     QString MessageClass() const;
 
     bool RecipientsResolved() const { return m_recipients.has_value(); }
+    // The records themselves, for the resolution of Exchange addresses,
+    // which rewrites EMail and AddrType in place (under RecordLock()).
+    TPSTSender& SenderRecord() const;
+    TRecipientList& RecipientRecords(int list) const;
     void FillRecipients() const;
     // Reads everything but the bodies and attachment contents, so that the
     // item can be shown without further file access.

@@ -169,9 +169,9 @@ TEST(PSTMessages, RtfDecompressionAgreesWithLibpff)
 TEST(PSTMessages, RecipientListCaptions)
 {
     TRecipientList list;
-    list.Add({QStringLiteral("Ann"), {}, QStringLiteral("SMTP"), QStringLiteral("ann@x.org"), 1});
-    list.Add({QStringLiteral("Bob"), {}, QStringLiteral("SMTP"), QStringLiteral("bob@x.org"), 1});
-    list.Add({QStringLiteral("Cy"), {}, QStringLiteral("EX"), QStringLiteral("/o=x/cn=cy"), 1});
+    list.Add({QStringLiteral("Ann"), {}, QStringLiteral("SMTP"), QStringLiteral("ann@x.org"), 1, {}});
+    list.Add({QStringLiteral("Bob"), {}, QStringLiteral("SMTP"), QStringLiteral("bob@x.org"), 1, {}});
+    list.Add({QStringLiteral("Cy"), {}, QStringLiteral("EX"), QStringLiteral("/o=x/cn=cy"), 1, {}});
     const struct {
         int maxChars;
         QString caption;
