@@ -1,0 +1,354 @@
+#include "mail/CleverMail.h"
+#include "mail/FileMailMsg.h"
+#include "mail/OutlookMessage.h"
+#include "mail/VCard.h"
+
+#include "MsgBuilder.h"
+#include "TestUtil.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+
+using namespace tessaly::mail;
+using tessaly::test::TestData;
+
+namespace {
+
+std::shared_ptr<IMailMessage> Open(const QString& relative)
+{
+    TFileMailMsgRequest request(TestData(relative));
+    return request.Message();
+}
+
+QString Utc(TDateTime date)
+{
+    return date > 0 ? tessaly::core::DateTimeToQDateTime(date).toUTC().toString(Qt::ISODate) : QString();
+}
+
+QString Captions(const std::shared_ptr<IMailRecipientList>& list)
+{
+    if (!list)
+        return QStringLiteral("(none)");
+    return std::dynamic_pointer_cast<IMailRecipientList2>(list)->Caption(0);
+}
+
+QStringList AttachNames(const IMailMessage& message)
+{
+    QStringList names;
+    if (const auto attaches = message.Attaches())
+        for (const auto& attach : *attaches)
+            names << QStringLiteral("%1:%2").arg(attach->FileName()).arg(attach->Content()->size());
+    return names;
+}
+
+QString WriteFile(const QTemporaryDir& dir, const QString& name, const QByteArray& bytes)
+{
+    const QString path = dir.filePath(name);
+    QFile file(path);
+    file.open(QIODevice::WriteOnly);
+    file.write(bytes);
+    return path;
+}
+
+QByteArray ReadAll(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+TEST(MessageFiles, EveryFixtureOpens)
+{
+    int opened = 0;
+    for (const char* folder : {"msg", "eml"}) {
+        for (const QString& name : QDir(TestData(QLatin1String(folder))).entryList(QDir::Files)) {
+            const auto message = Open(QLatin1String(folder) + QLatin1Char('/') + name);
+            ASSERT_TRUE(message) << name.toStdString();
+            (void)message->Subject();
+            (void)message->Body(mbtText);
+            (void)message->Body(mbtHTML);
+            ++opened;
+        }
+    }
+    EXPECT_EQ(opened, 24 + 52);
+}
+
+TEST(MessageFiles, InternetMessages)
+{
+    const struct {
+        const char* file;
+        QString subject, sender, to, submit;
+        QStringList attachments;
+    } cases[] = {
+        {"eml/rfc2822__example01.eml", "Saying Hello", "John Doe <jdoe@machine.example>", "Mary Smith <mary@example.net>",
+            "1997-11-21T15:55:06Z", {}},
+        {"eml/attachment_emails__attachment_pdf.eml", QStringLiteral("Another PDF with \U0001F389 Unicode chars in it \U0001F37F"),
+            "Test Tester <xxxx@xxxx.com>", "xxxx@xxxx.com,xxxx@xxxx.com", "2005-05-10T17:26:39Z", {"broken.pdf:1026"}},
+        {"eml/attachment_emails__attachment_nonascii_filename.eml", "testing", "foo@example.com", "blah@example.com",
+            "2005-06-06T20:21:22Z", {QStringLiteral("ci\u00eble.txt:11")}},
+        {"eml/attachment_emails__attachment_with_base64_encoded_name.eml", "Fwd: Signed email causes file attachments",
+            "xxxxxxxxx xxxxxxx <xxxxxxxxx.xxxxxxx@gmail.com>", "xxxxx xxxx <xxxxx@xxxxxxxxx.com>", "2005-05-08T19:09:11Z",
+            {"This is a test.pdf:399"}},
+        {"eml/multi_charset__japanese_attachment.eml", "testing", "Mikel Lindsaar <raasdnil@gmail.com>",
+            "Mikel Lindsaar <raasdnil@gmail.com>", "2009-10-16T12:39:34Z", {QStringLiteral("\u3066\u3059\u3068.txt:33")}},
+        {"eml/multi_charset__japanese_iso_2022.eml", QStringLiteral("\u307e\u307f\u3080\u3081\u3082"),
+            "Mikel Lindsaar <raasdnil@gmail.com>", QStringLiteral("\u307f\u3051\u308b <raasdnil@gmail.com>"), "", {}},
+        {"eml/rfc6532__utf8_headers.eml", QStringLiteral("S\u00e4ying Hello"), QStringLiteral("J\u00f6hn Doe <jd\u00f6e@m\u00e4chine.example>"),
+            QStringLiteral("M\u00e4ry Smith <m\u00e4ry@ex\u00e4mple.net>"), "", {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const auto message = Open(QLatin1String(c.file));
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->Subject(), c.subject);
+        EXPECT_EQ(message->Sender()->Caption(), c.sender);
+        EXPECT_EQ(message->Sender()->EMailType(), matSMTP);
+        EXPECT_EQ(Captions(message->Recipients(mrtTo)), c.to);
+        if (!c.submit.isEmpty()) {
+            EXPECT_EQ(Utc(message->Date(mdClientSubmit)), c.submit);
+        }
+        EXPECT_EQ(message->Date(mdDelivery), 0.0);
+        EXPECT_EQ(message->Recipients(mrtOriginator), nullptr);
+        EXPECT_EQ(AttachNames(*message), c.attachments);
+    }
+}
+
+TEST(MessageFiles, BodiesAndCharsets)
+{
+    const auto korean = Open(QStringLiteral("eml/multi_charset__ks_c_5601-1987.eml"));
+    EXPECT_EQ(korean->Body(mbtText).trimmed(), QStringLiteral("\uc2a4\ud2f0\ud574")) << korean->Body(mbtText).toStdString();
+    const auto basic = Open(QStringLiteral("eml/plain_emails__basic_email.eml"));
+    const TMailStringList* lines = std::dynamic_pointer_cast<IMailMessage4>(basic)->BodyStrings(mbtText);
+    ASSERT_NE(lines, nullptr);
+    EXPECT_GT(lines->Count(), 0);
+    EXPECT_EQ(std::dynamic_pointer_cast<IMailMessage4>(basic)->BodyStrings(mbtRTF), nullptr);
+    EXPECT_TRUE(basic->Headers().contains(QStringLiteral("Subject: Testing 123")));
+}
+
+TEST(MessageFiles, AttachedInternetMessage)
+{
+    const auto message = Open(QStringLiteral("eml/attachment_emails__attachment_message_rfc822.eml"));
+    const auto attach = message->Attaches()->GetAttach(0);
+    EXPECT_EQ(attach->FileName(), QStringLiteral("ForwardedMessage.eml"));
+    EXPECT_EQ(attach->ContentType(), QStringLiteral("message/rfc822"));
+    const auto inner = attach->AsMailMessage();
+    ASSERT_TRUE(inner);
+    EXPECT_EQ(inner->Subject(), QStringLiteral("Another PDF"));
+    EXPECT_EQ(AttachNames(*inner), QStringList{QStringLiteral("broken.pdf:1026")});
+}
+
+TEST(MessageFiles, SenderIPFromHeaders)
+{
+    const struct {
+        QString headers;
+        QString ip;
+    } cases[] = {
+        {"X-Originating-IP: [203.0.113.9]\r\nReceived: from a (a [198.51.100.1])\r\n", "203.0.113.9"},
+        {"Received: from relay (relay [198.51.100.7])\r\n\tby mx\r\nReceived: from pc (pc [10.0.0.5])\r\n\tby relay\r\n"
+         "Received: from first (first [203.0.113.77])\r\n\tby pc\r\n",
+            "203.0.113.77"},
+        {"Received: from pc (pc [192.168.1.2])\r\n", "192.168.1.2"},
+        {"Received: by mx with SMTP id 1\r\n", ""},
+        {"", ""},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(TCleverMailMessage::SenderIPFromHeaders(c.headers), c.ip) << c.headers.toStdString();
+}
+
+TEST(MessageFiles, OutlookMessages)
+{
+    const struct {
+        const char* file;
+        QString subject, sender, to, submit;
+        QStringList attachments;
+    } cases[] = {
+        {"msg/attachmentFiles.msg", "attachmentFiles", "hmailuser <hmailuser@hmailserver.test>",
+            "hmailuser@hmailserver.test", "2023-11-01T00:48:31Z", {"jpg.jpg:726", "png.png:134", "tif.tif:664"}},
+        {"msg/sent.msg", "Sent time", "xmailuser <xmailuser@xmailserver.test>",
+            "'xmailuser@xmailserver.test' <xmailuser@xmailserver.test>", "2021-02-15T08:19:04Z", {}},
+        {"msg/nonUnicodeCP932.msg", QStringLiteral("\u65e5\u672c\u8a9e Non Unicode \u30bf\u30a4\u30c8\u30eb"), "",
+            "xmailuser2@xmailserver.test", "", {}},
+        {"msg/voteYes.msg", QStringLiteral("\u306f\u3044: 3 vote items: \u306f\u3044;\u3044\u3044\u3048;\u305f\u3076\u3093"),
+            "xmailuser <xmailuser@xmailserver.test>", "'xmailuser' <xmailuser@xmailserver.test>", "2021-07-29T10:57:47Z", {}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        const auto message = Open(QLatin1String(c.file));
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->Subject(), c.subject);
+        const auto sender = message->Sender();
+        EXPECT_EQ(sender ? sender->Caption() : QString(), c.sender);
+        EXPECT_EQ(Captions(message->Recipients(mrtTo)), c.to);
+        if (!c.submit.isEmpty()) {
+            EXPECT_EQ(Utc(message->Date(mdClientSubmit)), c.submit);
+        }
+        EXPECT_EQ(AttachNames(*message), c.attachments);
+    }
+    // No bodies at all: one blank, so that there is a body part.
+    EXPECT_EQ(Open(QStringLiteral("msg/voteYes.msg"))->Body(mbtText), QStringLiteral(" "));
+    // HTML recovered from the RTF body, the RTF kept as it is.
+    const auto link = Open(QStringLiteral("msg/htmlLink.msg"));
+    EXPECT_TRUE(link->Body(mbtHTML).contains(QStringLiteral("<a href=\"https://google.com/\">")));
+    EXPECT_TRUE(link->Body(mbtRTF).startsWith(QStringLiteral("{\\rtf1")));
+    // Images apart from attachments, and referred to from the HTML.
+    const auto inlined = Open(QStringLiteral("msg/attachAndInline.msg"));
+    EXPECT_EQ(inlined->Attaches()->Count(), 2);
+}
+
+TEST(MessageFiles, MessagesInsideMessages)
+{
+    auto message = Open(QStringLiteral("msg/msgInMsgInMsg.msg"));
+    QStringList subjects;
+    while (message) {
+        subjects << message->Subject();
+        std::shared_ptr<IMailMessage> inner;
+        for (const auto& attach : *message->Attaches())
+            if (const auto embedded = attach->AsMailMessage()) {
+                EXPECT_TRUE(attach->FileName().endsWith(QStringLiteral(".msg")));
+                inner = embedded;
+            }
+        message = inner;
+    }
+    EXPECT_EQ(subjects, (QStringList{QStringLiteral("I have sub attachments!"), QStringLiteral("I have attachments!"),
+                            QStringLiteral("Microsoft Outlook \u30c6\u30b9\u30c8 \u30e1\u30c3\u30bb\u30fc\u30b8")}));
+}
+
+TEST(MessageFiles, ContactsOpenAsContacts)
+{
+    const auto plain = Open(QStringLiteral("msg/contact-plain.msg"));
+    const auto contact = std::dynamic_pointer_cast<IMailContact>(plain);
+    ASSERT_TRUE(contact);
+    EXPECT_EQ(contact->GetField(mcfFullName).toString(), QStringLiteral("(full name) A completely bogus contact"));
+    EXPECT_EQ(contact->GetField(mcfJobTitle).toString(), QStringLiteral("(job title) Manager, bogus division"));
+    EXPECT_EQ(contact->GetField(mcfEMails).toString(), QStringLiteral("email@emailland.com"));
+    EXPECT_EQ(contact->GetField(mcfMobilePhone).toString(), QStringLiteral("(mobile) 0404 123 456"));
+    EXPECT_FALSE(contact->GetField(17).isValid()); // a number without a field
+
+    const auto unicode = std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/contactUnicode.msg")));
+    ASSERT_TRUE(unicode);
+    EXPECT_EQ(unicode->GetField(mcfSubject).toString(), QStringLiteral("\u30b3\u30e0 \u30c9\u30c3\u30c8 \u30a4\u30b0\u30b6\u30f3\u30d7\u30eb \u6bbf"));
+    EXPECT_EQ(unicode->GetField(mcfCompany).toString(), QStringLiteral("My work company"));
+    EXPECT_EQ(unicode->GetField(mcfBirthday).toDateTime().date(), QDate(2000, 1, 1));
+    EXPECT_TRUE(std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/contact-unicode.msg"))));
+    EXPECT_TRUE(std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/Swetlana Novikova.msg"))));
+    EXPECT_FALSE(std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/sent.msg"))));
+}
+
+TEST(MessageFiles, FormatDecision)
+{
+    QTemporaryDir dir;
+    const QByteArray mime = ReadAll(TestData(QStringLiteral("eml/rfc2822__example01.eml")));
+    // A .msg that is really an internet message opens as one.
+    TFileMailMsgRequest fake(WriteFile(dir, QStringLiteral("fake.msg"), mime));
+    EXPECT_EQ(fake.Message()->Subject(), QStringLiteral("Saying Hello"));
+    EXPECT_TRUE(fake.AttachesLoaded());
+    // The same bytes as .txt are refused, as .mim and .emlx they open.
+    const QString txt = WriteFile(dir, QStringLiteral("note.txt"), mime);
+    TFileMailMsgRequest refused(txt);
+    try {
+        refused.Message();
+        FAIL() << "a .txt file was taken";
+    } catch (const EInvalidMailFormat& e) {
+        EXPECT_EQ(e.Message(), QStringLiteral("Can not determine format of file ") + txt);
+    }
+    TFileMailMsgRequest mim(WriteFile(dir, QStringLiteral("note.MIM"), mime));
+    EXPECT_EQ(mim.Message()->Subject(), QStringLiteral("Saying Hello"));
+    TFileMailMsgRequest emlx(WriteFile(dir, QStringLiteral("note.emlx"), QByteArray::number(mime.size()) + "\n" + mime + "<?xml plist?>"));
+    EXPECT_EQ(emlx.Message()->Subject(), QStringLiteral("Saying Hello"));
+    EXPECT_FALSE(emlx.Message()->Body(mbtText).contains(QStringLiteral("plist")));
+    // A compound file is an .msg whatever its name.
+    TFileMailMsgRequest renamed(WriteFile(dir, QStringLiteral("mail.dat"), ReadAll(TestData(QStringLiteral("msg/sent.msg")))));
+    EXPECT_EQ(renamed.Message()->Subject(), QStringLiteral("Sent time"));
+    // Streams: compound or internet message.
+    QFile msgStream(TestData(QStringLiteral("msg/sent.msg")));
+    ASSERT_TRUE(msgStream.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(TOutlookMessage::IsStorage(msgStream));
+    EXPECT_EQ(msgStream.pos(), 0);
+    TFileMailMsgRequest fromStream(msgStream);
+    EXPECT_EQ(fromStream.Message()->Subject(), QStringLiteral("Sent time"));
+    TFileMailMsgRequest missing(dir.filePath(QStringLiteral("none.eml")));
+    EXPECT_THROW(missing.Message(), EFileReadError);
+}
+
+TEST(MessageFiles, BuiltMessagesEdgeCases)
+{
+    QTemporaryDir dir;
+    using tessaly::test::BuildMsg;
+    using tessaly::test::TMsgSpec;
+
+    // The class is compared trimmed, and as a whole.
+    TMsgSpec contact;
+    contact.strings[0x001A] = QStringLiteral("  IPM.Contact ");
+    contact.strings[0x3001] = QStringLiteral("Ann Example");
+    TOutlookMessage reader;
+    ASSERT_TRUE(reader.LoadFromBytes(BuildMsg(contact)));
+    EXPECT_TRUE(reader.IsContact());
+    contact.strings[0x001A] = QStringLiteral("IPM.Contact.Special");
+    ASSERT_TRUE(reader.LoadFromBytes(BuildMsg(contact)));
+    EXPECT_FALSE(reader.IsContact());
+
+    // Encoded-word and percent-encoded names; images by extension.
+    TMsgSpec mail;
+    mail.strings[0x001A] = QStringLiteral("IPM.Note");
+    mail.strings[0x0037] = QStringLiteral("Files");
+    mail.attachments = {{QStringLiteral("=?UTF-8?B?w6TDtsO8LnBkZg==?="), "pdf"}, {QStringLiteral("Photo.JPG"), "jpg"},
+        {QStringLiteral("plan%20B.pdf"), "plan"}};
+    const auto message = TFileMailMsgRequest(WriteFile(dir, QStringLiteral("files.msg"), BuildMsg(mail))).Message();
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->Subject(), QStringLiteral("Files"));
+    EXPECT_EQ(message->Body(mbtText), QStringLiteral(" "));
+    QStringList names;
+    QStringList dispositions;
+    for (const auto& attach : *message->Attaches()) {
+        names << attach->FileName();
+        dispositions << attach->ContentDisposition();
+    }
+    // Images come before the attachments, inline.
+    EXPECT_EQ(names, (QStringList{QStringLiteral("Photo.JPG"), QStringLiteral("\u00e4\u00f6\u00fc.pdf"), QStringLiteral("plan B.pdf")}));
+    EXPECT_EQ(dispositions, (QStringList{QStringLiteral("inline"), QStringLiteral("attachment"), QStringLiteral("attachment")}));
+}
+
+TEST(MessageFiles, VCards)
+{
+    const QByteArray card = "BEGIN:VCARD\r\nVERSION:2.1\r\nN:Lee;Ann;;Dr.;\r\nFN:Dr. Ann Lee\r\n"
+                            "ORG:Example Ltd;Research\r\nTITLE:Chemist\r\nTEL;WORK;VOICE:+1 555 0100\r\n"
+                            "TEL;CELL:+1 555 0199\r\nEMAIL;INTERNET:ann@example.com\r\nEMAIL:lee@example.org\r\n"
+                            "NOTE;ENCODING=QUOTED-PRINTABLE;CHARSET=UTF-8:Caf=C3=A9 on Mon=\r\ndays\r\n"
+                            "ADR;WORK:;;1 Main St;Springfield;;12345;USA\r\nBDAY:1980-04-05\r\n"
+                            "URL:https://example.com\r\nEND:VCARD\r\n";
+    TVCardContact contact(card);
+    EXPECT_EQ(contact.Subject(), QStringLiteral("Dr. Ann Lee"));
+    EXPECT_EQ(contact.GetField(mcfCompany).toString(), QStringLiteral("Example Ltd"));
+    EXPECT_EQ(contact.GetField(mcfDepartment).toString(), QStringLiteral("Research"));
+    EXPECT_EQ(contact.GetField(mcfJobTitle).toString(), QStringLiteral("Chemist"));
+    EXPECT_EQ(contact.GetField(mcfBusinessPhone).toString(), QStringLiteral("+1 555 0100"));
+    EXPECT_EQ(contact.GetField(mcfMobilePhone).toString(), QStringLiteral("+1 555 0199"));
+    EXPECT_EQ(contact.GetField(mcfEMails).toString(), QStringLiteral("ann@example.com,lee@example.org"));
+    EXPECT_EQ(contact.GetField(mcfNotes).toString(), QStringLiteral("Caf\u00e9 on Mondays"));
+    EXPECT_EQ(contact.GetField(mcfBusinessAddress).toString(), QStringLiteral("1 Main St\n12345 Springfield\nUSA"));
+    EXPECT_EQ(contact.GetField(mcfBirthday).toDateTime().date(), QDate(1980, 4, 5));
+    EXPECT_EQ(contact.GetField(mcfSurname).toString(), QStringLiteral("Lee"));
+    EXPECT_EQ(contact.GetField(mcfTitle).toString(), QStringLiteral("Dr."));
+    EXPECT_FALSE(TVCardContact("no card here").GetField(mcfFullName).isValid());
+
+    QTemporaryDir dir;
+    const auto fromFile = TFileMailMsgRequest(WriteFile(dir, QStringLiteral("ann.vcf"), card)).Message();
+    EXPECT_TRUE(std::dynamic_pointer_cast<IMailContact>(fromFile));
+}
+
+TEST(MessageFiles, ContactFieldTable)
+{
+    // Every message field maps as the table says, and e-mails are composed.
+    const std::pair<int, int> pairs[] = {{0, 0}, {1, 7}, {2, 8}, {3, 1}, {5, 0}, {8, 17}, {9, 14}, {11, 16}, {15, 9},
+        {16, 10}, {21, 20}, {27, 5}, {28, 6}, {7, 24}, {12, 25}, {24, 26}, {6, 27}, {10, 13}, {13, 28}, {14, 28}, {29, 29}};
+    for (const auto& [message, stored] : pairs)
+        EXPECT_EQ(ContactFieldOfMessageField(message), stored) << message;
+    for (int unmapped : {4, 17, 18, 19, 20, 22, 23, 25, 26, 30, -1})
+        EXPECT_EQ(ContactFieldOfMessageField(unmapped), -1) << unmapped;
+    EXPECT_EQ(ComposeEMails("a@x", "", "c@x"), QStringLiteral("a@x,c@x"));
+    EXPECT_EQ(ComposeEMails("", "b@x", ""), QStringLiteral("b@x"));
+    EXPECT_EQ(ComposeEMails("", "", ""), QString());
+}

@@ -1,0 +1,107 @@
+#pragma once
+
+// Writes small .msg files ([MS-OXMSG]) for tests that need what no sample
+// holds. Only what the tests use: string and binary properties of the
+// message and of by-value attachments.
+
+#include <QByteArray>
+#include <QString>
+#include <gsf/gsf-outfile-msole.h>
+#include <gsf/gsf-outfile.h>
+#include <gsf/gsf-output-memory.h>
+#include <gsf/gsf-utils.h>
+
+#include <map>
+#include <vector>
+
+namespace tessaly::test {
+
+struct TMsgAttachSpec {
+    QString longFileName;
+    QByteArray data;
+};
+
+struct TMsgSpec {
+    std::map<uint16_t, QString> strings; // property id -> Unicode string
+    std::vector<TMsgAttachSpec> attachments;
+};
+
+namespace detail {
+
+inline void WriteStream(GsfOutfile* storage, const QString& name, const QByteArray& data)
+{
+    GsfOutput* child = gsf_outfile_new_child(storage, name.toLatin1().constData(), FALSE);
+    gsf_output_write(child, size_t(data.size()), reinterpret_cast<const guint8*>(data.constData()));
+    gsf_output_close(child);
+    g_object_unref(child);
+}
+
+inline QByteArray Utf16(const QString& text)
+{
+    return QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2) + QByteArray(2, '\0');
+}
+
+inline QString StreamName(uint16_t id, uint16_t type)
+{
+    return QStringLiteral("__substg1.0_")
+        + QStringLiteral("%1%2").arg(id, 4, 16, QLatin1Char('0')).arg(type, 4, 16, QLatin1Char('0')).toUpper();
+}
+
+// A property stream: the header, then one 16-byte entry per property.
+inline QByteArray Properties(int headerSize, const std::vector<std::pair<uint32_t, uint32_t>>& entries)
+{
+    QByteArray data(headerSize, '\0');
+    for (const auto& [tag, size] : entries) {
+        QByteArray entry(16, '\0');
+        for (int i = 0; i < 4; ++i) {
+            entry[i] = char((tag >> (8 * i)) & 0xFF);
+            entry[8 + i] = char((size >> (8 * i)) & 0xFF);
+        }
+        entry[4] = 0x06; // readable, writable
+        data += entry;
+    }
+    return data;
+}
+
+} // namespace detail
+
+inline QByteArray BuildMsg(const TMsgSpec& spec)
+{
+    gsf_init();
+    GsfOutput* sink = gsf_output_memory_new();
+    GsfOutfile* root = gsf_outfile_msole_new(sink);
+    std::vector<std::pair<uint32_t, uint32_t>> entries;
+    for (const auto& [id, text] : spec.strings) {
+        const QByteArray value = detail::Utf16(text);
+        detail::WriteStream(root, detail::StreamName(id, 0x001F), value);
+        entries.emplace_back(uint32_t(id) << 16 | 0x001F, uint32_t(value.size()));
+    }
+    QByteArray header = detail::Properties(32, entries);
+    header[20] = char(spec.attachments.size()); // attachment count
+    detail::WriteStream(root, QStringLiteral("__properties_version1.0"), header);
+    for (size_t i = 0; i < spec.attachments.size(); ++i) {
+        const auto& attach = spec.attachments[i];
+        const QString storageName =
+            QStringLiteral("__attach_version1.0_#") + QStringLiteral("%1").arg(i, 8, 16, QLatin1Char('0')).toUpper();
+        GsfOutput* storage = gsf_outfile_new_child(root, storageName.toLatin1().constData(), TRUE);
+        GsfOutfile* attachment = GSF_OUTFILE(storage);
+        const QByteArray name = detail::Utf16(attach.longFileName);
+        detail::WriteStream(attachment, detail::StreamName(0x3707, 0x001F), name);
+        detail::WriteStream(attachment, detail::StreamName(0x3701, 0x0102), attach.data);
+        detail::WriteStream(attachment, QStringLiteral("__properties_version1.0"),
+            detail::Properties(8, {{0x3707001F, uint32_t(name.size())}, {0x37010102, uint32_t(attach.data.size())},
+                                      {0x37050003, 1}}));
+        gsf_output_close(storage);
+        g_object_unref(storage);
+    }
+    gsf_output_close(GSF_OUTPUT(root));
+    g_object_unref(root);
+    const gsf_off_t size = gsf_output_size(sink);
+    const QByteArray bytes(
+        reinterpret_cast<const char*>(gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(sink))), qsizetype(size));
+    gsf_output_close(sink);
+    g_object_unref(sink);
+    return bytes;
+}
+
+} // namespace tessaly::test
