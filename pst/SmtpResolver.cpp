@@ -43,10 +43,12 @@ void TPSTSmtpResolver::Start()
     m_stop = false;
     m_thread = QThread::create([this, records = std::move(records)]() mutable { Run(std::move(records)); });
     m_thread->setObjectName(QStringLiteral("ResolveSMTP"));
-    connect(m_thread, &QThread::finished, this, [this] {
+    const int run = ++m_run;
+    connect(m_thread, &QThread::finished, this, [this, run] {
         {
+            // A run that Stop ended has had its thread deleted there.
             QMutexLocker guard(&m_lock);
-            if (m_thread) {
+            if (run == m_run && m_thread) {
                 m_thread->deleteLater();
                 m_thread = nullptr;
             }
@@ -85,14 +87,15 @@ void TPSTSmtpResolver::Stop()
     QThread* thread = nullptr;
     {
         QMutexLocker locker(&m_lock);
-        thread = m_thread;
+        thread = std::exchange(m_thread, nullptr);
+        ++m_run;
+        m_pending.clear();
     }
     if (thread) {
         m_stop = true;
         thread->wait();
+        delete thread; // the end notice may still be queued; it needs no thread
     }
-    QMutexLocker locker(&m_lock);
-    m_pending.clear();
 }
 
 bool TPSTSmtpResolver::IsRunning() const

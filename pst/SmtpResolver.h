@@ -45,6 +45,7 @@ private:
     QHash<QString, QString> m_cache; // Exchange address -> SMTP address
     std::vector<TRecordRef> m_pending;
     QThread* m_thread = nullptr;
+    int m_run = 0; // numbers the runs
     std::atomic<bool> m_stop {false};
 };
 
