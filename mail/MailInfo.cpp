@@ -8,15 +8,6 @@ namespace tessaly::mail {
 
 namespace {
 
-QString JoinedCaptions(const std::shared_ptr<IMailRecipientList>& list)
-{
-    if (!list)
-        return {};
-    QStringList captions;
-    for (const auto& recipient : *list)
-        captions << (recipient ? recipient->Caption() : QString());
-    return captions.join(QLatin1Char(','));
-}
 
 } // namespace
 
@@ -41,9 +32,9 @@ QVariant TMailMsgInfo::Value(TMailInfo field) const
         return sender ? QVariant(sender->Caption()) : QVariant();
     }
     case mifSubject: return Message->Subject();
-    case mifRecipientTo: return JoinedCaptions(Message->Recipients(mrtTo));
-    case mifRecipientCC: return JoinedCaptions(Message->Recipients(mrtCC));
-    case mifRecipientBCC: return JoinedCaptions(Message->Recipients(mrtBCC));
+    case mifRecipientTo: return JoinCaptions(Message->Recipients(mrtTo));
+    case mifRecipientCC: return JoinCaptions(Message->Recipients(mrtCC));
+    case mifRecipientBCC: return JoinCaptions(Message->Recipients(mrtBCC));
     case mifDateClientSubmit:
     case mifDateDelivery:
     case mifDateCreation:

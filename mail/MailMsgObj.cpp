@@ -1,5 +1,7 @@
 #include "mail/MailMsgObj.h"
 
+#include <QStringList>
+
 namespace tessaly::mail {
 
 QString MailRecipientCaption(const QString& name, const QString& address)
@@ -9,6 +11,16 @@ QString MailRecipientCaption(const QString& name, const QString& address)
     if (address.isEmpty())
         return name;
     return QStringLiteral("%1 <%2>").arg(name, address);
+}
+
+QString JoinCaptions(const std::shared_ptr<IMailRecipientList>& list)
+{
+    if (!list)
+        return {};
+    QStringList captions;
+    for (const auto& recipient : *list)
+        captions << (recipient ? recipient->Caption() : QString());
+    return captions.join(QLatin1Char(','));
 }
 
 QString TCustomMailRecipientList::Caption(int maxLen) const

@@ -13,6 +13,10 @@ namespace tessaly::mail {
 // "name <address>".
 QString MailRecipientCaption(const QString& name, const QString& address);
 
+// The captions of a list's recipients joined with "," (no comma after the
+// last); empty for no list.
+QString JoinCaptions(const std::shared_ptr<IMailRecipientList>& list);
+
 // A recipient whose Caption follows the rule above.
 class TCustomMailRecipient : public IMailRecipient {
 public:

@@ -22,15 +22,6 @@ QJsonValue IsoDate(TDateTime date)
     return core::DateTimeToQDateTime(date).toUTC().toString(Qt::ISODate);
 }
 
-QString Captions(const std::shared_ptr<IMailRecipientList>& list)
-{
-    if (!list)
-        return {};
-    QStringList captions;
-    for (const auto& recipient : *list)
-        captions << (recipient ? recipient->Caption() : QString());
-    return captions.join(QLatin1Char(','));
-}
 
 QJsonArray Attachments(const IMailMessage& message, int depth)
 {
@@ -84,9 +75,9 @@ QJsonObject MessageReport(const IMailMessage& message, int depth)
         {QStringLiteral("subject"), message.Subject()},
         {QStringLiteral("sender"), sender ? sender->Caption() : QString()},
         {QStringLiteral("senderIP"), message.SenderIP()},
-        {QStringLiteral("to"), Captions(message.Recipients(mrtTo))},
-        {QStringLiteral("cc"), Captions(message.Recipients(mrtCC))},
-        {QStringLiteral("bcc"), Captions(message.Recipients(mrtBCC))},
+        {QStringLiteral("to"), JoinCaptions(message.Recipients(mrtTo))},
+        {QStringLiteral("cc"), JoinCaptions(message.Recipients(mrtCC))},
+        {QStringLiteral("bcc"), JoinCaptions(message.Recipients(mrtBCC))},
         {QStringLiteral("dates"),
             QJsonObject{{QStringLiteral("submit"), IsoDate(message.Date(mdClientSubmit))},
                 {QStringLiteral("delivery"), IsoDate(message.Date(mdDelivery))},

@@ -277,10 +277,10 @@ TEST(MessageFiles, BuiltMessagesEdgeCases)
 {
     QTemporaryDir dir;
     using tessaly::test::BuildMsg;
-    using tessaly::test::TMsgSpec;
+    using tessaly::test::TMsgContent;
 
     // The class is compared trimmed, and as a whole.
-    TMsgSpec contact;
+    TMsgContent contact;
     contact.strings[0x001A] = QStringLiteral("  IPM.Contact ");
     contact.strings[0x3001] = QStringLiteral("Ann Example");
     TOutlookMessage reader;
@@ -291,7 +291,7 @@ TEST(MessageFiles, BuiltMessagesEdgeCases)
     EXPECT_FALSE(reader.IsContact());
 
     // Encoded-word and percent-encoded names; images by extension.
-    TMsgSpec mail;
+    TMsgContent mail;
     mail.strings[0x001A] = QStringLiteral("IPM.Note");
     mail.strings[0x0037] = QStringLiteral("Files");
     mail.attachments = {{QStringLiteral("=?UTF-8?B?w6TDtsO8LnBkZg==?="), "pdf"}, {QStringLiteral("Photo.JPG"), "jpg"},

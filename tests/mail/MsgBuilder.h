@@ -21,7 +21,7 @@ struct TMsgAttachSpec {
     QByteArray data;
 };
 
-struct TMsgSpec {
+struct TMsgContent {
     std::map<uint16_t, QString> strings; // property id -> Unicode string
     std::vector<TMsgAttachSpec> attachments;
 };
@@ -65,22 +65,22 @@ inline QByteArray Properties(int headerSize, const std::vector<std::pair<uint32_
 
 } // namespace detail
 
-inline QByteArray BuildMsg(const TMsgSpec& spec)
+inline QByteArray BuildMsg(const TMsgContent& content)
 {
     gsf_init();
     GsfOutput* sink = gsf_output_memory_new();
     GsfOutfile* root = gsf_outfile_msole_new(sink);
     std::vector<std::pair<uint32_t, uint32_t>> entries;
-    for (const auto& [id, text] : spec.strings) {
+    for (const auto& [id, text] : content.strings) {
         const QByteArray value = detail::Utf16(text);
         detail::WriteStream(root, detail::StreamName(id, 0x001F), value);
         entries.emplace_back(uint32_t(id) << 16 | 0x001F, uint32_t(value.size()));
     }
     QByteArray header = detail::Properties(32, entries);
-    header[20] = char(spec.attachments.size()); // attachment count
+    header[20] = char(content.attachments.size()); // attachment count
     detail::WriteStream(root, QStringLiteral("__properties_version1.0"), header);
-    for (size_t i = 0; i < spec.attachments.size(); ++i) {
-        const auto& attach = spec.attachments[i];
+    for (size_t i = 0; i < content.attachments.size(); ++i) {
+        const auto& attach = content.attachments[i];
         const QString storageName =
             QStringLiteral("__attach_version1.0_#") + QStringLiteral("%1").arg(i, 8, 16, QLatin1Char('0')).toUpper();
         GsfOutput* storage = gsf_outfile_new_child(root, storageName.toLatin1().constData(), TRUE);
