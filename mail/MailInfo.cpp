@@ -6,11 +6,6 @@
 
 namespace tessaly::mail {
 
-namespace {
-
-
-} // namespace
-
 TDateTime TMailMsgInfo::DateOf(TMailInfo field) const
 {
     return Message->Date(TMailDateType(field - mifDateClientSubmit));
