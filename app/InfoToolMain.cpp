@@ -1,7 +1,11 @@
 // tessaly-inspect: prints what data files hold, as text or JSON.
 
 #include "core/Exceptions.h"
+#include "mail/FileMailMsg.h"
 #include "mail/MailReport.h"
+#include "pst/PSTFile.h"
+#include "pst/PSTMessage.h"
+#include "tasks/MailProperties.h"
 #include "pst/PSTReport.h"
 
 #include <QJsonArray>
@@ -15,16 +19,85 @@ namespace {
 void PrintUsage()
 {
     std::printf("Usage: tessaly-inspect FILE... [--json] [--messages]\n"
+                "       tessaly-inspect --html FILE [FOLDER/PATH:INDEX]\n"
                 "Prints the type and folder tree of each PST or OST file, and the fields of\n"
                 "each .msg, .eml, .emlx, .mim or .vcf file.\n"
                 "  --messages  every item of every folder with its fields\n"
-                "  --json      JSON: one object for one file, an array of them for several\n");
+                "  --json      JSON: one object for one file, an array of them for several\n"
+                "  --html      the HTML rendering of a message file, or of the item of a data\n"
+                "              file at INDEX (from 0) in the folder named by its path of folder\n"
+                "              names below the root, such as \"Inbox:0\" or \"Top/Sent Items:3\"\n");
+}
+
+
+// The message an --html request names.
+std::shared_ptr<tessaly::mail::IMailMessage> FindMessage(
+    const QString& file, const QString& item, std::unique_ptr<tessaly::pst::TPSTFile>& keep)
+{
+    using namespace tessaly;
+    const QString extension = QFileInfo(file).suffix().toLower();
+    if (extension != QLatin1String("pst") && extension != QLatin1String("ost"))
+        return mail::TFileMailMsgRequest(file).Message();
+    keep = std::make_unique<pst::TPSTFile>(file);
+    pst::TPSTFolder* folder = keep->RootFolder();
+    if (!folder)
+        throw core::ETessalyError(QStringLiteral("Can not open %1").arg(file));
+    const qsizetype colon = item.lastIndexOf(QLatin1Char(':'));
+    if (colon < 0)
+        throw core::ETessalyError(QStringLiteral("Name the item as FOLDER/PATH:INDEX"));
+    for (const QString& name : item.left(colon).split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
+        pst::TPSTFolder* next = nullptr;
+        for (int i = 0; i < folder->FolderCount() && !next; ++i)
+            if (folder->GetFolder(i)->Name() == name)
+                next = folder->GetFolder(i);
+        if (!next)
+            throw core::ETessalyError(QStringLiteral("No folder %1 in %2").arg(name, file));
+        folder = next;
+    }
+    bool ok = false;
+    const int index = item.mid(colon + 1).toInt(&ok);
+    if (!ok || index < 0 || index >= folder->ItemCount())
+        throw core::ETessalyError(QStringLiteral("No item %1 in that folder").arg(item.mid(colon + 1)));
+    return pst::adapter::WrapItem(folder->GetItem(index), false);
+}
+
+int PrintHtml(const QStringList& args)
+{
+    using namespace tessaly;
+    if (args.isEmpty()) {
+        PrintUsage();
+        return 2;
+    }
+    try {
+        std::unique_ptr<pst::TPSTFile> file;
+        const auto message = FindMessage(args[0], args.value(1), file);
+        if (!message)
+            throw core::ETessalyError(QStringLiteral("No message in %1").arg(args[0]));
+        // The default options, but one self-contained document: images go
+        // in as data URLs, since no attachment is written beside it.
+        tasks::TMailProperties options;
+        options.HTMLEmbedImages = true;
+        const mail::TMessageHTMLTask task(*message);
+        const QString html = mail::TMailMsgHTML::Render(*message, options.HTMLOptions(), task);
+        std::printf("<html>\r\n%s\r\n</html>\r\n", qUtf8Printable(html));
+        return 0;
+    } catch (const core::ETessalyError& e) {
+        std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
+        return 1;
+    }
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
+    if (argc > 1 && QLatin1String(argv[1]) == QLatin1String("--html")) {
+        QStringList args;
+        for (int i = 2; i < argc; ++i)
+            args << QString::fromLocal8Bit(argv[i]);
+        return PrintHtml(args);
+    }
+
     bool json = false;
     tessaly::pst::TReportOptions options;
     QStringList files;

@@ -59,6 +59,13 @@ TAppConfig TAppConfig::Parse(const QByteArray& data)
     return config;
 }
 
+QString BuiltInResource(const QString& name)
+{
+    InitTessalyResources();
+    QFile file(QStringLiteral(":/") + name);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
 const TAppConfig& TAppConfig::BuiltIn()
 {
     static const TAppConfig config = [] {

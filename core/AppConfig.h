@@ -43,4 +43,7 @@ struct TAppConfig {
     static const TAppConfig& BuiltIn();
 };
 
+// The text of a resource built into the program ("TESSALYXML", "MAILCSS").
+QString BuiltInResource(const QString& name);
+
 } // namespace tessaly::core

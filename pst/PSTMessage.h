@@ -4,6 +4,7 @@
 // Exchange addresses into SMTP addresses.
 
 #include "mail/MailContact.h"
+#include "mail/MailMsgHTML.h"
 #include "mail/MailMsgObj.h"
 #include "pst/PSTFolder.h"
 
@@ -120,15 +121,15 @@ private:
     mutable std::shared_ptr<TPSTMailAttachList> m_attaches;
 };
 
-class TPSTMeetingMessage : public TPSTMailMessage {
+class TPSTMeetingMessage : public TPSTMailMessage, public mail::IMailMeeting {
 public:
     TPSTMeetingMessage(std::shared_ptr<const TPSTMeetingItem> item, bool defer)
         : TPSTMailMessage(item, defer), m_meeting(std::move(item))
     {
     }
-    mail::TDateTime AppoitmentStart() const { return m_meeting->AppoitmentStart(); }
-    mail::TDateTime AppoitmentEnd() const { return m_meeting->AppoitmentEnd(); }
-    QString Location() const { return m_meeting->Location(); }
+    mail::TDateTime AppoitmentStart() const override { return m_meeting->AppoitmentStart(); }
+    mail::TDateTime AppoitmentEnd() const override { return m_meeting->AppoitmentEnd(); }
+    QString Location() const override { return m_meeting->Location(); }
 
 private:
     std::shared_ptr<const TPSTMeetingItem> m_meeting;

@@ -136,6 +136,33 @@ int TMailProperties::RunningNumber(int index) const
     return (Counter == -1 ? m_lastProcessedNumber + 1 : Counter) + index;
 }
 
+mail::TMailHTMLOptions TMailProperties::HTMLOptions() const
+{
+    mail::TMailHTMLOptions o;
+    o.Sender = Fields.Has(mitSender);
+    o.Recipient = Fields.Has(mitRecipient);
+    o.CC = Fields.Has(mitCC);
+    o.BCC = Fields.Has(mitBCC);
+    o.Date = Fields.Has(mitDate);
+    o.Subject = Fields.Has(mitSubject);
+    o.Body = Fields.Has(mitBody);
+    o.RFCHeaders = Fields.Has(mitRFCHeaders);
+    o.DateUTC = Fields.Has(mitDateUTC);
+    o.SenderIP = Fields.Has(mitSenderIP);
+    o.AttachSave = Attach.Has(aotSave);
+    o.AttachInfo = Attach.Has(aotInfo);
+    o.EmbedImages = Attach.Has(aotEmbedImages);
+    o.FitImages = Attach.Has(aotFitImages);
+    o.HTMLEmbedImages = HTMLEmbedImages;
+    o.HTMLOutput = m_convertType == mctHTML || m_convertType == mctXHTML;
+    o.NoStyle = m_convertType == mctTIFF;
+    o.UseExternalCSS = UseExternalCSS;
+    o.ExternalCSSFile = ExternalCSSFile;
+    o.PaperWidth = PaperWidth;
+    o.PaperHeight = PaperHeight;
+    return o;
+}
+
 int TMailProperties::PrepareFileNameOptions() const
 {
     return FileNameOptions.Has(fnoSharepointCompatible) ? (fncLength | fncSharepoint) : fncLength;

@@ -2,6 +2,7 @@
 
 // The options of a mail export job.
 
+#include "mail/MailMsgHTML.h"
 #include "mail/MailMsgIntf.h"
 #include "tasks/MailFilter.h"
 #include "tasks/MailTemplate.h"
@@ -99,6 +100,15 @@ public:
     void SetLastProcessedNumber(int number);
     // The running number of the message at that index of a run.
     int RunningNumber(int index) const;
+
+    bool HTMLEmbedImages = false; // images as data URLs (fotHTMLEmbedImages)
+    bool UseExternalCSS = false;
+    QString ExternalCSSFile;
+    double PaperWidth = 794; // pixels (A4 at 96 dpi)
+    double PaperHeight = 1123;
+
+    // What the HTML rendering of a message takes from these options.
+    mail::TMailHTMLOptions HTMLOptions() const;
 
     // 1, or 3 with SharePoint-compatible names.
     int PrepareFileNameOptions() const;

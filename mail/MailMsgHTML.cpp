@@ -1,0 +1,509 @@
+#include "mail/MailMsgHTML.h"
+
+#include "core/AppConfig.h"
+#include "core/DateTime.h"
+#include "mail/MailMsgObj.h"
+
+#include <QBuffer>
+#include <QFile>
+#include <QImage>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QUrl>
+#include <cmath>
+
+namespace tessaly::mail {
+
+namespace {
+
+const QString CRLF = QStringLiteral("\r\n");
+
+QString StripTags(const QString& html)
+{
+    static const QRegularExpression Tag(QStringLiteral("<[^>]*>"));
+    QString text = html;
+    text.remove(Tag);
+    text.replace(QStringLiteral("&nbsp;"), QStringLiteral(" "));
+    return text.trimmed();
+}
+
+bool IsImage(const IMailAttach& attach)
+{
+    if (attach.ContentType().startsWith(QLatin1String("image/")))
+        return true;
+    static const QStringList Extensions = {QStringLiteral("jpg"), QStringLiteral("jpeg"), QStringLiteral("gif"),
+        QStringLiteral("png"), QStringLiteral("bmp"), QStringLiteral("tif"), QStringLiteral("tiff")};
+    const QString name = attach.FileName();
+    return Extensions.contains(name.mid(name.lastIndexOf(QLatin1Char('.')) + 1).toLower());
+}
+
+QByteArray ContentOf(const IMailAttach& attach)
+{
+    const auto content = attach.Content();
+    return content ? content->readAll() : QByteArray();
+}
+
+} // namespace
+
+bool TMailHTMLOptions::HasHeaderFields() const
+{
+    return Sender || Recipient || CC || BCC || Date || Subject || RFCHeaders || DateUTC || SenderIP;
+}
+
+TMessageHTMLTask::TMessageHTMLTask(const IMailMessage& message)
+{
+    const auto attaches = message.Attaches();
+    if (!attaches)
+        return;
+    for (const auto& attach : *attaches) {
+        if (!attach)
+            continue;
+        m_all.push_back(attach);
+        if (IsImage(*attach))
+            m_images.push_back(attach);
+        if (!attach->ContentID().isEmpty())
+            m_inline.push_back(attach);
+    }
+}
+
+QString TArialReplace::DoReplace(const QRegularExpressionMatch& match)
+{
+    return match.captured(1) + QStringLiteral("Arial Unicode MS") + match.captured(3);
+}
+
+TMailMsgHTML::TMailMsgHTML(const IMailMessage& message, const TMailHTMLOptions& options, const IMailHTMLTask& task)
+    : m_message(message), m_options(options), m_task(task)
+{
+}
+
+QString TMailMsgHTML::Encode(const QString& text)
+{
+    QString out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        switch (c.unicode()) {
+        case '<': out += QLatin1String("&lt;"); continue;
+        case '>': out += QLatin1String("&gt;"); continue;
+        case '&': out += QLatin1String("&amp;"); continue;
+        case '"': out += QLatin1String("&quot;"); continue;
+        default: break;
+        }
+        if (c.unicode() < 256) {
+            out += c;
+            continue;
+        }
+        char32_t code = c.unicode();
+        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+            code = QChar::surrogateToUcs4(c, text[++i]);
+        out += QStringLiteral("&#%1;").arg(uint(code));
+    }
+    return out;
+}
+
+QString TMailMsgHTML::RemoveBackslashes(const QString& text)
+{
+    QString out;
+    qsizetype i = 0;
+    for (; i + 1 < text.size(); ++i) {
+        if (text[i] == QLatin1Char('\\'))
+            ++i; // keep what follows
+        out += text[i];
+    }
+    if (i < text.size())
+        out += text[i];
+    return out;
+}
+
+QString TMailMsgHTML::ImageDataURL(const QByteArray& content)
+{
+    const struct {
+        QByteArray magic;
+        const char* type;
+    } formats[] = {{QByteArray("\xFF\xD8\xFF", 3), "image/jpeg"}, {"GIF8", "image/gif"},
+        {QByteArray("\x89PNG", 4), "image/png"}, {"BM", "image/bmp"}, {QByteArray("II*\0", 4), "image/tiff"},
+        {QByteArray("MM\0*", 4), "image/tiff"}};
+    for (const auto& f : formats)
+        if (content.startsWith(f.magic))
+            return QStringLiteral("data:%1;base64,").arg(QLatin1String(f.type)) + QString::fromLatin1(content.toBase64());
+    // Another format: as PNG, when it is an image at all.
+    QImage image;
+    if (content.isEmpty() || !image.loadFromData(content))
+        return {};
+    QByteArray png;
+    QBuffer buffer(&png);
+    buffer.open(QIODevice::WriteOnly);
+    if (!image.save(&buffer, "PNG"))
+        return {};
+    return QStringLiteral("data:image/png;base64,") + QString::fromLatin1(png.toBase64());
+}
+
+QString TMailMsgHTML::PrepareMeta(const QString& html)
+{
+    static const QRegularExpression ContentTypeMeta(QStringLiteral("<meta http-equiv=\"Content-Type\"[^>]*>"),
+        QRegularExpression::CaseInsensitiveOption);
+    static const QRegularExpression Fonts(QStringLiteral("([:,\\,][\\s]*)(Arial|Verdana|Helvetica)([\\s]*[\\},\\,])"));
+    QString body = html;
+    body.remove(ContentTypeMeta);
+    QString out;
+    qsizetype last = 0;
+    for (auto it = Fonts.globalMatch(body); it.hasNext();) {
+        const auto match = it.next();
+        out += body.mid(last, match.capturedStart() - last) + TArialReplace::DoReplace(match);
+        last = match.capturedEnd();
+    }
+    return out + body.mid(last);
+}
+
+// --- head -----------------------------------------------------------------
+
+void TMailMsgHTML::Start()
+{
+    m_odd = true;
+    m_empty = true;
+    m_lines << QStringLiteral("<head>")
+            << QStringLiteral("<meta http-equiv=\"Content-Type\" content=\"text/html;charset=UTF-8\" />");
+    if (m_options.NoStyle) {
+        m_lines << QStringLiteral("</head>");
+        return;
+    }
+    m_lines << QStringLiteral("<style type=\"text/css\">");
+    QString css;
+    if (m_options.UseExternalCSS) {
+        QFile file(m_options.ExternalCSSFile);
+        if (file.open(QIODevice::ReadOnly))
+            css = QString::fromUtf8(file.readAll());
+    } else {
+        QFile user(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + QStringLiteral("/default.css"));
+        if (user.open(QIODevice::ReadOnly))
+            css = QString::fromUtf8(user.readAll());
+        else
+            css = core::BuiltInResource(QStringLiteral("MAILCSS"))
+                      .replace(QStringLiteral("[pagewidth]"), QString::number(std::lround(m_options.PaperWidth)));
+    }
+    m_lines << css << QStringLiteral("</style>") << QStringLiteral("</head>");
+}
+
+// --- header table -----------------------------------------------------------
+
+QString TMailMsgHTML::NextRowId()
+{
+    const QString id = m_odd ? QStringLiteral("header_row_odd") : QStringLiteral("header_row_even");
+    m_odd = !m_odd;
+    return id;
+}
+
+QString TMailMsgHTML::CaptionCell(const QString& field) const
+{
+    return QStringLiteral("<td id=%1_caption nowrap width=15%>").arg(field);
+}
+
+QString TMailMsgHTML::DateText(TDateTime date) const
+{
+    if (!(date > 0))
+        return {};
+    if (!m_options.DateUTC)
+        return core::FormatDateTime(date);
+    const QDateTime utc = core::DateTimeToQDateTime(date).toUTC();
+    return core::FormatDateTime(core::QDateTimeToDateTime(QDateTime(utc.date(), utc.time()))) + QStringLiteral(" UTC");
+}
+
+QString TMailMsgHTML::LinkURL(const QString& url) const
+{
+    QString full = url;
+    if (!m_options.HTMLOutput && !url.startsWith(QLatin1String("data:")))
+        full = QStringLiteral("file://") + url;
+    return QString::fromLatin1(QUrl::toPercentEncoding(full, "/:.-_~")).replace(QLatin1Char('+'), QStringLiteral("%20"));
+}
+
+void TMailMsgHTML::WriteSenderRow(const std::shared_ptr<IMailRecipient>& sender, bool withIP)
+{
+    QString line = QStringLiteral("<tr id=%1>").arg(NextRowId()) + CaptionCell(QStringLiteral("from"))
+        + QStringLiteral("<b>From: </b></td><td id=from_text><a href=\"mailto:")
+        + Encode(sender ? sender->EMail() : QString()) + QStringLiteral("\">")
+        + Encode(sender ? sender->Caption() : QString()) + QStringLiteral("</a>");
+    if (withIP && m_options.SenderIP) {
+        const QString ip = m_message.SenderIP();
+        if (!ip.isEmpty())
+            line += QStringLiteral(" [") + Encode(ip) + QLatin1Char(']');
+    }
+    m_lines << line + QStringLiteral("</td></tr>");
+    if (sender && !sender->Caption().isEmpty())
+        m_empty = false;
+}
+
+void TMailMsgHTML::WriteRecipientRows(
+    const QString& field, const QString& caption, bool showEmpty, const std::shared_ptr<IMailRecipientList>& list)
+{
+    if (!list || (list->Count() == 0 && !showEmpty))
+        return;
+    const QString row = NextRowId();
+    QString line = QStringLiteral("<tr id=%1>").arg(row) + CaptionCell(field) + QStringLiteral("<b>")
+        + RemoveBackslashes(caption) + QStringLiteral(": </b></td>");
+    if (list->Count() == 0) {
+        m_lines << line + QStringLiteral("<td id=empty_cell>&nbsp;</td></tr>");
+        return;
+    }
+    for (int i = 0; i < list->Count(); ++i) {
+        const auto recipient = list->GetRecipient(i);
+        const QString address = Encode(recipient ? recipient->EMail() : QString());
+        const QString text = Encode(RemoveBackslashes(recipient ? recipient->Caption() : QString()));
+        if (i == 0)
+            line += QStringLiteral("<td id=to_text nowrap><a href=\"mailto:") + address + QStringLiteral("\">") + text
+                + QStringLiteral("</a></td></tr>");
+        else
+            line += QStringLiteral("<tr id=%1><td id=%2_caption /><td id=%2_text nowrap><a href=\"mailto:").arg(row, field)
+                + address + QStringLiteral("\">") + text + QStringLiteral("</a></td></tr>");
+    }
+    m_lines << line;
+    m_empty = false;
+}
+
+void TMailMsgHTML::WriteTextRow(const QString& field, const QString& caption, const QString& text)
+{
+    m_lines << QStringLiteral("<tr id=%1>").arg(NextRowId()) + CaptionCell(field) + QStringLiteral("<b>") + caption
+            + QStringLiteral(": </b></td><td>") + text + QStringLiteral("</td></tr>");
+    if (!text.isEmpty())
+        m_empty = false;
+}
+
+void TMailMsgHTML::WriteAttachRows(const std::vector<std::shared_ptr<IMailAttach>>& list, const QString& rowId, int& index)
+{
+    for (const auto& attach : list) {
+        QString start, end;
+        if (m_options.AttachSave) {
+            const QString url = m_task.GetAttachURL(attach, index);
+            if (!url.isEmpty()) {
+                start = QStringLiteral("<a href=\"") + LinkURL(url) + QStringLiteral("\">");
+                end = QStringLiteral("</a>");
+            }
+        }
+        const QString name = Encode(attach->FileName());
+        if (m_attachCaption) {
+            m_lines << QStringLiteral("<tr id=%1><td id=attach_caption><b>Attachments: </b></td><td>").arg(rowId) + start
+                    + name + end + QStringLiteral("</td></tr>");
+            m_attachCaption = false;
+        } else {
+            m_lines << QStringLiteral("<tr id=%1><td id=attach_caption /><td id=attach_text>").arg(rowId) + start + name + end
+                    + QStringLiteral("</td></tr>");
+        }
+        m_empty = false;
+        ++index;
+    }
+}
+
+void TMailMsgHTML::CreateHeader()
+{
+    if (!m_options.HasHeaderFields())
+        return;
+    m_lines << QStringLiteral("<table id=header_table>");
+    if (const auto* meeting = dynamic_cast<const IMailMeeting*>(&m_message)) {
+        WriteSenderRow(m_message.Sender(), false);
+        WriteRecipientRows(QStringLiteral("to"), QStringLiteral("Required"), true, m_message.Recipients(mrtTo));
+        WriteRecipientRows(QStringLiteral("cc"), QStringLiteral("Optional"), false, m_message.Recipients(mrtCC));
+        WriteRecipientRows(QStringLiteral("bcc"), QStringLiteral("Resource"), false, m_message.Recipients(mrtBCC));
+        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Subject"), Encode(m_message.Subject()));
+        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Location"), Encode(meeting->Location()));
+        QString when = DateText(meeting->AppoitmentStart());
+        if (meeting->AppoitmentEnd() > 0)
+            when += QStringLiteral(" - ") + DateText(meeting->AppoitmentEnd());
+        WriteTextRow(QStringLiteral("date"), QStringLiteral("When"), when);
+    } else {
+        if (m_options.Sender)
+            WriteSenderRow(m_message.Sender(), true);
+        if (m_options.Recipient)
+            WriteRecipientRows(QStringLiteral("to"), QStringLiteral("To"), true, m_message.Recipients(mrtTo));
+        if (m_options.CC)
+            WriteRecipientRows(QStringLiteral("cc"), QStringLiteral("CC"), false, m_message.Recipients(mrtCC));
+        if (m_options.BCC)
+            WriteRecipientRows(QStringLiteral("bcc"), QStringLiteral("BCC"), false, m_message.Recipients(mrtBCC));
+        if (m_options.Date)
+            WriteTextRow(QStringLiteral("date"), QStringLiteral("Date"), DateText(m_message.Date(mdClientSubmit)));
+        if (m_options.Subject)
+            WriteTextRow(QStringLiteral("subject"), QStringLiteral("Subject"), Encode(m_message.Subject()));
+    }
+    const auto lists = m_task.AttachLists();
+    const bool anyAttachments = std::any_of(lists.begin(), lists.end(), [](const auto& l) { return !l.empty(); });
+    if (m_options.AttachInfo && anyAttachments) {
+        m_attachCaption = true;
+        const QString row = NextRowId();
+        int index = 0;
+        for (const auto& list : lists)
+            WriteAttachRows(list, row, index);
+    }
+    if (m_options.RFCHeaders) {
+        QString headers = Encode(m_message.Headers());
+        headers.replace(QStringLiteral("\r\n"), QStringLiteral("&#13;&#10;"));
+        headers.replace(QStringLiteral("&#13;&#10;"), QStringLiteral("<br>") + CRLF);
+        m_lines << QStringLiteral("<tr><td align=right valign=top><b>Headers: </b></td><td>") + headers
+                + QStringLiteral("</td></tr>");
+        m_empty = false;
+    }
+    m_lines << QStringLiteral("</table>");
+}
+
+// --- images -------------------------------------------------------------------
+
+void TMailMsgHTML::EmbedImages()
+{
+    const auto images = m_task.Images();
+    if (!m_options.EmbedImages || images.empty())
+        return;
+    m_lines << QStringLiteral("<table id=image_table>");
+    int index = 0;
+    for (const auto& attach : images) {
+        const QByteArray content = ContentOf(*attach);
+        QString size;
+        QImage image;
+        if (image.loadFromData(content) && image.width() > 0 && image.height() > 0) {
+            double scale = 1.0;
+            if (m_options.FitImages)
+                scale = std::min({1.0, m_options.PaperWidth / image.width(), m_options.PaperHeight / image.height()});
+            size = QStringLiteral("width=%1 height=%2 ")
+                       .arg(std::lround(image.width() * scale))
+                       .arg(std::lround(image.height() * scale));
+        }
+        QString source = m_options.HTMLEmbedImages ? ImageDataURL(content) : QString();
+        if (source.isEmpty())
+            source = LinkURL(m_task.GetAttachURL(attach, index));
+        m_lines << QStringLiteral("<tr><td><img class=mail_image ") + size + QStringLiteral("src=\"") + source
+                + QStringLiteral("\"></td></tr>");
+        ++index;
+    }
+    m_lines << QStringLiteral("</table>");
+    m_empty = false;
+}
+
+// --- body -----------------------------------------------------------------
+
+QString TMailMsgHTML::TextLinesToHtml(const QString& text) const
+{
+    static const QRegularExpression LineEnd(QStringLiteral("\r\n|\r|\n"));
+    QStringList lines = text.split(LineEnd);
+    if (!lines.isEmpty() && lines.last().isEmpty())
+        lines.removeLast(); // a text ending in a line break has no line after it
+    QStringList out;
+    qsizetype blankRun = 0;
+    const auto endRun = [&](bool atEnd) {
+        if (blankRun > 1000 || (atEnd && blankRun > 0))
+            out.resize(out.size() - blankRun + 1);
+        blankRun = 0;
+    };
+    for (const QString& line : lines) {
+        const bool blank = std::all_of(line.begin(), line.end(), [](QChar c) { return c == QLatin1Char(' ') || c == QLatin1Char('\t'); });
+        if (blank) {
+            ++blankRun;
+        } else {
+            endRun(false);
+        }
+        out << Encode(line);
+    }
+    endRun(true);
+    return out.join(QStringLiteral("<br>") + CRLF);
+}
+
+QString TMailMsgHTML::ResolveInlineImages(QString body) const
+{
+    int index = 0;
+    for (const auto& attach : m_task.InlineImages()) {
+        QString url = m_options.HTMLEmbedImages ? ImageDataURL(ContentOf(*attach)) : QString();
+        if (url.isEmpty()) {
+            const QString saved = m_task.GetAttachURL(attach, index);
+            url = saved.isEmpty() ? QString() : LinkURL(saved);
+        }
+        ++index;
+        if (url.isEmpty())
+            continue; // nothing to point at: the reference stays for the viewer to serve
+        QString id = attach->ContentID().trimmed();
+        if (id.startsWith(QLatin1Char('<')) && id.endsWith(QLatin1Char('>')))
+            id = id.mid(1, id.size() - 2);
+        if (!id.isEmpty())
+            body.replace(QStringLiteral("cid:") + id, url);
+        body.replace(QStringLiteral("\\htmlbase ") + attach->FileName(), url);
+    }
+    return body;
+}
+
+namespace {
+
+// Wraps http:// and https:// addresses that stand in the text, not inside
+// a tag or an attribute, in anchors.
+QString LinkBareAddresses(const QString& body)
+{
+    QString text = body;
+    for (const QString& scheme : {QStringLiteral("http://"), QStringLiteral("https://")}) {
+        qsizetype from = 0;
+        while ((from = text.indexOf(scheme, from, Qt::CaseInsensitive)) >= 0) {
+            const QChar before = from > 0 ? text[from - 1] : QChar(QLatin1Char(' '));
+            if (before == QLatin1Char('"') || before == QLatin1Char('\'') || before == QLatin1Char('=')
+                || before == QLatin1Char('>') || before == QLatin1Char('/') || before.isLetterOrNumber()) {
+                from += scheme.size();
+                continue;
+            }
+            qsizetype end = from;
+            while (end < text.size() && text[end] != QLatin1Char('<') && !text[end].isSpace())
+                ++end;
+            const QString url = text.mid(from, end - from);
+            const QString anchor = QStringLiteral("<A HRef='") + url + QStringLiteral("'>") + url + QStringLiteral("</A>");
+            text.replace(from, end - from, anchor);
+            from += anchor.size();
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+void TMailMsgHTML::CreateBody()
+{
+    if (!m_options.Body)
+        return;
+    if (m_options.HasHeaderFields())
+        m_lines << QStringLiteral("<hr>");
+    QString body;
+    const QString html = m_message.Body(mbtHTML);
+    if (html.isEmpty()) {
+        if (dynamic_cast<const IMailMessage4*>(&m_message)) {
+            body = TextLinesToHtml(m_message.Body(mbtText));
+        } else {
+            body = Encode(m_message.Body(mbtText));
+            body.replace(CRLF, QStringLiteral("<br>") + CRLF);
+        }
+        if (m_empty)
+            m_empty = StripTags(body).isEmpty();
+    } else {
+        body = html;
+        m_empty = StripTags(body).isEmpty();
+        if (body.toLower().contains(QLatin1String("<meta")))
+            body = PrepareMeta(body);
+        if (body.trimmed().endsWith(QLatin1String("</html"), Qt::CaseInsensitive))
+            body = body.trimmed() + QLatin1Char('>');
+    }
+    if (m_options.HTMLOutput) {
+        body = LinkBareAddresses(body);
+        body = ResolveInlineImages(body);
+    } else if (!m_options.BreakPattern.isEmpty()) {
+        const QRegularExpression pattern(QLatin1Char('(') + m_options.BreakPattern + QLatin1Char(')'));
+        const QString pageBreak = QStringLiteral("<div style=\"page-break-before: always\" />");
+        if (pattern.isValid())
+            body.replace(pattern, m_options.BreakBefore ? pageBreak + QStringLiteral("\\1") : QStringLiteral("\\1") + pageBreak);
+    }
+    m_lines << QStringLiteral("<div id=msg_body>") << body << QStringLiteral("</div>");
+}
+
+QString TMailMsgHTML::Finish() const
+{
+    return m_empty ? QString() : m_lines.join(CRLF);
+}
+
+QString TMailMsgHTML::Render(const IMailMessage& message, const TMailHTMLOptions& options, const IMailHTMLTask& task)
+{
+    TMailMsgHTML html(message, options, task);
+    html.Start();
+    html.CreateHeader();
+    html.EmbedImages();
+    html.CreateBody();
+    return html.Finish();
+}
+
+} // namespace tessaly::mail
