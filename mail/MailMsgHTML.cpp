@@ -440,8 +440,13 @@ QString LinkBareAddresses(const QString& body)
                 from += scheme.size();
                 continue;
             }
+            // To the next "<" or blank, or to an encoded quote or angle
+            // bracket, which in the text stood around the address.
             qsizetype end = from;
-            while (end < text.size() && text[end] != QLatin1Char('<') && !text[end].isSpace())
+            while (end < text.size() && text[end] != QLatin1Char('<') && !text[end].isSpace()
+                && !QStringView(text).mid(end).startsWith(QLatin1String("&gt;"))
+                && !QStringView(text).mid(end).startsWith(QLatin1String("&lt;"))
+                && !QStringView(text).mid(end).startsWith(QLatin1String("&quot;")))
                 ++end;
             const QString url = text.mid(from, end - from);
             const QString anchor = QStringLiteral("<A HRef='") + url + QStringLiteral("'>") + url + QStringLiteral("</A>");

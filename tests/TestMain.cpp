@@ -11,6 +11,8 @@ using TestApplication = QCoreApplication;
 
 int main(int argc, char** argv)
 {
+    // Dates in the tests' expectations are taken in UTC.
+    qputenv("TZ", "UTC");
     // Keeps tests away from the user's own settings and data.
     QStandardPaths::setTestModeEnabled(true);
     // Widgets are tested on the offscreen platform unless told otherwise.

@@ -51,6 +51,7 @@ public:
     std::shared_ptr<IMailAttachList> attaches;
     QString headers;
     QString text;
+    QString html;
     QString uid = QStringLiteral("7");
 
     std::shared_ptr<IMailRecipient> Sender() const override { return sender; }
@@ -61,7 +62,7 @@ public:
         const auto it = recipients.find(kind);
         return it == recipients.end() ? nullptr : it->second;
     }
-    QString Body(TMailBodyType kind) const override { return kind == mbtText ? text : QString(); }
+    QString Body(TMailBodyType kind) const override { return kind == mbtText ? text : kind == mbtHTML ? html : QString(); }
     TDateTime Date(TMailDateType kind) const override
     {
         const auto it = dates.find(kind);
@@ -70,6 +71,12 @@ public:
     QString Headers() const override { return headers; }
     std::shared_ptr<IMailAttachList> Attaches() const override { return attaches; }
     QString UID() const override { return uid; }
+};
+
+// A message that also offers its text as lines.
+class TTestMessage4 : public TTestMessage, public IMailMessage4 {
+public:
+    const TMailStringList* BodyStrings(TMailBodyType) const override { return nullptr; }
 };
 
 inline std::shared_ptr<TMailRecipientArray> Recipients(std::initializer_list<std::pair<QString, QString>> people)
