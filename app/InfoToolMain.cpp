@@ -76,7 +76,7 @@ int PrintHtml(const QStringList& args)
         // The default options, but one self-contained document: images go
         // in as data URLs, since no attachment is written beside it.
         tasks::TMailProperties options;
-        options.HTMLEmbedImages = true;
+        options.SetCmdHTMLEmbedImages(true);
         const mail::TMessageHTMLTask task(*message);
         const QString html = mail::TMailMsgHTML::Render(*message, options.HTMLOptions(), task);
         std::printf("<html>\r\n%s\r\n</html>\r\n", qUtf8Printable(html));

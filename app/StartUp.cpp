@@ -7,6 +7,7 @@
 #include "core/HtmlText.h"
 #include "platform/Terminal.h"
 #include "pst/PSTReport.h"
+#include "tasks/MailProperties.h"
 
 #include <QMessageBox>
 #include <cstdio>
@@ -93,6 +94,8 @@ int Run(int argc, char** argv)
 void DefineCommandLineKeys(TCommandLine& commandLine)
 {
     commandLine.DefineKeys(core::TAppConfig::BuiltIn());
+    for (const auto& key : tasks::TMailProperties::CommandKeys())
+        commandLine.DefineKey(key);
 }
 
 std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)

@@ -66,6 +66,12 @@ TMessageHTMLTask::TMessageHTMLTask(const IMailMessage& message)
     }
 }
 
+QString DefaultMailCSS(double paperWidth)
+{
+    static const QRegularExpression Macro(QStringLiteral("\\[pagewidth\\]"), QRegularExpression::CaseInsensitiveOption);
+    return core::BuiltInResource(QStringLiteral("MAILCSS")).replace(Macro, QString::number(std::lround(paperWidth)));
+}
+
 QString TArialReplace::DoReplace(const QRegularExpressionMatch& match)
 {
     return match.captured(1) + QStringLiteral("Arial Unicode MS") + match.captured(3);
@@ -178,8 +184,7 @@ void TMailMsgHTML::Start()
         if (user.open(QIODevice::ReadOnly))
             css = QString::fromUtf8(user.readAll());
         else
-            css = core::BuiltInResource(QStringLiteral("MAILCSS"))
-                      .replace(QStringLiteral("[pagewidth]"), QString::number(std::lround(m_options.PaperWidth)));
+            css = DefaultMailCSS(m_options.PaperWidth);
     }
     m_lines << css << QStringLiteral("</style>") << QStringLiteral("</head>");
 }

@@ -75,6 +75,9 @@ public:
     virtual QString Location() const = 0;
 };
 
+// The built-in style sheet with "[pagewidth]" filled in; other macros stay.
+QString DefaultMailCSS(double paperWidth);
+
 // Font lists in styles name Arial Unicode MS instead of fonts with few glyphs.
 class TArialReplace {
 public:

@@ -1,8 +1,10 @@
 #include "tasks/MailProperties.h"
 
 #include "core/SettingsStore.h"
+#include "mail/MailMsgHTML.h"
 #include "mail/MailMsgObj.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 namespace tessaly::tasks {
@@ -59,10 +61,26 @@ QString ConvertTypeExtension(TMailConvertType type)
     return QLatin1String(Extensions[type]);
 }
 
+static TMailConverterOptions* g_converterOptions = nullptr;
+
+TMailConverterOptions* TMailConverterOptions::Instance()
+{
+    return g_converterOptions;
+}
+
+void TMailConverterOptions::SetInstance(TMailConverterOptions* options)
+{
+    g_converterOptions = options;
+}
+
 TMailProperties::TMailProperties()
 {
     m_lastProcessedNumber = core::TSettingsStore::Global().ReadInteger(SettingsSection, LastNumberKey, 1);
+    if (const auto* converter = TMailConverterOptions::Instance())
+        LogTemplate = converter->LogTemplate;
 }
+
+TMailProperties::~TMailProperties() = default;
 
 void TMailProperties::SetConvertType(TMailConvertType type)
 {
@@ -70,17 +88,17 @@ void TMailProperties::SetConvertType(TMailConvertType type)
     m_extension = ConvertTypeExtension(type);
     const TMailFields mailFields {mitSender, mitRecipient, mitCC, mitBCC, mitDate, mitSubject, mitBody, mitRFCHeaders};
     switch (type) {
-    case mctPDF: m_htmlConvertType = htPDF; break;
-    case mctDOC: m_htmlConvertType = htDOC; break;
-    case mctRTF: m_htmlConvertType = htRTF; break;
-    case mctXLS: m_htmlConvertType = htXLS; break;
+    case mctPDF: HTMLProperties.Type = htPDF; break;
+    case mctDOC: HTMLProperties.Type = htDOC; break;
+    case mctRTF: HTMLProperties.Type = htRTF; break;
+    case mctXLS: HTMLProperties.Type = htXLS; break;
     case mctTIFF:
-        m_htmlConvertType = htTIFF;
-        m_singleImage = true;
+        HTMLProperties.Type = htTIFF;
+        HTMLProperties.TIFF.SingleImage = true;
         break;
-    case mctJPEG: m_htmlConvertType = htJPG; break;
-    case mctEMF: m_htmlConvertType = htEMF; break;
-    case mctXPS: m_htmlConvertType = htPDF; break;
+    case mctJPEG: HTMLProperties.Type = htJPG; break;
+    case mctEMF: HTMLProperties.Type = htEMF; break;
+    case mctXPS: HTMLProperties.Type = htPDF; break;
     case mctEML:
     case mctMSG: Fields = mailFields; break;
     case mctPST:
@@ -153,13 +171,15 @@ mail::TMailHTMLOptions TMailProperties::HTMLOptions() const
     o.AttachInfo = Attach.Has(aotInfo);
     o.EmbedImages = Attach.Has(aotEmbedImages);
     o.FitImages = Attach.Has(aotFitImages);
-    o.HTMLEmbedImages = HTMLEmbedImages;
+    o.HTMLEmbedImages = cmdHTMLEmbedImages();
     o.HTMLOutput = m_convertType == mctHTML || m_convertType == mctXHTML;
     o.NoStyle = m_convertType == mctTIFF;
     o.UseExternalCSS = UseExternalCSS;
     o.ExternalCSSFile = ExternalCSSFile;
-    o.PaperWidth = PaperWidth;
-    o.PaperHeight = PaperHeight;
+    o.PaperWidth = HTMLProperties.Paper.Width;
+    o.PaperHeight = HTMLProperties.Paper.Height;
+    o.BreakPattern = Layout.BreakPattern;
+    o.BreakBefore = Layout.InsertPosition == ipBefore;
     return o;
 }
 
@@ -267,6 +287,307 @@ QString TMailProperties::GetAttachNameByTemplate(
     if (expanded.size() > MaxNameLength)
         expanded = base.left(MaxNameLength) + ownExtension;
     return expanded;
+}
+
+} // namespace tessaly::tasks
+
+namespace tessaly::tasks {
+
+void TMailProperties::SetCmdExternalCSS(const QString& file)
+{
+    ExternalCSSFile = file;
+    UseExternalCSS = true;
+}
+
+bool TMailProperties::wizardShowFile() const
+{
+    return SourceFileCount == 1 && m_convertType != mctPST && m_convertType != mctMBox && m_convertType != mctVCard;
+}
+
+bool TMailProperties::wizardSelectFolder() const
+{
+    return !wizardSelectPST() && !wizardSelectMBox() && !wizardShowFile();
+}
+
+bool TMailProperties::wizardShowCSS() const
+{
+    switch (m_convertType) {
+    case mctTXT: case mctEML: case mctMSG: case mctPST: case mctMBox: case mctVCard: return false;
+    default: return true;
+    }
+}
+
+bool TMailProperties::wizardShowComment() const
+{
+    return m_convertType == mctPDF || m_convertType == mctTIFF || m_convertType == mctJPEG || m_convertType == mctXPS;
+}
+
+bool TMailProperties::wizardShowDocCombineOptions() const
+{
+    return CombineFiles && (m_convertType == mctDOC || m_convertType == mctRTF);
+}
+
+bool TMailProperties::wizardShowTemplate() const
+{
+    return UseFileNameTemplate && m_convertType != mctPST && m_convertType != mctMBox;
+}
+
+bool TMailProperties::InitDestination(
+    const std::function<std::shared_ptr<mail::IMailMessage>()>& loadMessage, const QString& sourceFileName)
+{
+    const QFileInfo destination(Destination);
+    const bool namesAFile = !Destination.isEmpty() && !Destination.endsWith(QLatin1Char('/'))
+        && !Destination.endsWith(QLatin1Char('\\')) && !destination.isDir();
+    const QString folder = namesAFile ? destination.absolutePath() : QDir(Destination).absolutePath();
+    if (m_convertType == mctPST || m_convertType == mctMBox) {
+        if (!namesAFile)
+            Destination = QDir(folder).filePath(
+                (m_convertType == mctPST ? QStringLiteral("Outlook") : QStringLiteral("EMails")) + QLatin1Char('.') + m_extension);
+        return true;
+    }
+    if (m_convertType == mctVCard && SourceFileCount == 1) {
+        Destination = folder;
+        return true;
+    }
+    if (SourceFileCount == 1 && UseFileNameTemplate) {
+        const auto message = loadMessage ? loadMessage() : nullptr;
+        if (!message)
+            return false;
+        QString name = GetFileNameByTemplate(*message, 0);
+        if (name.isEmpty())
+            name = QFileInfo(sourceFileName).completeBaseName() + QLatin1Char('.') + m_extension;
+        Destination = QDir(folder).filePath(name);
+    }
+    return true;
+}
+
+QString TMailProperties::GetDefaultCSS() const
+{
+    return mail::DefaultMailCSS(HTMLProperties.Paper.Width);
+}
+
+// --- stored options ---------------------------------------------------------
+
+struct TPropertyInfo {
+    const char* name;
+    std::function<QVariant()> get;
+    std::function<void(const QVariant&)> set;
+};
+
+namespace {
+
+template <class E>
+QString SetText(const TOptionSet<E>& set, std::initializer_list<std::pair<E, const char*>> names)
+{
+    QStringList members;
+    for (const auto& [member, name] : names)
+        if (set.Has(member))
+            members << QLatin1String(name);
+    return members.join(QLatin1Char(','));
+}
+
+template <class E>
+TOptionSet<E> SetFromText(const QString& text, std::initializer_list<std::pair<E, const char*>> names)
+{
+    TOptionSet<E> set;
+    for (const QString& member : text.split(QLatin1Char(','), Qt::SkipEmptyParts))
+        for (const auto& [value, name] : names)
+            if (member.trimmed() == QLatin1String(name))
+                set.Include(value);
+    return set;
+}
+
+const std::initializer_list<std::pair<TMailFieldType, const char*>> FieldNames = {{mitSender, "mitSender"},
+    {mitRecipient, "mitRecipient"}, {mitCC, "mitCC"}, {mitBCC, "mitBCC"}, {mitDate, "mitDate"},
+    {mitSubject, "mitSubject"}, {mitBody, "mitBody"}, {mitRFCHeaders, "mitRFCHeaders"}, {mitDateUTC, "mitDateUTC"},
+    {mitSenderIP, "mitSenderIP"}};
+const std::initializer_list<std::pair<TAttachOptionType, const char*>> AttachNames = {{aotSave, "aotSave"},
+    {aotInfo, "aotInfo"}, {aotUnpack, "aotUnpack"}, {aotEmbedImages, "aotEmbedImages"},
+    {aotFitImages, "aotFitImages"}, {aotConvertMsg, "aotConvertMsg"}, {aotSeparateMsg, "aotSeparateMsg"},
+    {aotConvertDocuments, "aotConvertDocuments"}, {aotSeparateDocuments, "aotSeparateDocuments"},
+    {aotAttachesFirst, "aotAttachesFirst"}, {aotOneAttachPerMail, "aotOneAttachPerMail"},
+    {aotManualSelect, "aotManualSelect"}};
+const std::initializer_list<std::pair<TFileNameOptionType, const char*>> FileNameOptionNames = {
+    {fnoClearSubject, "fnoClearSubject"}, {fnoSharepointCompatible, "fnoSharepointCompatible"}};
+const std::initializer_list<std::pair<TFormatOptionType, const char*>> FormatNames = {
+    {fotXHTML, "fotXHTML"}, {fotHTMLEmbedImages, "fotHTMLEmbedImages"}};
+const std::initializer_list<std::pair<TTextExportOptionType, const char*>> TextExportNames = {
+    {tetUseHTMLBody, "tetUseHTMLBody"}};
+const std::initializer_list<std::pair<TCombineDocOption, const char*>> CombineNames = {
+    {cdoTOC, "cdoTOC"}, {cdoEveryFileNewPage, "cdoEveryFileNewPage"}};
+
+template <class T>
+TPropertyInfo Value(const char* name, T& field)
+{
+    return {name, [&field] { return QVariant::fromValue(field); }, [&field](const QVariant& v) { field = v.value<T>(); }};
+}
+
+template <class E>
+TPropertyInfo Enum(const char* name, E& field, int count)
+{
+    return {name, [&field] { return QVariant(int(field)); },
+        [&field, count](const QVariant& v) {
+            const int value = v.toInt();
+            if (value >= 0 && value < count)
+                field = E(value);
+        }};
+}
+
+template <class E>
+TPropertyInfo Set(const char* name, TOptionSet<E>& field, std::initializer_list<std::pair<E, const char*>> names)
+{
+    return {name, [&field, names] { return QVariant(SetText(field, names)); },
+        [&field, names](const QVariant& v) { field = SetFromText(v.toString(), names); }};
+}
+
+} // namespace
+
+std::vector<TPropertyInfo> TMailProperties::Properties()
+{
+    // In declared order; read-only and derived properties are not stored.
+    return {
+        Value("UseExternalCSS", UseExternalCSS),
+        Value("ExternalCSSFile", ExternalCSSFile),
+        Value("PDF.EmbedFonts", HTMLProperties.PDF.EmbedFonts),
+        Value("Paper.Width", HTMLProperties.Paper.Width),
+        Value("Paper.Height", HTMLProperties.Paper.Height),
+        Value("TIFF.SingleImage", HTMLProperties.TIFF.SingleImage),
+        Value("Title.CommentLeft", HTMLProperties.Title.CommentLeft),
+        Value("Title.CommentRight", HTMLProperties.Title.CommentRight),
+        Set("TextExportOptions", TextExportOptions, TextExportNames),
+        Set("Doc.CombineOptions", Doc.CombineOptions, CombineNames),
+        Set("Fields", Fields, FieldNames),
+        Set("Attach", Attach, AttachNames),
+        Set("FormatOptions", FormatOptions, FormatNames),
+        Enum("PrintMeta", PrintMeta, 3),
+        Value("UseFileNameTemplate", UseFileNameTemplate),
+        {"ConvertType", [this] { return QVariant(int(m_convertType)); },
+            [this](const QVariant& v) {
+                // The stored format without its side effects: the options
+                // stored beside it are what the user left them at.
+                const int value = v.toInt();
+                if (value >= mctHTML && value <= mctVCard) {
+                    m_convertType = TMailConvertType(value);
+                    m_extension = ConvertTypeExtension(m_convertType);
+                }
+            }},
+        Enum("HTMLProperties.Type", HTMLProperties.Type, htODT + 1),
+        {"FileNameTemplate", [this] { return QVariant(m_fileNameTemplate); },
+            [this](const QVariant& v) { SetFileNameTemplate(v.toString()); }},
+        Value("Counter", Counter),
+        {"AttachNameTemplate", [this] { return QVariant(m_attachNameTemplate); },
+            [this](const QVariant& v) { SetAttachNameTemplate(v.toString()); }},
+        Value("ExcludeAttachDocuments", ExcludeAttachDocuments),
+        Set("FileNameOptions", FileNameOptions, FileNameOptionNames),
+        Value("DocConverterOFF", DocConverterOFF),
+        Value("Layout.BreakPattern", Layout.BreakPattern),
+        Enum("Layout.InsertPosition", Layout.InsertPosition, 2),
+        {"Filter", [this] { return QVariant(Filter.Cmd()); }, [this](const QVariant& v) { Filter.SetCmd(v.toString()); }},
+        Value("Destination", Destination),
+        Value("KeepFolderStructure", KeepFolderStructure),
+        Value("KeepFolderLevel", KeepFolderLevel),
+        Enum("CheckFileMode", CheckFileMode, 5),
+        Value("DeleteOriginals", DeleteOriginals),
+        Value("OpenDestination", OpenDestination),
+        Value("CombineFiles", CombineFiles),
+        Value("CopyDateStamps", CopyDateStamps),
+        Value("LimitCount", LimitCount),
+        Enum("LogMode", LogMode, 2),
+        Value("LogFileName", LogFileName),
+        Enum("LogVerbosity", LogVerbosity, 2),
+        Value("LogTemplate", LogTemplate),
+    };
+}
+
+QStringList TMailProperties::StoredNames() const
+{
+    QStringList names;
+    for (const auto& p : const_cast<TMailProperties*>(this)->Properties())
+        names << QLatin1String(p.name);
+    return names;
+}
+
+void TMailProperties::Save(core::TSettingsStore& store, const QString& section) const
+{
+    for (const auto& p : const_cast<TMailProperties*>(this)->Properties())
+        store.WriteValue(section, QLatin1String(p.name), p.get());
+}
+
+void TMailProperties::Load(const core::TSettingsStore& store, const QString& section)
+{
+    for (const auto& p : Properties())
+        if (store.ValueExists(section, QLatin1String(p.name)))
+            p.set(store.ReadValue(section, QLatin1String(p.name)));
+}
+
+// --- command line -------------------------------------------------------------
+
+namespace {
+
+struct TCmdSwitch {
+    const char* key;
+    const char* description;
+    std::optional<TMailFieldType> field;
+    std::optional<TAttachOptionType> attach;
+    std::optional<TFileNameOptionType> fileName;
+};
+
+const TCmdSwitch Switches[] = {
+    {"Sender", "Show the sender", mitSender, {}, {}},
+    {"Recipient", "Show the recipients", mitRecipient, {}, {}},
+    {"CC", "Show the CC recipients", mitCC, {}, {}},
+    {"BCC", "Show the BCC recipients", mitBCC, {}, {}},
+    {"Date", "Show the date", mitDate, {}, {}},
+    {"Subject", "Show the subject", mitSubject, {}, {}},
+    {"Body", "Show the body", mitBody, {}, {}},
+    {"Headers", "Show the internet headers", mitRFCHeaders, {}, {}},
+    {"DateUTC", "Show dates in UTC", mitDateUTC, {}, {}},
+    {"AttachSave", "Save attachments beside the output", {}, aotSave, {}},
+    {"AttachInfo", "List attachments in the header", {}, aotInfo, {}},
+    {"AttachUnpack", "Unpack attached archives", {}, aotUnpack, {}},
+    {"AttachEmbedImages", "Show attached images", {}, aotEmbedImages, {}},
+    {"AttachFitImages", "Fit shown images to the page", {}, aotFitImages, {}},
+    {"AttachConvertMsg", "Convert attached messages", {}, aotConvertMsg, {}},
+    {"AttachSeparateMsg", "Convert attached messages to files of their own", {}, aotSeparateMsg, {}},
+    {"ClearSubject", "Leave RE:, FW: and the like out of file names", {}, {}, fnoClearSubject},
+    {"FileSharepoint", "File names that SharePoint accepts", {}, {}, fnoSharepointCompatible},
+};
+
+} // namespace
+
+QList<core::TCommandKey> TMailProperties::CommandKeys()
+{
+    QList<core::TCommandKey> keys;
+    for (const auto& s : Switches)
+        keys.append({QLatin1String(s.key), QLatin1String(s.description), core::TKeyKind::Switch, false});
+    keys.append({QStringLiteral("LastCounter"), QStringLiteral("Number outputs on from the last run"),
+        core::TKeyKind::Switch, false});
+    keys.append({QStringLiteral("HTMLEmbedImages"), QStringLiteral("Put images into HTML output as data URLs"),
+        core::TKeyKind::Switch, false});
+    keys.append({QStringLiteral("ExternalCSS"), QStringLiteral("Style sheet for HTML output"), core::TKeyKind::Value, true});
+    return keys;
+}
+
+void TMailProperties::ApplyCommandLine(const core::TCommandLine& commandLine)
+{
+    for (const auto& s : Switches) {
+        const QString key = QLatin1String(s.key);
+        if (!commandLine.HasKey(key))
+            continue;
+        const bool on = commandLine.Switch(key);
+        if (s.field)
+            SetCmdField(*s.field, on);
+        else if (s.attach)
+            SetCmdAttach(*s.attach, on);
+        else if (s.fileName)
+            FileNameOptions.Set(*s.fileName, on);
+    }
+    if (commandLine.HasKey(QStringLiteral("LastCounter")))
+        SetCmdLastCounter(commandLine.Switch(QStringLiteral("LastCounter")));
+    if (commandLine.HasKey(QStringLiteral("HTMLEmbedImages")))
+        SetCmdHTMLEmbedImages(commandLine.Switch(QStringLiteral("HTMLEmbedImages")));
+    if (commandLine.HasKey(QStringLiteral("ExternalCSS")))
+        SetCmdExternalCSS(commandLine.Value(QStringLiteral("ExternalCSS")));
 }
 
 } // namespace tessaly::tasks

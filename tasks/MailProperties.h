@@ -7,7 +7,12 @@
 #include "tasks/MailFilter.h"
 #include "tasks/MailTemplate.h"
 
+#include "core/CommandLine.h"
+#include "core/SettingsStore.h"
+
 #include <QString>
+#include <QStringList>
+#include <functional>
 #include <memory>
 
 namespace tessaly::tasks {
@@ -54,31 +59,129 @@ using TMailFields = TOptionSet<TMailFieldType>;
 using TAttachOptions = TOptionSet<TAttachOptionType>;
 using TFileNameOptions = TOptionSet<TFileNameOptionType>;
 
+enum TTextExportOptionType { tetUseHTMLBody };
+enum TFormatOptionType { fotXHTML, fotHTMLEmbedImages };
+enum TPrintMeta { pmNone, pmTop, pmNext };
+enum TCombineDocOption { cdoTOC, cdoEveryFileNewPage };
+enum TCheckFileMode { cfmAsk, cfmOverwrite, cfmRename, cfmSkip, cfmCancel };
+enum TLogMode { lmOverwrite, lmAppend };
+enum TLogVerbosity { lvError, lvDetail };
+enum TInsertPosition { ipBefore, ipAfter };
+
 // The output extension of each format.
 QString ConvertTypeExtension(TMailConvertType type);
 
-class TMailProperties {
+// Settings of the document back ends that this program reads.
+struct TPaperProperties {
+    double Width = 794;  // pixels: A4 at 96 dpi
+    double Height = 1123;
+};
+struct TPDFProperties {
+    bool EmbedFonts = true;
+};
+struct TTIFFProperties {
+    bool SingleImage = false; // one multi-page image
+};
+struct TTitleProperties {
+    QString CommentRight = QStringLiteral("Page [page]");
+    QString CommentLeft = QStringLiteral("[date]");
+};
+struct TDocFileProperties {
+    TOptionSet<TCombineDocOption> CombineOptions;
+};
+struct THTMLConvertProperties {
+    THTMLConvertType Type = htNone;
+    TPaperProperties Paper;
+    TPDFProperties PDF;
+    TTIFFProperties TIFF;
+    TTitleProperties Title;
+};
+
+// Layout options of the mail export: where page breaks go.
+struct TMailLayoutProperties {
+    QString BreakPattern;
+    TInsertPosition InsertPosition = ipBefore;
+};
+
+// Output names of messages combined into one output.
+class TMailCombineList {
+public:
+    void Add(const QString& name) { m_names << name; }
+    void Remove(const QString& name) { m_names.removeAll(name); }
+    void Clear() { m_names.clear(); }
+    const QStringList& Names() const { return m_names; }
+
+private:
+    QStringList m_names;
+};
+
+// Options that hold for every conversion of the program.
+struct TMailConverterOptions {
+    QString LogTemplate;
+    // The program-wide object, once there is one.
+    static TMailConverterOptions* Instance();
+    static void SetInstance(TMailConverterOptions* options);
+};
+
+// The options every job has, whatever it converts.
+class TCustomProperties {
+public:
+    QString Destination;
+    bool KeepFolderStructure = false;
+    int KeepFolderLevel = 0;
+    TCheckFileMode CheckFileMode = cfmAsk;
+    bool DeleteOriginals = false;
+    bool OpenDestination = false;
+    bool CombineFiles = false;
+    bool CopyDateStamps = false;
+    int LimitCount = 0;
+    bool NoGUI = false;
+    TLogMode LogMode = lmOverwrite;
+    QString LogFileName;
+    TLogVerbosity LogVerbosity = lvError;
+    QString LogTemplate;
+};
+
+struct TPropertyInfo;
+
+class TMailProperties : public TCustomProperties {
 public:
     TMailProperties();
+    ~TMailProperties();
 
     // Output format and its side effects (extension, conversion type,
     // fields for mail formats, single output for PST and MBox).
     TMailConvertType ConvertType() const { return m_convertType; }
     void SetConvertType(TMailConvertType type);
     const QString& Extension() const { return m_extension; }
-    THTMLConvertType HTMLConvertType() const { return m_htmlConvertType; }
-    bool SingleImage() const { return m_singleImage; }
+    THTMLConvertType HTMLConvertType() const { return HTMLProperties.Type; }
+    bool SingleImage() const { return HTMLProperties.TIFF.SingleImage; }
     bool IsMailFormat() const;
     bool CommentInInches() const;
 
     TMailFields Fields {mitSender, mitRecipient, mitDate, mitSubject, mitBody};
     TAttachOptions Attach {aotInfo, aotEmbedImages, aotFitImages, aotConvertMsg};
     TFileNameOptions FileNameOptions {fnoClearSubject};
+    TOptionSet<TTextExportOptionType> TextExportOptions;
+    TOptionSet<TFormatOptionType> FormatOptions;
+    TPrintMeta PrintMeta = pmNone;
     bool UseFileNameTemplate = true;
-    bool CombineFiles = false;
-    QString Destination;
     int Counter = 1;
+    QString ExcludeAttachDocuments;
+    bool DocConverterOFF = false;
+    bool UseExternalCSS = false;
+    QString ExternalCSSFile;
+    TDocFileProperties Doc;
+    THTMLConvertProperties HTMLProperties;
+    TMailLayoutProperties Layout;
     TMailFilter Filter;
+    // Source files of the run, for the wizard and the destination.
+    int SourceFileCount = 0;
+
+    TPaperProperties& Paper() { return HTMLProperties.Paper; }
+    TPDFProperties& PDF() { return HTMLProperties.PDF; }
+    TTIFFProperties& TIFF() { return HTMLProperties.TIFF; }
+    TTitleProperties& Title() { return HTMLProperties.Title; }
 
     QString FileNameTemplate() const { return m_fileNameTemplate; }
     void SetFileNameTemplate(const QString& text);
@@ -93,6 +196,44 @@ public:
     void SetCmdAttach(TAttachOptionType option, bool on);
     bool cmdLastCounter() const { return Counter == -1; }
     void SetCmdLastCounter(bool on) { Counter = on ? -1 : 1; }
+    bool cmdHTMLEmbedImages() const { return FormatOptions.Has(fotHTMLEmbedImages); }
+    void SetCmdHTMLEmbedImages(bool on) { FormatOptions.Set(fotHTMLEmbedImages, on); }
+    QString cmdExternalCSS() const { return UseExternalCSS ? ExternalCSSFile : QString(); }
+    void SetCmdExternalCSS(const QString& file);
+
+    // Which wizard pages apply.
+    bool wizardSelectPST() const { return m_convertType == mctPST; }
+    bool wizardSelectMBox() const { return m_convertType == mctMBox; }
+    bool wizardShowFile() const;
+    bool wizardSelectFolder() const;
+    bool wizardShowCSS() const;
+    bool wizardShowComment() const;
+    bool wizardShowDocCombineOptions() const;
+    bool wizardShowTemplate() const;
+    bool wizardShowFields() const { return !IsMailFormat() || m_convertType == mctVCard; }
+    bool wizardShowAttachments() const { return m_convertType != mctVCard; }
+
+    // Completes Destination before a run: one output file for PST and MBox,
+    // the folder for vCards of one source, and for one source message the
+    // name from the template (the message is asked for through loadMessage).
+    // False when a single-message run gets no message.
+    bool InitDestination(const std::function<std::shared_ptr<mail::IMailMessage>()>& loadMessage,
+        const QString& sourceFileName);
+    int DestinationFileIndex() const { return m_destinationFileIndex; }
+    void NextDestinationFile() { ++m_destinationFileIndex; }
+
+    // The built-in style sheet with the paper width filled in.
+    QString GetDefaultCSS() const;
+
+    // The stored options: every published property that is not derived,
+    // under its own name, in declared order.
+    void Save(core::TSettingsStore& store, const QString& section) const;
+    void Load(const core::TSettingsStore& store, const QString& section);
+    QStringList StoredNames() const;
+
+    // The command-line keys of the cmd* options (the name without "cmd").
+    static QList<core::TCommandKey> CommandKeys();
+    void ApplyCommandLine(const core::TCommandLine& commandLine);
 
     // The last running number a run used; kept in the settings store
     // (section "Settings", key "LastProcessedNumber").
@@ -100,12 +241,6 @@ public:
     void SetLastProcessedNumber(int number);
     // The running number of the message at that index of a run.
     int RunningNumber(int index) const;
-
-    bool HTMLEmbedImages = false; // images as data URLs (fotHTMLEmbedImages)
-    bool UseExternalCSS = false;
-    QString ExternalCSSFile;
-    double PaperWidth = 794; // pixels (A4 at 96 dpi)
-    double PaperHeight = 1123;
 
     // What the HTML rendering of a message takes from these options.
     mail::TMailHTMLOptions HTMLOptions() const;
@@ -120,10 +255,11 @@ public:
     QString GetAttachNameByTemplate(const mail::IMailAttach& attach, const QString& mailFileName, int index) const;
 
 private:
+    std::vector<TPropertyInfo> Properties();
+
     TMailConvertType m_convertType = mctHTML;
     QString m_extension = QStringLiteral("html");
-    THTMLConvertType m_htmlConvertType = htNone;
-    bool m_singleImage = false;
+    int m_destinationFileIndex = 0;
     QString m_fileNameTemplate = QStringLiteral("[nn]. [date] - [subject]");
     QString m_attachNameTemplate;
     mutable std::unique_ptr<TMailTemplate> m_fileNameParsed;

@@ -33,7 +33,7 @@ QString Render(const IMailMessage& message, const TMailHTMLOptions& options)
 TMailHTMLOptions DefaultOptions()
 {
     tasks::TMailProperties properties;
-    properties.HTMLEmbedImages = true;
+    properties.SetCmdHTMLEmbedImages(true);
     return properties.HTMLOptions();
 }
 

@@ -244,3 +244,160 @@ TEST_F(MailPropertiesTest, CommandLineViewsAndRunningNumbers)
     options.Counter = 5;
     EXPECT_EQ(options.RunningNumber(2), 7);
 }
+
+TEST_F(MailPropertiesTest, StoredUnderTheirNamesAndLoadedBack)
+{
+    TMailProperties options;
+    const QStringList names = options.StoredNames();
+    EXPECT_EQ(names.first(), QStringLiteral("UseExternalCSS"));
+    EXPECT_LT(names.indexOf(QStringLiteral("Fields")), names.indexOf(QStringLiteral("ConvertType")));
+    EXPECT_LT(names.indexOf(QStringLiteral("FileNameTemplate")), names.indexOf(QStringLiteral("Counter")));
+    EXPECT_FALSE(names.contains(QStringLiteral("CommentInInches"))); // derived, not stored
+
+    options.SetConvertType(mctEML);
+    options.Fields.Exclude(mitBCC);
+    options.Attach.Include(aotSave);
+    options.SetFileNameTemplate(QStringLiteral("[n:3] [subject]"));
+    options.Counter = 12;
+    options.Filter.SetCmd(QStringLiteral("subject=invoice,attach=include"));
+    options.Paper().Width = 600;
+    options.Layout.BreakPattern = QStringLiteral("<hr>");
+    options.CheckFileMode = cfmRename;
+    options.Destination = QStringLiteral("/out");
+    core::TSettingsStore& store = core::TSettingsStore::Global();
+    options.Save(store, QStringLiteral("Export"));
+
+    TMailProperties loaded;
+    loaded.Load(store, QStringLiteral("Export"));
+    EXPECT_EQ(loaded.ConvertType(), mctEML);
+    EXPECT_EQ(loaded.Extension(), QStringLiteral("eml"));
+    EXPECT_EQ(loaded.Fields, options.Fields);
+    EXPECT_EQ(loaded.Attach, options.Attach);
+    EXPECT_EQ(loaded.FileNameTemplate(), QStringLiteral("[n:3] [subject]"));
+    EXPECT_EQ(loaded.Counter, 12);
+    EXPECT_EQ(loaded.Filter.Cmd(), QStringLiteral("subject=invoice,attach=include"));
+    EXPECT_EQ(loaded.Paper().Width, 600);
+    EXPECT_EQ(loaded.Layout.BreakPattern, QStringLiteral("<hr>"));
+    EXPECT_EQ(loaded.CheckFileMode, cfmRename);
+    EXPECT_EQ(loaded.Destination, QStringLiteral("/out"));
+    // Nothing stored: the defaults stay.
+    TMailProperties fresh;
+    fresh.Load(store, QStringLiteral("Nothing"));
+    EXPECT_EQ(fresh.FileNameTemplate(), QStringLiteral("[nn]. [date] - [subject]"));
+    EXPECT_EQ(fresh.Title().CommentRight, QStringLiteral("Page [page]"));
+    EXPECT_EQ(fresh.Title().CommentLeft, QStringLiteral("[date]"));
+}
+
+TEST_F(MailPropertiesTest, CommandLineKeys)
+{
+    core::TCommandLine commandLine;
+    for (const auto& key : TMailProperties::CommandKeys())
+        commandLine.DefineKey(key);
+    commandLine.Parse({QStringLiteral("-Sender=false"), QStringLiteral("--cc"), QStringLiteral("-AttachSeparateMsg"),
+                          QStringLiteral("-LastCounter"), QStringLiteral("-ExternalCSS"), QStringLiteral("look.css"),
+                          QStringLiteral("-FileSharepoint"), QStringLiteral("-HTMLEmbedImages")},
+        QStringLiteral("/work"));
+    TMailProperties options;
+    options.SetCmdAttach(aotConvertMsg, false);
+    options.ApplyCommandLine(commandLine);
+    EXPECT_FALSE(options.cmdField(mitSender));
+    EXPECT_TRUE(options.cmdField(mitCC));
+    EXPECT_TRUE(options.cmdAttach(aotSeparateMsg));
+    EXPECT_TRUE(options.cmdAttach(aotConvertMsg));
+    EXPECT_TRUE(options.cmdLastCounter());
+    EXPECT_TRUE(options.UseExternalCSS);
+    EXPECT_EQ(options.ExternalCSSFile, QStringLiteral("/work/look.css"));
+    EXPECT_EQ(options.cmdExternalCSS(), QStringLiteral("/work/look.css"));
+    EXPECT_EQ(options.PrepareFileNameOptions(), 3);
+    EXPECT_TRUE(options.cmdHTMLEmbedImages());
+    EXPECT_TRUE(options.cmdField(mitDate)); // not named: unchanged
+    EXPECT_TRUE(commandLine.HelpText().contains(QStringLiteral("-AttachSave")));
+}
+
+TEST_F(MailPropertiesTest, WizardPages)
+{
+    const struct {
+        TMailConvertType type;
+        int sources;
+        bool combine;
+        bool file, folder, css, comment, docCombine;
+    } cases[] = {
+        {mctHTML, 1, false, true, false, true, false, false},
+        {mctHTML, 3, false, false, true, true, false, false},
+        {mctPDF, 2, false, false, true, true, true, false},
+        {mctEML, 1, false, true, false, false, false, false},
+        {mctPST, 1, false, false, false, false, false, false},
+        {mctDOC, 2, true, false, true, true, false, true},
+        {mctTXT, 2, true, false, true, false, false, false},
+    };
+    for (const auto& c : cases) {
+        TMailProperties options;
+        options.SetConvertType(c.type);
+        options.SourceFileCount = c.sources;
+        options.CombineFiles = c.combine;
+        SCOPED_TRACE(int(c.type));
+        EXPECT_EQ(options.wizardShowFile(), c.file);
+        EXPECT_EQ(options.wizardSelectFolder(), c.folder);
+        EXPECT_EQ(options.wizardShowCSS(), c.css);
+        EXPECT_EQ(options.wizardShowComment(), c.comment);
+        EXPECT_EQ(options.wizardShowDocCombineOptions(), c.docCombine);
+        EXPECT_EQ(options.wizardSelectPST(), c.type == mctPST);
+    }
+}
+
+TEST_F(MailPropertiesTest, DestinationCompletion)
+{
+    QTemporaryDir dir;
+    TMailProperties pst;
+    pst.SetConvertType(mctPST);
+    pst.Destination = dir.path() + QLatin1Char('/');
+    ASSERT_TRUE(pst.InitDestination(nullptr, {}));
+    EXPECT_EQ(pst.Destination, dir.filePath(QStringLiteral("Outlook.pst")));
+    TMailProperties mbox;
+    mbox.SetConvertType(mctMBox);
+    mbox.Destination = dir.filePath(QStringLiteral("mine.mbox"));
+    ASSERT_TRUE(mbox.InitDestination(nullptr, {}));
+    EXPECT_EQ(mbox.Destination, dir.filePath(QStringLiteral("mine.mbox")));
+    mbox.Destination = dir.path();
+    ASSERT_TRUE(mbox.InitDestination(nullptr, {}));
+    EXPECT_EQ(mbox.Destination, dir.filePath(QStringLiteral("EMails.mbox")));
+
+    TMailProperties single;
+    single.SourceFileCount = 1;
+    single.Destination = dir.path();
+    single.SetFileNameTemplate(QStringLiteral("[subject]"));
+    const auto message = Message(QStringLiteral("RE: Plans"));
+    ASSERT_TRUE(single.InitDestination([&] { return message; }, QStringLiteral("/in/a.msg")));
+    EXPECT_EQ(single.Destination, dir.filePath(QStringLiteral("Plans.html")));
+    single.Destination = dir.path();
+    single.SetFileNameTemplate(QStringLiteral(" "));
+    ASSERT_TRUE(single.InitDestination([&] { return message; }, QStringLiteral("/in/a.msg")));
+    EXPECT_EQ(single.Destination, dir.filePath(QStringLiteral("a.html")));
+    EXPECT_FALSE(single.InitDestination([] { return std::shared_ptr<mail::IMailMessage>(); }, {}));
+
+    EXPECT_EQ(single.DestinationFileIndex(), 0);
+    single.NextDestinationFile();
+    EXPECT_EQ(single.DestinationFileIndex(), 1);
+}
+
+TEST_F(MailPropertiesTest, DefaultStyleSheetAndLogTemplate)
+{
+    TMailProperties options;
+    options.Paper().Width = 612.6;
+    const QString css = options.GetDefaultCSS();
+    EXPECT_TRUE(css.contains(QStringLiteral("max-width: 613;")));
+    EXPECT_FALSE(css.contains(QStringLiteral("[pagewidth]")));
+
+    TMailConverterOptions converter;
+    converter.LogTemplate = QStringLiteral("[date] [file]");
+    TMailConverterOptions::SetInstance(&converter);
+    EXPECT_EQ(TMailProperties().LogTemplate, QStringLiteral("[date] [file]"));
+    TMailConverterOptions::SetInstance(nullptr);
+    EXPECT_EQ(TMailProperties().LogTemplate, QString());
+
+    TMailCombineList combined;
+    combined.Add(QStringLiteral("a.html"));
+    combined.Add(QStringLiteral("b.html"));
+    combined.Remove(QStringLiteral("a.html"));
+    EXPECT_EQ(combined.Names(), QStringList{QStringLiteral("b.html")});
+}
