@@ -206,3 +206,7 @@ public:
 };
 
 } // namespace tessaly::mail
+
+#include <QMetaType>
+// Mail sources travel on the message bus ("request.mail").
+Q_DECLARE_METATYPE(std::shared_ptr<tessaly::mail::IMailFolder>)
