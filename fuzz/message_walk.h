@@ -1,8 +1,10 @@
 #pragma once
 
-// Reads every field of a message, its attachments and attached messages.
+// Reads every field of a message, its attachments and attached messages,
+// and renders it to HTML.
 
 #include "mail/MailContact.h"
+#include "mail/MailMsgHTML.h"
 #include "mail/MailMsgIntf.h"
 
 inline void WalkMessage(const tessaly::mail::IMailMessage& message, int depth = 0)
@@ -25,6 +27,13 @@ inline void WalkMessage(const tessaly::mail::IMailMessage& message, int depth = 
     if (const auto* lines = dynamic_cast<const IMailMessage4*>(&message))
         (void)lines->BodyStrings(mbtText);
     (void)message.Date(mdClientSubmit);
+    // Rendered as the preview would, images and all.
+    TMailHTMLOptions options;
+    options.HTMLEmbedImages = true;
+    options.RFCHeaders = true;
+    options.SenderIP = true;
+    const TMessageHTMLTask task(message);
+    (void)TMailMsgHTML::Render(message, options, task);
     if (const auto attaches = message.Attaches()) {
         for (const auto& attach : *attaches) {
             (void)attach->FileName();
