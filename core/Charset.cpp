@@ -1,5 +1,7 @@
 #include "core/Charset.h"
 
+#include "core/HtmlText.h"
+
 #include <QHash>
 #include <QRegularExpression>
 #include <QStringDecoder>
@@ -218,23 +220,6 @@ QString HeaderCharset(const QString& headers)
     return semicolon >= 0 ? charset.left(semicolon).trimmed() : charset;
 }
 
-QString CharacterReferences(const QString& text)
-{
-    QString out;
-    out.reserve(text.size());
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const QChar c = text[i];
-        if (c.unicode() <= 127) {
-            out += c;
-            continue;
-        }
-        char32_t code = c.unicode();
-        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
-            code = QChar::surrogateToUcs4(c, text[++i]);
-        out += QStringLiteral("&#%1;").arg(uint(code));
-    }
-    return out;
-}
 
 } // namespace
 
@@ -261,7 +246,7 @@ QString DecodeHtml(const QByteArray& html, const QString& headers)
             text = DecodeCharset(html, detected);
         }
     }
-    return CharacterReferences(text);
+    return HtmlCharacterReferences(text, 128, false);
 }
 
 

@@ -17,6 +17,35 @@ QString HtmlEncode(const QString& text)
     return result;
 }
 
+QString HtmlCharacterReferences(const QString& text, char32_t from, bool markup)
+{
+    QString out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (markup) {
+            switch (c.unicode()) {
+            case '<': out += QLatin1String("&lt;"); continue;
+            case '>': out += QLatin1String("&gt;"); continue;
+            case '&': out += QLatin1String("&amp;"); continue;
+            case '"': out += QLatin1String("&quot;"); continue;
+            default: break;
+            }
+        }
+        char32_t code = c.unicode();
+        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
+            code = QChar::surrogateToUcs4(c, text[i + 1]);
+        if (code < from) {
+            out += c;
+            continue;
+        }
+        if (code > 0xFFFF)
+            ++i;
+        out += QStringLiteral("&#%1;").arg(uint(code));
+    }
+    return out;
+}
+
 namespace {
 
 QString TagName(const QString& tag)

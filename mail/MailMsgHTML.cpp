@@ -2,6 +2,7 @@
 
 #include "core/AppConfig.h"
 #include "core/DateTime.h"
+#include "core/HtmlText.h"
 #include "mail/MailMsgObj.h"
 
 #include <QBuffer>
@@ -84,27 +85,7 @@ TMailMsgHTML::TMailMsgHTML(const IMailMessage& message, const TMailHTMLOptions& 
 
 QString TMailMsgHTML::Encode(const QString& text)
 {
-    QString out;
-    out.reserve(text.size());
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const QChar c = text[i];
-        switch (c.unicode()) {
-        case '<': out += QLatin1String("&lt;"); continue;
-        case '>': out += QLatin1String("&gt;"); continue;
-        case '&': out += QLatin1String("&amp;"); continue;
-        case '"': out += QLatin1String("&quot;"); continue;
-        default: break;
-        }
-        if (c.unicode() < 256) {
-            out += c;
-            continue;
-        }
-        char32_t code = c.unicode();
-        if (c.isHighSurrogate() && i + 1 < text.size() && text[i + 1].isLowSurrogate())
-            code = QChar::surrogateToUcs4(c, text[++i]);
-        out += QStringLiteral("&#%1;").arg(uint(code));
-    }
-    return out;
+    return core::HtmlCharacterReferences(text, 256, true);
 }
 
 QString TMailMsgHTML::RemoveBackslashes(const QString& text)

@@ -24,30 +24,33 @@ mail::TMailAddressType AddressType(const QString& addrType)
     return mail::matEX;
 }
 
-TRecordRef TRecordRef::Sender(std::shared_ptr<const TPSTMailItem> item)
+namespace {
+
+TRecordRef MakeRecord(std::shared_ptr<const TPSTMailItem> item, QString& caption, QString& name, QString& email,
+    QString& addrType, const QString& smtp)
 {
     TRecordRef ref;
-    TPSTSender& sender = item->SenderRecord();
-    ref.caption = &sender.Caption;
-    ref.name = &sender.Name;
-    ref.email = &sender.EMail;
-    ref.addrType = &sender.AddrType;
-    ref.smtp = sender.SmtpAddress;
     ref.item = std::move(item);
+    ref.caption = &caption;
+    ref.name = &name;
+    ref.email = &email;
+    ref.addrType = &addrType;
+    ref.smtp = smtp;
     return ref;
+}
+
+} // namespace
+
+TRecordRef TRecordRef::Sender(std::shared_ptr<const TPSTMailItem> item)
+{
+    TPSTSender& s = item->SenderRecord();
+    return MakeRecord(std::move(item), s.Caption, s.Name, s.EMail, s.AddrType, s.SmtpAddress);
 }
 
 TRecordRef TRecordRef::Recipient(std::shared_ptr<const TPSTMailItem> item, int list, int index)
 {
-    TRecordRef ref;
-    TMailRecipient& recipient = item->RecipientRecords(list).Record(index);
-    ref.caption = &recipient.DisplayName;
-    ref.name = &recipient.RecipientDisplayName;
-    ref.email = &recipient.EMail;
-    ref.addrType = &recipient.AddrType;
-    ref.smtp = recipient.SmtpAddress;
-    ref.item = std::move(item);
-    return ref;
+    TMailRecipient& r = item->RecipientRecords(list).Record(index);
+    return MakeRecord(std::move(item), r.DisplayName, r.RecipientDisplayName, r.EMail, r.AddrType, r.SmtpAddress);
 }
 
 bool TRecordRef::NeedsResolving() const

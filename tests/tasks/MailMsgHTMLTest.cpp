@@ -6,6 +6,7 @@
 
 #include "../mail/MailTestObjects.h"
 #include "../pst/PSTTestUtil.h"
+#include "TasksTestUtil.h"
 #include "TestUtil.h"
 #include "core/SettingsStore.h"
 
@@ -37,18 +38,8 @@ TMailHTMLOptions DefaultOptions()
     return properties.HTMLOptions();
 }
 
-class HtmlTest : public ::testing::Test {
+class HtmlTest : public test::TOptionsTest {
 protected:
-    void SetUp() override
-    {
-        core::TSettingsStore::SetGlobal(std::make_unique<core::TSettingsStore>(m_dir.filePath(QStringLiteral("t.ini"))));
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-    }
-    void TearDown() override
-    {
-        core::TSettingsStore::SetGlobal(nullptr);
-        QLocale::setDefault(m_locale);
-    }
 
     // Compares with the golden file; TESSALY_UPDATE_GOLDEN=1 writes it instead.
     static void ExpectGolden(const QString& html, const QString& name)
@@ -65,9 +56,6 @@ protected:
         EXPECT_TRUE(QString::fromUtf8(in.readAll()) == html) << name.toStdString() << " differs; got:\n"
                                                              << html.left(3000).toStdString();
     }
-
-    QTemporaryDir m_dir;
-    QLocale m_locale;
 };
 
 std::shared_ptr<TTestMessage> Sample()

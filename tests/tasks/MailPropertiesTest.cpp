@@ -1,6 +1,7 @@
 #include "tasks/MailProperties.h"
 
 #include "../mail/MailTestObjects.h"
+#include "TasksTestUtil.h"
 #include "core/SettingsStore.h"
 
 #include <QLocale>
@@ -26,21 +27,8 @@ std::shared_ptr<TTestMessage> Message(const QString& subject)
     return m;
 }
 
-class MailPropertiesTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        core::TSettingsStore::SetGlobal(std::make_unique<core::TSettingsStore>(m_dir.filePath(QStringLiteral("t.ini"))));
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-    }
-    void TearDown() override
-    {
-        core::TSettingsStore::SetGlobal(nullptr);
-        QLocale::setDefault(m_locale);
-    }
-    QTemporaryDir m_dir;
-    QLocale m_locale;
-};
+class MailPropertiesTest : public test::TOptionsTest {
+protected:};
 
 } // namespace
 
