@@ -1,14 +1,19 @@
 #include "app/StartUp.h"
 
+#include "app/MailInfoFrame.h"
+#include "app/PSTMainForm.h"
+#include "app/ProjectData.h"
 #include "app/TessalyApplication.h"
 #include "core/AppConfig.h"
 #include "core/CommandLine.h"
 #include "core/CrashReporter.h"
 #include "core/HtmlText.h"
 #include "platform/Terminal.h"
+#include "core/SettingsStore.h"
 #include "pst/PSTReport.h"
 #include "tasks/MailProperties.h"
 
+#include <QFileInfo>
 #include <QMessageBox>
 #include <cstdio>
 
@@ -68,10 +73,49 @@ int PrintFolderTrees(const QStringList& files)
     return result;
 }
 
+// The window: the data file named on the command line, or the files of
+// the last run; message files named open in windows of their own.
+int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
+{
+    const auto& commandLine = TCommandLine::Global();
+    RegisterPreviewSchemes();
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    TTessalyApplication application(argc, argv);
+    QString dataFile = commandLine.Value(QStringLiteral("pst"));
+    QStringList messageFiles;
+    QStringList dataFiles;
+    for (const QString& source : commandLine.Sources()) {
+        if (TPSTViewerProjectData::IsMessageFile(source))
+            messageFiles << source;
+        else if (commandLine.HasKey(QStringLiteral("pst")))
+            continue; // the folder that a selection's command line names
+        else
+            dataFiles << source;
+    }
+    if (dataFile.isEmpty())
+        dataFile = dataFiles.join(QLatin1Char('\n'));
+    TPSTMainForm form(projectData, core::TSettingsStore::Global(), dataFile);
+    form.LoadSettings();
+    form.show();
+    for (const QString& file : messageFiles)
+        form.OpenMessageFile(file);
+    return application.exec();
+}
+
 int Run(int argc, char** argv)
 {
     auto& commandLine = TCommandLine::Global();
     DefineCommandLineKeys(commandLine);
+    // The project data modules, HTML first: the one created last names the
+    // product and serves as the program's project data.
+    core::RegisterReportBuilder(std::make_shared<pst::TPSTReportBuilder>());
+    THTMLProjectData htmlData;
+    TPSTViewerProjectData projectData(commandLine, core::TSettingsStore::Global());
+    if (const QString failure = CheckStartUpInvariants(); !failure.isEmpty()) {
+        std::fprintf(stderr, "Assertion failed: %s\n", qUtf8Printable(failure));
+        return core::crInternal;
+    }
+    projectData.DataModuleCreate();
     try {
         commandLine.Parse(Arguments(argc, argv));
     } catch (const core::ECommandLineError& e) {
@@ -80,6 +124,15 @@ int Run(int argc, char** argv)
     if (commandLine.HelpRequested()) {
         std::printf("%s", qUtf8Printable(commandLine.HelpText()));
         return core::crOK;
+    }
+    if (commandLine.WantsMainWindow()) {
+        if (!platform::CanShowWindows()) {
+            std::fprintf(stderr, "tessaly: no display to show the window on (set DISPLAY or WAYLAND_DISPLAY)\n");
+            return core::crNothing;
+        }
+        const int result = RunWindow(argc, argv, projectData);
+        projectData.DataModuleDestroy();
+        return result;
     }
     const QStringList files = DataFiles(commandLine);
     if (files.isEmpty()) {

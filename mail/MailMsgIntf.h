@@ -186,6 +186,14 @@ public:
     virtual const TMailStringList* BodyStrings(TMailBodyType kind) const = 0;
 };
 
+// What a message does before it is previewed: read what it put off.
+class IMailPreparePreview {
+public:
+    static constexpr const char* IID = "{14E32F80-303D-4C25-9CCA-AC3C81FC5D6C}";
+    virtual ~IMailPreparePreview() = default;
+    virtual void ResolveRecipients() const = 0;
+};
+
 class IMailMessageList : public IMailList<IMailMessageList, IMailMessage> {
 public:
     virtual std::shared_ptr<IMailMessage> GetMail(int index) const = 0;

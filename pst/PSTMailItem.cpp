@@ -35,6 +35,7 @@ constexpr uint32_t TagAttachContentID = 0x3712;
 constexpr uint32_t TagAttachContentLocation = 0x3713;
 constexpr uint32_t TagAttachMimeTag = 0x370E;
 constexpr uint32_t TagAttachSize = 0x0E20;
+constexpr uint32_t TagMessageSize = 0x0E08;
 constexpr uint32_t TagAttachLongFileName = 0x3707;
 constexpr uint32_t TagAttachFileName = 0x3704;
 constexpr int AttachTypeData = 'd';
@@ -270,6 +271,12 @@ int TPSTDetailItem::ItemType() const
     if (libpff_item_get_type(Handle(), &type, nullptr) != 1)
         return -1;
     return type;
+}
+
+qint64 TPSTDetailItem::MessageSize() const
+{
+    std::lock_guard lock(FileContext()->Lock);
+    return qint64(ReadUInt32(Handle(), 0, TagMessageSize).value_or(0));
 }
 
 // --- TPSTMailItem -------------------------------------------------------------

@@ -125,6 +125,9 @@ public:
     TAttachList& Attaches() const;
     // The libpff item type (15 for a meeting request); -1 when unreadable.
     int ItemType() const;
+    // The size the file records for the whole message (entry 0x0E08); 0
+    // when it holds none.
+    qint64 MessageSize() const;
 
 private:
     friend class TPSTFolder;

@@ -95,7 +95,7 @@ private:
     std::vector<std::shared_ptr<TPSTMailAttach>> m_items;
 };
 
-class TPSTMailMessage : public mail::IMailMessage, public mail::IMailMessage3 {
+class TPSTMailMessage : public mail::IMailMessage, public mail::IMailMessage3, public mail::IMailPreparePreview {
 public:
     TPSTMailMessage(std::shared_ptr<const TPSTMailItem> item, bool defer);
 
@@ -110,7 +110,7 @@ public:
     std::shared_ptr<mail::IMailAttachList> Attaches() const override;
     QString UID() const override { return QString::number(m_item->ID()); }
 
-    void ResolveRecipients() const { m_item->FillRecipients(); }
+    void ResolveRecipients() const override { m_item->FillRecipients(); }
     // The data file the item's folder belongs to; empty for attached messages.
     QString PSTFileName() const;
     const std::shared_ptr<const TPSTMailItem>& Item() const { return m_item; }

@@ -168,6 +168,13 @@ int TPSTDataStore::UID(int row) const
     return *uid;
 }
 
+QString TPSTDataStore::MessageFileName(int) const
+{
+    if (!m_folder || !m_folder->Store())
+        return {};
+    return m_folder->Store()->File().FileName();
+}
+
 std::shared_ptr<mail::IMailMessage> TPSTDataStore::Message(int row) const
 {
     if (!m_folder || row < 0 || row >= RowCount())

@@ -7,6 +7,7 @@
 #include "core/Exceptions.h"
 #include "core/ReportBuilder.h"
 #include "core/SettingsStore.h"
+#include "mail/MailDataStore.h"
 #include "pst/PSTFile.h"
 #include "pst/PSTMessage.h"
 #include "platform/OutlookCatalog.h"
@@ -98,16 +99,18 @@ private:
 
 // The rows of a folder for the message list: one per item, with the item's
 // identifier as "UID", read when first asked for.
-class TPSTDataStore {
+class TPSTDataStore : public mail::TMailDataStore {
 public:
     // No folder gives no rows.
     void LoadFolder(TPSTFolder* folder);
-    int RowCount() const { return int(m_uids.size()); }
+    int RowCount() const override { return int(m_uids.size()); }
     // The row's "UID" field; 0 for an empty slot.
-    int UID(int row) const;
+    int UID(int row) const override;
     // The message of a row, its fields read and its addresses resolved;
     // null for an empty slot.
-    std::shared_ptr<mail::IMailMessage> Message(int row) const;
+    std::shared_ptr<mail::IMailMessage> Message(int row) const override;
+    // The data file of the folder.
+    QString MessageFileName(int row) const override;
     TPSTFolder* Folder() const { return m_folder; }
 
 private:

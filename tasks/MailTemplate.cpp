@@ -1,5 +1,7 @@
 #include "tasks/MailTemplate.h"
 
+#include <QRegularExpression>
+
 #include <QFileInfo>
 #include <QLocale>
 
@@ -148,6 +150,38 @@ QString CleanFileName(const QString& name, int flags)
             const QString extension = dot > 0 ? out.mid(dot) : QString();
             out = (dot > 0 ? out.left(dot) : out).left(limit) + extension;
         }
+    }
+    return out;
+}
+
+QString SafeAttachName(const QString& name, const QString& fallback)
+{
+    QString out = name;
+    out.truncate(out.indexOf(QChar(0)) >= 0 ? out.indexOf(QChar(0)) : out.size());
+    // Only what follows the last separator of any system.
+    const qsizetype slash = std::max(out.lastIndexOf(QLatin1Char('/')), out.lastIndexOf(QLatin1Char('\\')));
+    out = out.mid(slash + 1);
+    out = CleanFileName(out, 0);
+    // Windows drops trailing dots and blanks; leading dots would hide the file.
+    while (!out.isEmpty() && (out.endsWith(QLatin1Char('.')) || out.endsWith(QLatin1Char(' '))))
+        out.chop(1);
+    while (!out.isEmpty() && out.startsWith(QLatin1Char('.')))
+        out.remove(0, 1);
+    out = out.trimmed();
+    if (out.isEmpty())
+        out = fallback;
+    static const QRegularExpression Device(QStringLiteral("^(CON|PRN|AUX|NUL|COM[0-9]|LPT[0-9])(\\..*)?$"),
+        QRegularExpression::CaseInsensitiveOption);
+    if (Device.match(out).hasMatch())
+        out.prepend(QLatin1Char('_'));
+    constexpr qsizetype Limit = 200;
+    if (out.toUtf8().size() > Limit) {
+        const qsizetype dot = out.lastIndexOf(QLatin1Char('.'));
+        QString extension = dot > 0 && out.size() - dot <= 16 ? out.mid(dot) : QString();
+        QString base = extension.isEmpty() ? out : out.left(dot);
+        while (!base.isEmpty() && (base + extension).toUtf8().size() > Limit)
+            base.chop(base.back().isLowSurrogate() && base.size() > 1 ? 2 : 1);
+        out = base + extension;
     }
     return out;
 }

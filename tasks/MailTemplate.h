@@ -51,6 +51,12 @@ QString DateMacro(const QDateTime& value, const TTemplateMacro& macro);
 enum TFileNameCleanFlag { fncLength = 1, fncSharepoint = 2 };
 QString CleanFileName(const QString& name, int flags);
 
+// An attachment's name as a file name that stays inside the folder it is
+// written to: the last path part only, no control characters, no reserved
+// device name, never "." or "..", at most 200 bytes in UTF-8 with the
+// extension kept; fallback when nothing is left.
+QString SafeAttachName(const QString& name, const QString& fallback = QStringLiteral("attachment"));
+
 // Drops "RE:", "FW:" and the like: while a colon stands at one of the first
 // seven positions, everything up to it goes. Empty results give the subject.
 QString ClearSubject(const QString& subject);

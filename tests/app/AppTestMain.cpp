@@ -1,5 +1,6 @@
 // The GUI tests run inside the program's own application object.
 
+#include "app/MailInfoFrame.h"
 #include "app/TessalyApplication.h"
 
 #include <QStandardPaths>
@@ -11,6 +12,9 @@ int main(int argc, char** argv)
     // Widgets are tested on the offscreen platform unless told otherwise.
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--no-sandbox");
+    tessaly::app::RegisterPreviewSchemes();
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     tessaly::app::TTessalyApplication app(argc, argv);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();

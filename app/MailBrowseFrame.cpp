@@ -1,0 +1,491 @@
+#include "app/MailBrowseFrame.h"
+
+#include "app/CheckedEntries.h"
+#include "core/MessageBus.h"
+#include "core/SettingsStore.h"
+#include "mail/MailInfo.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QMenu>
+#include <QSpinBox>
+#include <QToolBar>
+#include <QTreeView>
+#include <QVBoxLayout>
+#include <cmath>
+
+namespace tessaly::app {
+
+using core::TMessageBus;
+
+TListKind ListKindOf(const pst::TPSTFolder* folder)
+{
+    if (dynamic_cast<const pst::TPSTContactFolder*>(folder))
+        return lkContact;
+    if (dynamic_cast<const pst::TPSTAppointmentFolder*>(folder))
+        return lkMeeting;
+    return lkMail;
+}
+
+// --- TMailBrowseFrame ------------------------------------------------------------
+
+TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
+{
+    ExecDialog = [](QDialog& dialog) { return dialog.exec(); };
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    m_model = new TMailListModel(this);
+    m_model->OnCheckChanged = [this](int storeRow) {
+        if (!m_silent)
+            Announce(storeRow);
+    };
+    m_view = new QTreeView;
+    m_view->setModel(m_model);
+    m_view->setRootIsDecorated(false);
+    m_view->setUniformRowHeights(true);
+    m_view->setAllColumnsShowFocus(true);
+    m_view->setSortingEnabled(true);
+    m_view->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    m_view->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_view->header()->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_view->header()->setSortIndicatorShown(true);
+    m_view->header()->setSortIndicator(-1, Qt::AscendingOrder);
+    layout->addWidget(m_view);
+
+    m_toolbar = new QToolBar;
+    m_toolbar->setIconSize(QSize(16, 16));
+    m_toolbar->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    m_aCheck = m_toolbar->addAction(QStringLiteral("Check"), this, [this] { CheckSelected(true); });
+    m_aUncheck = m_toolbar->addAction(QStringLiteral("Uncheck"), this, [this] { CheckSelected(false); });
+    m_aCheckAll = m_toolbar->addAction(QStringLiteral("Check All"), this, [this] { CheckAll(true); });
+    m_aCheckAll->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_A));
+    m_aCheckAll->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    m_aUncheckAll = m_toolbar->addAction(QStringLiteral("Uncheck all"), this, [this] { CheckAll(false); });
+    m_aCheckRange = m_toolbar->addAction(QStringLiteral("Check range..."), this, [this] { ShowCheckRange(); });
+    // Commands of the general list that this program does not offer.
+    for (const auto& [caption, hint] : {std::pair{"Check by mask...", ""}, {"Restore last selection", ""},
+             {"Move up", "Move up (Ctrl+Up)"}, {"Move down", "Move down (Ctrl+Down)"}}) {
+        QAction* action = m_toolbar->addAction(QLatin1String(caption));
+        if (*hint)
+            action->setToolTip(QLatin1String(hint));
+        action->setVisible(false);
+        m_hidden << action;
+    }
+    m_toolbar->addSeparator();
+    m_search = new QLineEdit;
+    m_search->setPlaceholderText(QStringLiteral("Search..."));
+    m_search->setClearButtonEnabled(true);
+    m_search->setMaximumWidth(260);
+    m_toolbar->addWidget(m_search);
+    layout->addWidget(m_toolbar);
+
+    m_popup = new QMenu(this);
+    m_aPopupCheck = m_popup->addAction(QStringLiteral("Check"), this, [this] {
+        const QModelIndexList rows = m_view->selectionModel()->selectedRows();
+        bool allChecked = !rows.isEmpty();
+        for (const QModelIndex& index : rows)
+            allChecked = allChecked && m_model->Checked(m_model->StoreRow(index.row()));
+        CheckSelected(!allChecked);
+    });
+    m_aPopupCheck->setShortcut(QKeySequence(Qt::Key_Space));
+    m_aCheckToHere = m_popup->addAction(QStringLiteral("Check to here"), this, [this] {
+        if (m_popupRow >= 0)
+            CheckToHere(m_popupRow);
+    });
+    // Space ticks the selection while the list has the focus.
+    auto* space = new QAction(m_view);
+    space->setShortcut(QKeySequence(Qt::Key_Space));
+    space->setShortcutContext(Qt::WidgetShortcut);
+    connect(space, &QAction::triggered, m_aPopupCheck, &QAction::trigger);
+    m_view->addAction(space);
+    connect(m_view, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
+        const QModelIndex index = m_view->indexAt(pos);
+        m_popupRow = index.isValid() ? index.row() : -1;
+        m_aCheckToHere->setEnabled(m_popupRow >= 0 && m_model->Checkable());
+        m_aPopupCheck->setEnabled(m_model->Checkable());
+        m_popup->exec(m_view->viewport()->mapToGlobal(pos));
+        m_popupRow = -1;
+    });
+
+    m_headerMenu = new QMenu(this);
+    connect(m_view->header(), &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
+        BuildHeaderMenu();
+        m_headerMenu->exec(m_view->header()->mapToGlobal(pos));
+    });
+
+    m_tmFocus = new QTimer(this);
+    m_tmFocus->setObjectName(QStringLiteral("tmFocus"));
+    m_tmFocus->setInterval(500);
+    connect(m_tmFocus, &QTimer::timeout, this, &TMailBrowseFrame::FocusTimerFired);
+    connect(m_view->selectionModel(), &QItemSelectionModel::currentChanged, this, &TMailBrowseFrame::FocusChanged);
+    connect(m_model, &QAbstractItemModel::modelReset, this, &TMailBrowseFrame::FocusChanged);
+
+    m_searchTimer = new QTimer(this);
+    m_searchTimer->setObjectName(QStringLiteral("SearchTimer"));
+    m_searchTimer->setSingleShot(true);
+    m_searchTimer->setInterval(400);
+    connect(m_search, &QLineEdit::textChanged, this, [this] {
+        m_searchTimer->stop();
+        m_searchTimer->start();
+    });
+    connect(m_searchTimer, &QTimer::timeout, this, &TMailBrowseFrame::Refilter);
+
+    TMessageBus::Instance().Subscribe(this, core::Topic::GuiFontSize,
+        TMessageBus::THandler([this](const QVariant& data) { SetFontSize(data.toInt()); }));
+}
+
+TMailBrowseFrame::~TMailBrowseFrame()
+{
+    TMessageBus::Instance().Unsubscribe(this);
+}
+
+void TMailBrowseFrame::ShowStore(const QString& folderPath, TListKind kind)
+{
+    m_tmFocus->stop();
+    m_folderPath = folderPath;
+    if (m_model->columnCount() > 0)
+        m_layouts.insert(m_model->Kind(), m_view->header()->saveState());
+    m_view->setUpdatesEnabled(false);
+    m_model->SetStore(Store(), kind);
+    ApplyLayout();
+    m_view->setUpdatesEnabled(true);
+}
+
+void TMailBrowseFrame::PopulateList()
+{
+    m_model->SetStore(Store(), m_model->Kind());
+    Refilter();
+}
+
+void TMailBrowseFrame::ApplyLayout()
+{
+    QHeaderView* header = m_view->header();
+    const auto saved = m_layouts.constFind(m_model->Kind());
+    if (saved != m_layouts.cend() && header->restoreState(*saved))
+        return;
+    // Defaults: the attachment mark narrow, texts wide, dates and sizes fit.
+    const QFontMetrics metrics(m_view->font());
+    const int count = m_model->columnCount();
+    for (int i = 0; i < count; ++i) {
+        int width = metrics.horizontalAdvance(QLatin1Char('x')) * 22;
+        if (i == TMailListModel::AttachColumn(m_model->Kind()))
+            width = metrics.horizontalAdvance(QStringLiteral("WW")) + 28;
+        else if (m_model->Kind() == lkMail && i == 5)
+            width = metrics.horizontalAdvance(QStringLiteral("000.0 KB")) + 12;
+        else if (m_model->Kind() == lkMail && i == 2)
+            width = metrics.horizontalAdvance(QLatin1Char('x')) * 40;
+        header->resizeSection(i, width);
+        header->setSectionHidden(i, false);
+    }
+    if (m_model->Kind() == lkMail)
+        header->setSectionHidden(4, true); // Sent: offered in the header menu
+    header->setSortIndicator(-1, Qt::AscendingOrder);
+}
+
+QString TMailBrowseFrame::LayoutKey() const
+{
+    return QStringLiteral("Desktop\\MessageList");
+}
+
+void TMailBrowseFrame::Load(core::TSettingsStore& settings)
+{
+    for (int kind : {lkMail, lkMeeting, lkContact}) {
+        const QString value = settings.ReadString(LayoutKey(), QStringLiteral("columns%1").arg(kind));
+        if (!value.isEmpty())
+            m_layouts.insert(kind, QByteArray::fromBase64(value.toLatin1()));
+    }
+    ApplyLayout();
+}
+
+void TMailBrowseFrame::Save(core::TSettingsStore& settings) const
+{
+    QHash<int, QByteArray> layouts = m_layouts;
+    if (m_model->columnCount() > 0)
+        layouts.insert(m_model->Kind(), m_view->header()->saveState());
+    for (auto it = layouts.cbegin(); it != layouts.cend(); ++it)
+        settings.WriteString(LayoutKey(), QStringLiteral("columns%1").arg(it.key()), QString::fromLatin1(it.value().toBase64()));
+}
+
+void TMailBrowseFrame::BuildHeaderMenu()
+{
+    m_headerMenu->clear();
+    const QStringList captions = TMailListModel::ColumnCaptions(m_model->Kind());
+    for (int i = 0; i < captions.size(); ++i) {
+        QAction* action = m_headerMenu->addAction(captions[i]);
+        action->setCheckable(true);
+        action->setChecked(!m_view->header()->isSectionHidden(i));
+        connect(action, &QAction::toggled, this, [this, i](bool shown) {
+            // The last shown column stays.
+            if (!shown && m_view->header()->count() - m_view->header()->hiddenSectionCount() <= 1)
+                return;
+            m_view->header()->setSectionHidden(i, !shown);
+        });
+    }
+}
+
+TListData TMailBrowseFrame::GetListData() const
+{
+    const int storeRow = m_model->StoreRow(m_view->currentIndex().row());
+    if (storeRow < 0 || !Store())
+        return {};
+    return {storeRow, Store()->UID(storeRow)};
+}
+
+void TMailBrowseFrame::SetFilter(const tasks::TMailFilter& filter)
+{
+    m_filter = filter;
+    Refilter();
+}
+
+void TMailBrowseFrame::Refilter()
+{
+    const QString text = m_search->text().trimmed();
+    const mail::TMailDataStore* store = Store();
+    const bool filtering = m_filter.Enabled;
+    const auto accepted = [&](int storeRow) {
+        if (!filtering || !store)
+            return true;
+        return m_filter.AcceptRecord(mail::TMailMsgInfo(store->Message(storeRow)));
+    };
+    if (text.isEmpty() && !filtering) {
+        m_model->ApplyFilter(nullptr);
+        return;
+    }
+    m_model->ApplyFilter([&](int storeRow) {
+        if (!text.isEmpty() && !m_model->RowMatches(storeRow, text))
+            return false;
+        return accepted(storeRow);
+    });
+}
+
+void TMailBrowseFrame::DisableCheckBoxes(bool disable)
+{
+    m_model->SetCheckable(!disable);
+    for (QAction* action : {m_aCheck, m_aUncheck, m_aCheckAll, m_aUncheckAll, m_aCheckRange, m_aPopupCheck, m_aCheckToHere})
+        action->setEnabled(!disable);
+}
+
+void TMailBrowseFrame::Announce(int storeRow)
+{
+    const mail::TMailDataStore* store = Store();
+    if (!store || storeRow < 0 || storeRow >= store->RowCount())
+        return;
+    m_busy = true;
+    TFileCheckNotice notice;
+    notice.Kind = ckMessage;
+    notice.FileName = store->MessageFileName(storeRow);
+    notice.UID = store->UID(storeRow);
+    notice.Checked = m_model->Checked(storeRow);
+    TMessageBus::Instance().Publish(core::Topic::FileChecked, QVariant::fromValue(notice));
+    m_busy = false;
+}
+
+void TMailBrowseFrame::MarkChecked(int storeRow, bool checked)
+{
+    m_silent = true;
+    m_model->SetChecked(storeRow, checked);
+    m_silent = false;
+}
+
+void TMailBrowseFrame::CheckSelected(bool checked)
+{
+    if (!m_model->Checkable())
+        return;
+    QModelIndexList rows = m_view->selectionModel()->selectedRows();
+    if (rows.isEmpty() && m_view->currentIndex().isValid())
+        rows << m_view->currentIndex();
+    for (const QModelIndex& index : rows)
+        m_model->SetChecked(m_model->StoreRow(index.row()), checked);
+}
+
+void TMailBrowseFrame::CheckAll(bool checked)
+{
+    if (!m_model->Checkable())
+        return;
+    for (int view = 0; view < m_model->rowCount(); ++view)
+        m_model->SetChecked(m_model->StoreRow(view), checked);
+}
+
+void TMailBrowseFrame::CheckRange(int from, int to, bool uncheck)
+{
+    if (!m_model->Checkable())
+        return;
+    if (from > to)
+        std::swap(from, to);
+    from = std::max(from, 1);
+    to = std::min(to, m_model->rowCount());
+    for (int number = from; number <= to; ++number)
+        m_model->SetChecked(m_model->StoreRow(number - 1), !uncheck);
+    m_lastTo = to;
+}
+
+void TMailBrowseFrame::CheckToHere(int viewRow)
+{
+    if (!m_model->Checkable() || viewRow < 0 || viewRow >= m_model->rowCount())
+        return;
+    int from = m_view->currentIndex().isValid() ? m_view->currentIndex().row() : 0;
+    int to = viewRow;
+    if (from > to)
+        std::swap(from, to);
+    for (int view = from; view <= to; ++view)
+        m_model->SetChecked(m_model->StoreRow(view), true);
+}
+
+void TMailBrowseFrame::ShowCheckRange()
+{
+    const int count = m_model->rowCount();
+    if (count == 0 || !m_model->Checkable())
+        return;
+    int from = m_view->currentIndex().isValid() ? m_view->currentIndex().row() + 1 : 1;
+    int to = m_lastTo > 0 ? std::min(m_lastTo, count) : count;
+    if (from > to)
+        std::swap(from, to);
+    TCheckRangeDialog dialog(from, to, count, this);
+    if (ExecDialog(dialog) != QDialog::Accepted)
+        return;
+    m_view->setUpdatesEnabled(false);
+    CheckRange(dialog.From(), dialog.To(), dialog.Uncheck());
+    m_view->setUpdatesEnabled(true);
+}
+
+std::vector<int> TMailBrowseFrame::CheckedRows() const
+{
+    std::vector<int> rows;
+    for (int row = 0; row < m_model->StoreRowCount(); ++row)
+        if (m_model->Checked(row))
+            rows.push_back(row);
+    return rows;
+}
+
+void TMailBrowseFrame::FocusChanged()
+{
+    m_tmFocus->stop();
+    m_tmFocus->start();
+}
+
+void TMailBrowseFrame::FocusTimerFired()
+{
+    m_tmFocus->stop();
+    const QModelIndex current = m_view->currentIndex();
+    const int storeRow = current.isValid() ? m_model->StoreRow(current.row()) : -1;
+    std::shared_ptr<mail::IMailMessage> message;
+    if (storeRow >= 0 && Store())
+        message = Store()->Message(storeRow);
+    if (const auto prepare = std::dynamic_pointer_cast<mail::IMailPreparePreview>(message))
+        prepare->ResolveRecipients();
+    if (OnFocusMessage)
+        OnFocusMessage(message);
+}
+
+void TMailBrowseFrame::SetFontSize(int pointSize)
+{
+    if (pointSize <= 0)
+        return;
+    QFont font = m_view->font();
+    const double old = font.pointSizeF() > 0 ? font.pointSizeF() : pointSize;
+    font.setPointSize(pointSize);
+    m_view->setFont(font);
+    QHeaderView* header = m_view->header();
+    for (int i = 0; i < header->count(); ++i)
+        header->resizeSection(i, int(std::lround(header->sectionSize(i) * pointSize / old)));
+    const QFontMetrics metrics(font);
+    const int height = std::max(metrics.height() + 2, m_view->iconSize().height() + 2);
+    m_view->setStyleSheet(QStringLiteral("QTreeView::item { height: %1px; }").arg(height));
+    header->setFont(font);
+}
+
+// --- TPSTBrowseFrame -------------------------------------------------------------
+
+TPSTBrowseFrame::TPSTBrowseFrame(QWidget* parent) : TMailBrowseFrame(parent)
+{
+    TMessageBus::Instance().Subscribe(this, core::Topic::PstFileChecked, TMessageBus::THandler([this](const QVariant& data) {
+        const auto tick = data.value<TPSTFileCheck>();
+        m_fileTicks.insert(tick.File, tick.Checked);
+        if (tick.File && tick.File == CurrentFile())
+            ApplyFileTick();
+    }));
+}
+
+TPSTBrowseFrame::~TPSTBrowseFrame() = default;
+
+const pst::TPSTFile* TPSTBrowseFrame::CurrentFile() const
+{
+    const pst::TPSTFolder* folder = m_store.Folder();
+    return folder && folder->Store() ? &folder->Store()->File() : nullptr;
+}
+
+void TPSTBrowseFrame::Navigate(const QString& folderPath, pst::TPSTFolder* folder)
+{
+    FocusTimer()->stop();
+    m_store.LoadFolder(folder);
+    ShowStore(folderPath, ListKindOf(folder));
+    // Rows of messages ticked before show ticked.
+    const QVariant answer = TMessageBus::Instance().Request(core::Topic::FileCheckRequest);
+    const auto entries = answer.value<TFileCheckList>();
+    if (folder && !entries.isEmpty()) {
+        const QString fileName = m_store.MessageFileName(0);
+        QSet<int> ticked;
+        for (const auto& entry : entries)
+            if (entry.Kind == ckMessage && entry.FileName == fileName)
+                ticked.insert(entry.UID);
+        for (int row = 0; !ticked.isEmpty() && row < m_store.RowCount(); ++row)
+            if (ticked.contains(m_store.UID(row)))
+                MarkChecked(row, true);
+    }
+    ApplyFileTick();
+    Refilter();
+}
+
+void TPSTBrowseFrame::ApplyFileTick()
+{
+    DisableCheckBoxes(FileTicked(CurrentFile()));
+}
+
+// --- TCheckRangeDialog -----------------------------------------------------------
+
+TCheckRangeDialog::TCheckRangeDialog(int from, int to, int maximum, QWidget* parent) : QDialog(parent)
+{
+    setWindowTitle(QStringLiteral("Check range"));
+    if (from > to)
+        std::swap(from, to);
+    auto* layout = new QFormLayout(this);
+    m_from = new QSpinBox;
+    m_to = new QSpinBox;
+    for (QSpinBox* box : {m_from, m_to})
+        box->setRange(1, std::max(1, maximum));
+    m_from->setValue(from);
+    m_to->setValue(to);
+    layout->addRow(QStringLiteral("Check from:"), m_from);
+    layout->addRow(QStringLiteral("Check to:"), m_to);
+    m_uncheck = new QCheckBox(QStringLiteral("Uncheck"));
+    layout->addRow(m_uncheck);
+    auto* buttons = new QDialogButtonBox;
+    buttons->addButton(QStringLiteral("&OK"), QDialogButtonBox::AcceptRole);
+    buttons->addButton(QStringLiteral("&Cancel"), QDialogButtonBox::RejectRole);
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    layout->addRow(buttons);
+}
+
+int TCheckRangeDialog::From() const
+{
+    return m_from->value();
+}
+
+int TCheckRangeDialog::To() const
+{
+    return m_to->value();
+}
+
+bool TCheckRangeDialog::Uncheck() const
+{
+    return m_uncheck->isChecked();
+}
+
+} // namespace tessaly::app

@@ -1,0 +1,539 @@
+#include "app/MailInfoFrame.h"
+
+#include "core/Charset.h"
+#include "core/DateTime.h"
+#include "core/HtmlText.h"
+#include "mail/MailMsgHTML.h"
+#include "tasks/MailTemplate.h"
+
+#include <QBuffer>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QFutureWatcher>
+#include <QLocale>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMimeDatabase>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QStackedWidget>
+#include <QStandardPaths>
+#include <QTabWidget>
+#include <QTextBrowser>
+#include <QVBoxLayout>
+#include <QWebEnginePage>
+#include <QWebEngineProfile>
+#include <QWebEngineSettings>
+#include <QWebEngineUrlRequestInterceptor>
+#include <QWebEngineUrlRequestJob>
+#include <QWebEngineUrlScheme>
+#include <QWebEngineUrlSchemeHandler>
+#include <QWebEngineView>
+#include <QtConcurrent>
+
+namespace tessaly::app {
+
+namespace {
+
+const QByteArray BodyScheme = QByteArrayLiteral("tessaly-body");
+const QByteArray CidScheme = QByteArrayLiteral("cid");
+
+QString Escaped(const QString& text)
+{
+    return core::HtmlEncode(text);
+}
+
+QString SizeText(qint64 size)
+{
+    return QLocale().formattedDataSize(size, 1, QLocale::DataSizeTraditionalFormat);
+}
+
+QString StripBrackets(QString id)
+{
+    id = id.trimmed();
+    if (id.startsWith(QLatin1Char('<')) && id.endsWith(QLatin1Char('>')))
+        id = id.mid(1, id.size() - 2);
+    return id;
+}
+
+// Every request of the body view that is not the message's own is refused.
+class TBlockingInterceptor : public QWebEngineUrlRequestInterceptor {
+public:
+    using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
+    void interceptRequest(QWebEngineUrlRequestInfo& info) override
+    {
+        const QByteArray scheme = info.requestUrl().scheme().toLatin1();
+        if (scheme != BodyScheme && scheme != CidScheme && scheme != "data" && scheme != "about")
+            info.block(true);
+    }
+};
+
+// A link the user clicks opens in the user's browser; nothing else leaves
+// the page.
+class TPreviewPage : public QWebEnginePage {
+public:
+    using QWebEnginePage::QWebEnginePage;
+
+protected:
+    bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override
+    {
+        if (url.scheme().toLatin1() == BodyScheme)
+            return true;
+        if (type == NavigationTypeLinkClicked && isMainFrame)
+            OpenExternal(url);
+        return false;
+    }
+
+    QWebEnginePage* createWindow(WebWindowType) override
+    {
+        // target="_blank": the new page only passes the address on.
+        auto* page = new TExternalPage(profile(), this);
+        return page;
+    }
+
+private:
+    static void OpenExternal(const QUrl& url)
+    {
+        static const QStringList allowed = {QStringLiteral("http"), QStringLiteral("https"), QStringLiteral("mailto"),
+            QStringLiteral("ftp")};
+        if (allowed.contains(url.scheme().toLower()))
+            QDesktopServices::openUrl(url);
+    }
+
+    class TExternalPage : public QWebEnginePage {
+    public:
+        TExternalPage(QWebEngineProfile* profile, QObject* parent) : QWebEnginePage(profile, parent) {}
+
+    protected:
+        bool acceptNavigationRequest(const QUrl& url, NavigationType, bool) override
+        {
+            OpenExternal(url);
+            deleteLater();
+            return false;
+        }
+    };
+};
+
+} // namespace
+
+// Serves the shown message's body and its attachments by content id. The
+// attachment data are read on a background job and handed back as each
+// becomes ready.
+class TMessageSchemeHandler : public QWebEngineUrlSchemeHandler {
+public:
+    using QWebEngineUrlSchemeHandler::QWebEngineUrlSchemeHandler;
+
+    void SetMessage(std::shared_ptr<mail::IMailMessage> message, const QString& html)
+    {
+        m_message = std::move(message);
+        m_html = html.toUtf8();
+        ++m_generation;
+    }
+
+    void requestStarted(QWebEngineUrlRequestJob* job) override
+    {
+        const QUrl url = job->requestUrl();
+        if (url.scheme().toLatin1() == BodyScheme) {
+            auto* buffer = new QBuffer(job);
+            buffer->setData(m_html);
+            job->reply(QByteArrayLiteral("text/html;charset=utf-8"), buffer);
+            return;
+        }
+        const auto attach = FindAttach(QUrl::fromPercentEncoding(url.path().toUtf8()));
+        if (!attach) {
+            job->fail(QWebEngineUrlRequestJob::UrlNotFound);
+            return;
+        }
+        QPointer<QWebEngineUrlRequestJob> guard(job);
+        auto* watcher = new QFutureWatcher<QByteArray>(this);
+        connect(watcher, &QFutureWatcherBase::finished, this, [watcher, guard, attach] {
+            watcher->deleteLater();
+            if (!guard)
+                return;
+            auto* buffer = new QBuffer(guard);
+            buffer->setData(watcher->result());
+            QByteArray type = attach->ContentType().toLatin1();
+            if (type.isEmpty() || !type.contains('/'))
+                type = QMimeDatabase().mimeTypeForData(buffer->data()).name().toLatin1();
+            guard->reply(type, buffer);
+        });
+        watcher->setFuture(QtConcurrent::run([attach] {
+            const auto device = attach->Content();
+            return device ? device->readAll() : QByteArray();
+        }));
+    }
+
+private:
+    std::shared_ptr<mail::IMailAttach> FindAttach(const QString& id) const
+    {
+        const auto list = m_message ? m_message->Attaches() : nullptr;
+        if (!list)
+            return nullptr;
+        for (int i = 0; i < list->Count(); ++i) {
+            const auto attach = list->GetAttach(i);
+            if (attach && (StripBrackets(attach->ContentID()).compare(id, Qt::CaseInsensitive) == 0
+                              || attach->FileName().compare(id, Qt::CaseInsensitive) == 0))
+                return attach;
+        }
+        return nullptr;
+    }
+
+    std::shared_ptr<mail::IMailMessage> m_message;
+    QByteArray m_html;
+    int m_generation = 0;
+};
+
+void RegisterPreviewSchemes()
+{
+    for (const QByteArray& name : {BodyScheme, CidScheme}) {
+        QWebEngineUrlScheme scheme(name);
+        scheme.setSyntax(QWebEngineUrlScheme::Syntax::Path);
+        scheme.setFlags(QWebEngineUrlScheme::LocalScheme | QWebEngineUrlScheme::LocalAccessAllowed);
+        QWebEngineUrlScheme::registerScheme(scheme);
+    }
+}
+
+// --- HTML of the pane --------------------------------------------------------------
+
+QString HeaderBlockHtml(const mail::IMailMessage& message)
+{
+    QString html = QStringLiteral(
+        "<style>"
+        "body, h1, h2 { font-family: Calibri, Sans-serif; } "
+        "h1 { font-size: 14pt; font-weight: bold; margin-bottom: 0px; } "
+        "h2 { font-size: 14pt; font-weight: normal; margin-top: 8px; margin-bottom: 0px; } "
+        ".caption { color: grey; } "
+        ".attach { border-collapse: collapse; } "
+        "td.attach { border: 1px dotted black; padding-left: 8px; padding-right: 8px; width: 50%; } "
+        ".ex { border: 1px solid navy; background: #FFFFCC; } "
+        ".scroller { overflow-x: hidden; }"
+        "</style>");
+    html += QStringLiteral("<h1>") + Escaped(message.Subject()) + QStringLiteral("</h1>");
+    const auto sender = message.Sender();
+    html += QStringLiteral("<h2>") + Escaped(sender ? sender->Caption() : QString()) + QStringLiteral("</h2>");
+    const mail::TDateTime sent = message.Date(mail::mdClientSubmit);
+    html += QStringLiteral("<table><tr><td class=\"caption\">Sent: </td><td>")
+        + (sent > 0 ? Escaped(core::FormatDateTime(sent)) : QString()) + QStringLiteral("</td></tr>");
+    html += QStringLiteral("<tr><td class=\"caption\">To: </td><td>");
+    for (auto kind : {mail::mrtTo, mail::mrtCC, mail::mrtBCC}) {
+        const auto list = message.Recipients(kind);
+        for (int i = 0; list && i < list->Count(); ++i)
+            if (const auto recipient = list->GetRecipient(i))
+                html += Escaped(recipient->Caption()) + QStringLiteral("</br>");
+    }
+    html += QStringLiteral("</td></tr></table>");
+    const auto attaches = message.Attaches();
+    if (attaches && attaches->Count() > 0) {
+        html += QStringLiteral("<br><table class=\"attach\" width=\"100%\">");
+        for (int i = 0; i < attaches->Count(); ++i) {
+            const auto attach = attaches->GetAttach(i);
+            if (i % 2 == 0)
+                html += QStringLiteral("<tr>");
+            html += QStringLiteral("<td class=\"attach\"><a href=%1>").arg(i);
+            html += Escaped(attach ? attach->FileName() : QString());
+            const auto sized = std::dynamic_pointer_cast<mail::IMailAttach2>(attach);
+            if (sized && sized->Size() > 0)
+                html += QStringLiteral(" (") + SizeText(sized->Size()) + QLatin1Char(')');
+            html += QStringLiteral("</a></td>");
+            if (i % 2 == 1)
+                html += QStringLiteral("</tr>");
+        }
+        html += QStringLiteral("</table>");
+    }
+    return html;
+}
+
+QString EmptyViewHtml()
+{
+    return QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;");
+}
+
+QString DeclaredCharset(const QString& html)
+{
+    static const QRegularExpression Meta(
+        QStringLiteral("<meta(?!\\s*(?:name|value)\\s*=)[^>]*?charset\\s*=[\\s\"\\']*([^\\s\"\\'/>]*)"),
+        QRegularExpression::CaseInsensitiveOption);
+    return Meta.match(html).captured(1);
+}
+
+QString HeaderHtmlCharset(const QString& headers)
+{
+    static const QRegularExpression ContentType(QStringLiteral("Content-type: text/html.*charset=\"(.*?)\""),
+        QRegularExpression::CaseInsensitiveOption);
+    return ContentType.match(headers).captured(1);
+}
+
+QString ConvertBodyCharset(const QString& charset, const QString& body)
+{
+    if (charset.isEmpty() || !core::IsKnownCharset(charset))
+        return body;
+    // A body that came through as bytes (one character per byte) is decoded
+    // in its charset; text that is already Unicode stays as it is.
+    for (const QChar c : body)
+        if (c.unicode() > 0xFF)
+            return body;
+    return core::DecodeCharset(body.toLatin1(), charset);
+}
+
+QString PreviewBodyHtml(const mail::IMailMessage& message)
+{
+    mail::TMailHTMLOptions options;
+    options.Sender = options.Recipient = options.CC = options.BCC = options.Date = options.Subject = false;
+    options.AttachInfo = false;
+    options.EmbedImages = false;
+    options.HTMLOutput = true;
+    const mail::TMessageHTMLTask task(message);
+    QString html = mail::TMailMsgHTML::Render(message, options, task);
+    if (DeclaredCharset(message.Body(mail::mbtHTML)).isEmpty()) {
+        const QString charset = HeaderHtmlCharset(message.Headers());
+        if (!charset.isEmpty() && charset.compare(QLatin1String("utf-8"), Qt::CaseInsensitive) != 0)
+            html = ConvertBodyCharset(charset, html);
+    }
+    return QStringLiteral("<!DOCTYPE html><html>") + html + QStringLiteral("</html>");
+}
+
+// --- attachments -------------------------------------------------------------------
+
+QString FreeFileName(const QString& folder, const QString& name)
+{
+    const QDir dir(folder);
+    if (!QFileInfo::exists(dir.filePath(name)))
+        return dir.filePath(name);
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    const QString base = dot > 0 ? name.left(dot) : name;
+    const QString extension = dot > 0 ? name.mid(dot) : QString();
+    for (int n = 1;; ++n) {
+        const QString candidate = dir.filePath(QStringLiteral("%1(%2)%3").arg(base).arg(n).arg(extension));
+        if (!QFileInfo::exists(candidate))
+            return candidate;
+    }
+}
+
+bool WriteAttachment(const mail::IMailAttach& attach, const QString& fileName, QString* error)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+        if (error)
+            *error = file.errorString();
+        return false;
+    }
+    const auto content = attach.Content();
+    bool ok = true;
+    if (content) {
+        char buffer[64 * 1024];
+        for (qint64 read; (read = content->read(buffer, sizeof buffer)) > 0;)
+            ok = ok && file.write(buffer, read) == read;
+    }
+    ok = file.flush() && ok;
+    if (!ok) {
+        if (error)
+            *error = file.errorString();
+        file.remove();
+    }
+    return ok;
+}
+
+QString ProposedSaveName(const mail::IMailAttach& attach)
+{
+    QString name = tasks::SafeAttachName(attach.FileName());
+    if (QFileInfo(name).suffix().isEmpty() && attach.AsMailMessage())
+        name += QStringLiteral(".msg");
+    return name;
+}
+
+// --- the pane ----------------------------------------------------------------------
+
+TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
+{
+    TempFolder = QStandardPaths::writableLocation(QStandardPaths::TempLocation);
+    OpenFile = [](const QString& fileName) { QDesktopServices::openUrl(QUrl::fromLocalFile(fileName)); };
+    AskSaveName = [this](const QString& title, const QString& proposed) {
+        return QFileDialog::getSaveFileName(this, title, proposed);
+    };
+    ShowError = [this](const QString& text) { QMessageBox::warning(this, QStringLiteral("Tessaly"), text); };
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_tabs = new QTabWidget;
+    m_tabs->setTabPosition(QTabWidget::South);
+    m_tabs->setDocumentMode(true);
+    layout->addWidget(m_tabs);
+
+    // HTML: the empty view, or the header block above the body.
+    m_htmlStack = new QStackedWidget;
+    m_empty = new QTextBrowser;
+    m_empty->setFrameShape(QFrame::NoFrame);
+    m_empty->setHtml(QStringLiteral("<div align=center><br><br>") + EmptyViewHtml() + QStringLiteral("</div>"));
+    m_htmlStack->addWidget(m_empty);
+    auto* page = new QWidget;
+    auto* pageLayout = new QVBoxLayout(page);
+    pageLayout->setContentsMargins(0, 0, 0, 0);
+    pageLayout->setSpacing(0);
+    m_header = new QTextBrowser;
+    m_header->setFrameShape(QFrame::NoFrame);
+    m_header->setOpenLinks(false);
+    m_header->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    pageLayout->addWidget(m_header);
+    m_profile = new QWebEngineProfile(this); // off the record: nothing is kept on disk
+    m_profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
+    m_profile->setPersistentCookiesPolicy(QWebEngineProfile::NoPersistentCookies);
+    m_profile->setUrlRequestInterceptor(new TBlockingInterceptor(m_profile));
+    m_handler = new TMessageSchemeHandler(m_profile);
+    m_profile->installUrlSchemeHandler(BodyScheme, m_handler);
+    m_profile->installUrlSchemeHandler(CidScheme, m_handler);
+    QWebEngineSettings* settings = m_profile->settings();
+    settings->setAttribute(QWebEngineSettings::JavascriptEnabled, false);
+    settings->setAttribute(QWebEngineSettings::PluginsEnabled, false);
+    settings->setAttribute(QWebEngineSettings::LocalStorageEnabled, false);
+    settings->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
+    settings->setAttribute(QWebEngineSettings::DnsPrefetchEnabled, false);
+    settings->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
+    m_body = new QWebEngineView;
+    m_body->setPage(new TPreviewPage(m_profile, m_body));
+    m_body->setContextMenuPolicy(Qt::NoContextMenu);
+    pageLayout->addWidget(m_body, 1);
+    m_htmlStack->addWidget(page);
+    m_tabs->addTab(m_htmlStack, QStringLiteral("HTML"));
+
+    const auto textBox = [] {
+        auto* box = new QPlainTextEdit;
+        box->setReadOnly(true);
+        box->setLineWrapMode(QPlainTextEdit::NoWrap);
+        box->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+        box->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOn);
+        box->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+        return box;
+    };
+    m_text = textBox();
+    m_tabs->addTab(m_text, QStringLiteral("Text"));
+    m_headers = textBox();
+    m_tabs->addTab(m_headers, QStringLiteral("Headers"));
+
+    m_pmAttach = new QMenu(this);
+    m_miSaveAttach = m_pmAttach->addAction(QStringLiteral("Save"), this, [this] { SaveAttach(); });
+    m_miOpen = m_pmAttach->addAction(QStringLiteral("Open"), this, [this] { OpenAttach(); });
+    connect(m_header, &QTextBrowser::anchorClicked, this, [this](const QUrl& url) {
+        bool ok = false;
+        const int index = url.toString().toInt(&ok);
+        if (!ok)
+            return;
+        SetActiveAttach(index);
+        m_pmAttach->exec(QCursor::pos());
+        SetActiveAttach(-1);
+    });
+    ClearView();
+}
+
+TMailInfoFrame::~TMailInfoFrame()
+{
+    // The page goes before its profile.
+    delete m_body;
+}
+
+bool TMailInfoFrame::ShowsEmptyView() const
+{
+    return m_htmlStack->currentWidget() == m_empty;
+}
+
+void TMailInfoFrame::ClearView()
+{
+    m_message.reset();
+    m_activeAttach = -1;
+    m_headerHtml.clear();
+    m_handler->SetMessage(nullptr, {});
+    m_header->clear();
+    m_text->clear();
+    m_headers->clear();
+    m_htmlStack->setCurrentWidget(m_empty);
+}
+
+void TMailInfoFrame::Navigate(std::shared_ptr<mail::IMailMessage> message)
+{
+    if (!message) {
+        ClearView();
+        return;
+    }
+    m_message = std::move(message);
+    m_activeAttach = -1;
+    m_headerHtml = HeaderBlockHtml(*m_message);
+    m_header->setHtml(m_headerHtml);
+    m_htmlStack->setCurrentWidget(m_htmlStack->widget(1));
+    FitHeader();
+    m_handler->SetMessage(m_message, PreviewBodyHtml(*m_message));
+    // A new address for every message, so that nothing is taken from a cache.
+    static int serial = 0;
+    m_body->setUrl(QUrl(QStringLiteral("%1:message/%2").arg(QLatin1String(BodyScheme)).arg(++serial)));
+    QString text = m_message->Body(mail::mbtText);
+    if (text.isEmpty())
+        text = core::HtmlToPlainText(m_message->Body(mail::mbtHTML));
+    m_text->setPlainText(text);
+    m_headers->setPlainText(m_message->Headers());
+}
+
+void TMailInfoFrame::FitHeader()
+{
+    const int width = std::max(100, m_header->viewport()->width());
+    m_header->document()->setTextWidth(width);
+    m_header->setFixedHeight(int(m_header->document()->size().height()) + 32);
+}
+
+void TMailInfoFrame::resizeEvent(QResizeEvent* event)
+{
+    QWidget::resizeEvent(event);
+    if (m_message)
+        FitHeader();
+}
+
+void TMailInfoFrame::SetActiveAttach(int index)
+{
+    m_activeAttach = index;
+}
+
+std::shared_ptr<mail::IMailAttach> TMailInfoFrame::ActiveAttach() const
+{
+    const auto list = m_message && m_activeAttach >= 0 ? m_message->Attaches() : nullptr;
+    if (!list || m_activeAttach >= list->Count())
+        return nullptr;
+    return list->GetAttach(m_activeAttach);
+}
+
+QString TMailInfoFrame::OpenAttach()
+{
+    const auto attach = ActiveAttach();
+    if (!attach)
+        return {};
+    QDir().mkpath(TempFolder);
+    const QString fileName = FreeFileName(TempFolder, tasks::SafeAttachName(attach->FileName()));
+    QString error;
+    if (!WriteAttachment(*attach, fileName, &error)) {
+        ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
+        return {};
+    }
+    OpenFile(fileName);
+    return fileName;
+}
+
+QString TMailInfoFrame::SaveAttach()
+{
+    const auto attach = ActiveAttach();
+    if (!attach)
+        return {};
+    const QString fileName = AskSaveName(QStringLiteral("Save attach as"), ProposedSaveName(*attach));
+    if (fileName.isEmpty())
+        return {};
+    // The user confirmed the name: an existing file is replaced.
+    if (QFileInfo::exists(fileName))
+        QFile::remove(fileName);
+    QString error;
+    if (!WriteAttachment(*attach, fileName, &error)) {
+        ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
+        return {};
+    }
+    return fileName;
+}
+
+} // namespace tessaly::app

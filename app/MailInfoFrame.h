@@ -1,0 +1,114 @@
+#pragma once
+
+// The preview pane: a compact header block with subject, sender, date,
+// recipients and attachment links above the body, and the body as text and
+// the header lines on tabs of their own. The body view never reaches the
+// network: only the message itself and its attachments are served to it.
+
+#include "mail/MailMsgIntf.h"
+
+#include <QWidget>
+#include <functional>
+
+class QMenu;
+class QAction;
+class QPlainTextEdit;
+class QStackedWidget;
+class QTabWidget;
+class QTextBrowser;
+class QWebEngineProfile;
+class QWebEngineView;
+
+namespace tessaly::app {
+
+class TMessageSchemeHandler;
+
+// Registers the URL schemes the body view serves; call before the
+// application object is created.
+void RegisterPreviewSchemes();
+
+// The header block's HTML for a message.
+QString HeaderBlockHtml(const mail::IMailMessage& message);
+// The empty view's HTML.
+QString EmptyViewHtml();
+// The body as the HTML view shows it.
+QString PreviewBodyHtml(const mail::IMailMessage& message);
+// The charset a body declares in a meta tag, and the one the message
+// headers give its HTML part; empty when none.
+QString DeclaredCharset(const QString& html);
+QString HeaderHtmlCharset(const QString& headers);
+// The body taken from its charset to the display encoding; an unknown
+// charset leaves it unchanged.
+QString ConvertBodyCharset(const QString& charset, const QString& body);
+
+// A name in a folder that is not taken yet: the name itself, else
+// "base(N).ext" with N counting from 1.
+QString FreeFileName(const QString& folder, const QString& name);
+// The attachment's data into a new file; false when it cannot be written.
+bool WriteAttachment(const mail::IMailAttach& attach, const QString& fileName, QString* error = nullptr);
+// The name offered when saving an attachment: its safe name, with ".msg"
+// for an attached message without extension.
+QString ProposedSaveName(const mail::IMailAttach& attach);
+
+class TMailInfoFrame : public QWidget {
+public:
+    explicit TMailInfoFrame(QWidget* parent = nullptr);
+    ~TMailInfoFrame() override;
+
+    // Shows a message; null gives the empty view.
+    void Navigate(std::shared_ptr<mail::IMailMessage> message);
+    void ClearView();
+    const std::shared_ptr<mail::IMailMessage>& Message() const { return m_message; }
+
+    // The attachment the menu acts on, by index; -1 for none.
+    void SetActiveAttach(int index);
+    // "Open": into the temporary folder, then the associated application.
+    // Returns the file written, empty when nothing was.
+    QString OpenAttach();
+    // "Save": asks for the file name, then writes.
+    QString SaveAttach();
+
+    // Replaceable for tests: the folder "Open" writes to, how a written
+    // file is opened, how the save name is asked, how errors are shown.
+    QString TempFolder;
+    std::function<void(const QString& fileName)> OpenFile;
+    std::function<QString(const QString& title, const QString& proposed)> AskSaveName;
+    std::function<void(const QString& text)> ShowError;
+
+    QTabWidget* Tabs() const { return m_tabs; }
+    QTextBrowser* HeaderView() const { return m_header; }
+    QTextBrowser* EmptyView() const { return m_empty; }
+    QWebEngineView* BodyView() const { return m_body; }
+    QPlainTextEdit* TextView() const { return m_text; }
+    QPlainTextEdit* HeadersView() const { return m_headers; }
+    QMenu* AttachMenu() const { return m_pmAttach; }
+    QAction* SaveAction() const { return m_miSaveAttach; }
+    QAction* OpenAction() const { return m_miOpen; }
+    bool ShowsEmptyView() const;
+    QString HeaderHtml() const { return m_headerHtml; }
+
+protected:
+    void resizeEvent(QResizeEvent* event) override;
+
+private:
+    void FitHeader();
+    std::shared_ptr<mail::IMailAttach> ActiveAttach() const;
+
+    std::shared_ptr<mail::IMailMessage> m_message;
+    int m_activeAttach = -1;
+    QString m_headerHtml;
+    QTabWidget* m_tabs;
+    QStackedWidget* m_htmlStack;
+    QTextBrowser* m_empty;
+    QTextBrowser* m_header;
+    QWebEngineView* m_body;
+    QWebEngineProfile* m_profile;
+    TMessageSchemeHandler* m_handler;
+    QPlainTextEdit* m_text;
+    QPlainTextEdit* m_headers;
+    QMenu* m_pmAttach;
+    QAction* m_miSaveAttach;
+    QAction* m_miOpen;
+};
+
+} // namespace tessaly::app

@@ -1,0 +1,357 @@
+#include "app/MailListModel.h"
+
+#include "core/DateTime.h"
+#include "mail/MailContact.h"
+#include "mail/MailInfo.h"
+#include "mail/MailMsgHTML.h"
+#include "pst/PSTMessage.h"
+
+#include <QIcon>
+#include <QLocale>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPixmap>
+#include <algorithm>
+#include <numeric>
+
+namespace tessaly::app {
+
+namespace {
+
+QString SizeText(qint64 size)
+{
+    if (size <= 0)
+        return {};
+    return QLocale().formattedDataSize(size, 1, QLocale::DataSizeTraditionalFormat);
+}
+
+QString DateText(mail::TDateTime date)
+{
+    return date > 0 ? core::FormatDateTime(date) : QString();
+}
+
+QVariant DateKey(mail::TDateTime date)
+{
+    return date > 0 ? QVariant(double(date)) : QVariant(0.0);
+}
+
+QString RecipientsText(const mail::IMailMessage& message, mail::TMailRecipientType kind)
+{
+    const auto list = message.Recipients(kind);
+    if (!list)
+        return {};
+    QStringList names;
+    for (int i = 0; i < list->Count(); ++i)
+        if (const auto recipient = list->GetRecipient(i))
+            names << recipient->Caption();
+    return names.join(QStringLiteral("; "));
+}
+
+// A paper clip, drawn: not every system has a font with the emoji.
+QIcon PaperClip()
+{
+    static const QIcon icon = [] {
+        QPixmap pixmap(16, 16);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(QColor(90, 90, 90), 1.3));
+        painter.setBrush(Qt::NoBrush);
+        QPainterPath path;
+        path.moveTo(10, 5);
+        path.lineTo(10, 12);
+        path.arcTo(QRectF(5.5, 9.5, 4.5, 5), 0, -180);
+        path.lineTo(5.5, 3.5);
+        path.arcTo(QRectF(5.5, 1, 6.5, 5), 180, -180);
+        path.lineTo(12, 12.5);
+        painter.drawPath(path);
+        return QIcon(pixmap);
+    }();
+    return icon;
+}
+
+} // namespace
+
+TMailListModel::TMailListModel(QObject* parent) : QAbstractTableModel(parent) {}
+
+QStringList TMailListModel::ColumnCaptions(TListKind kind)
+{
+    switch (kind) {
+    case lkMeeting:
+        return {QStringLiteral("Subject"), QStringLiteral("Location"), QStringLiteral("Start"),
+            QStringLiteral("End"), QStringLiteral("Organizer")};
+    case lkContact:
+        return {QStringLiteral("Name"), QStringLiteral("Company"), QStringLiteral("Job title"),
+            QStringLiteral("E-mail"), QStringLiteral("Business phone"), QStringLiteral("Mobile phone")};
+    default:
+        return {QStringLiteral("Attachment"), QStringLiteral("From"), QStringLiteral("Subject"),
+            QStringLiteral("Received"), QStringLiteral("Sent"), QStringLiteral("Size"), QStringLiteral("To")};
+    }
+}
+
+std::vector<int> TMailListModel::SearchColumns(TListKind kind)
+{
+    switch (kind) {
+    case lkMeeting:
+        return {0, 1, 4};
+    case lkContact:
+        return {0, 1, 3};
+    default:
+        return {1, 2, 6}; // sender, subject, recipients
+    }
+}
+
+void TMailListModel::SetStore(const mail::TMailDataStore* store, TListKind kind)
+{
+    beginResetModel();
+    m_store = store;
+    m_kind = kind;
+    m_columns = int(ColumnCaptions(kind).size());
+    const int count = StoreRowCount();
+    m_rows.assign(size_t(count), std::nullopt);
+    m_rowsRead = 0;
+    m_all.resize(size_t(count));
+    std::iota(m_all.begin(), m_all.end(), 0);
+    m_visible = m_all;
+    m_viewOf = m_all;
+    m_checked.assign(size_t(count), 0);
+    endResetModel();
+}
+
+TMailListModel::TRow TMailListModel::ReadRow(int storeRow) const
+{
+    TRow row;
+    const auto message = m_store ? m_store->Message(storeRow) : nullptr;
+    for (int i = 0; i < m_columns; ++i) {
+        row.Texts << QString();
+        row.Keys << QVariant(QString());
+    }
+    if (!message)
+        return row;
+    const auto set = [&row](int column, const QString& text, const QVariant& key = {}) {
+        row.Texts[column] = text;
+        row.Keys[column] = key.isValid() ? key : QVariant(text);
+    };
+    switch (m_kind) {
+    case lkContact: {
+        const auto contact = std::dynamic_pointer_cast<mail::IMailContact>(message);
+        const auto field = [&](int number) { return contact ? contact->GetField(number).toString() : QString(); };
+        set(0, field(mail::mcfFullName));
+        set(1, field(mail::mcfCompany));
+        set(2, field(mail::mcfJobTitle));
+        set(3, field(mail::mcfEMails));
+        set(4, field(mail::mcfBusinessPhone));
+        set(5, field(mail::mcfMobilePhone));
+        if (row.Texts[0].isEmpty())
+            set(0, message->Subject());
+        break;
+    }
+    case lkMeeting: {
+        const auto meeting = std::dynamic_pointer_cast<mail::IMailMeeting>(message);
+        const auto sender = message->Sender();
+        set(0, message->Subject());
+        set(1, meeting ? meeting->Location() : QString());
+        const mail::TDateTime start = meeting ? meeting->AppoitmentStart() : 0;
+        const mail::TDateTime end = meeting ? meeting->AppoitmentEnd() : 0;
+        set(2, DateText(start), DateKey(start));
+        set(3, DateText(end), DateKey(end));
+        set(4, sender ? sender->Caption() : QString());
+        break;
+    }
+    default: {
+        const auto sender = message->Sender();
+        const auto attaches = message->Attaches();
+        row.Attach = attaches && attaches->Count() > 0;
+        set(0, {}, row.Attach ? 1 : 0);
+        set(1, sender ? sender->Caption() : QString());
+        set(2, message->Subject());
+        const mail::TDateTime received = message->Date(mail::mdDelivery);
+        const mail::TDateTime sent = message->Date(mail::mdClientSubmit);
+        set(3, DateText(received), DateKey(received));
+        set(4, DateText(sent), DateKey(sent));
+        qint64 size = 0;
+        if (const auto item = std::dynamic_pointer_cast<pst::adapter::TPSTMailMessage>(message))
+            size = item->Item()->MessageSize();
+        set(5, SizeText(size), size);
+        set(6, RecipientsText(*message, mail::mrtTo));
+        break;
+    }
+    }
+    return row;
+}
+
+const TMailListModel::TRow& TMailListModel::Row(int storeRow) const
+{
+    auto& row = m_rows[size_t(storeRow)];
+    if (!row) {
+        row = ReadRow(storeRow);
+        ++m_rowsRead;
+    }
+    return *row;
+}
+
+QString TMailListModel::Text(int storeRow, int column) const
+{
+    if (storeRow < 0 || storeRow >= StoreRowCount() || column < 0 || column >= m_columns)
+        return {};
+    return Row(storeRow).Texts.value(column);
+}
+
+int TMailListModel::StoreRow(int viewRow) const
+{
+    return viewRow >= 0 && viewRow < int(m_visible.size()) ? m_visible[size_t(viewRow)] : -1;
+}
+
+int TMailListModel::ViewRow(int storeRow) const
+{
+    return storeRow >= 0 && storeRow < int(m_viewOf.size()) ? m_viewOf[size_t(storeRow)] : -1;
+}
+
+bool TMailListModel::Checked(int storeRow) const
+{
+    return storeRow >= 0 && storeRow < int(m_checked.size()) && m_checked[size_t(storeRow)];
+}
+
+void TMailListModel::SetChecked(int storeRow, bool checked)
+{
+    if (storeRow < 0 || storeRow >= int(m_checked.size()) || bool(m_checked[size_t(storeRow)]) == checked)
+        return;
+    m_checked[size_t(storeRow)] = checked;
+    const int view = ViewRow(storeRow);
+    if (view >= 0)
+        emit dataChanged(index(view, 0), index(view, 0), {Qt::CheckStateRole});
+    if (OnCheckChanged)
+        OnCheckChanged(storeRow);
+}
+
+void TMailListModel::SetCheckable(bool checkable)
+{
+    if (m_checkable == checkable)
+        return;
+    m_checkable = checkable;
+    if (!m_visible.empty())
+        emit dataChanged(index(0, 0), index(int(m_visible.size()) - 1, 0));
+}
+
+void TMailListModel::ApplyFilter(const std::function<bool(int storeRow)>& visible)
+{
+    emit layoutAboutToBeChanged();
+    const QModelIndexList before = persistentIndexList();
+    std::vector<int> stores;
+    for (const QModelIndex& index : before)
+        stores.push_back(StoreRow(index.row()));
+    m_visible.clear();
+    std::fill(m_viewOf.begin(), m_viewOf.end(), -1);
+    for (int storeRow : m_all) {
+        if (!visible || visible(storeRow)) {
+            m_viewOf[size_t(storeRow)] = int(m_visible.size());
+            m_visible.push_back(storeRow);
+        }
+    }
+    QModelIndexList after;
+    for (qsizetype i = 0; i < before.size(); ++i) {
+        const int view = ViewRow(stores[size_t(i)]);
+        after << (view >= 0 ? index(view, before[i].column()) : QModelIndex());
+    }
+    changePersistentIndexList(before, after);
+    emit layoutChanged();
+}
+
+bool TMailListModel::RowMatches(int storeRow, const QString& text) const
+{
+    for (int column : SearchColumns(m_kind))
+        if (Text(storeRow, column).contains(text, Qt::CaseInsensitive))
+            return true;
+    return false;
+}
+
+void TMailListModel::sort(int column, Qt::SortOrder order)
+{
+    if (column < 0 || column >= m_columns || !m_store)
+        return;
+    const auto key = [this, column](int storeRow) { return Row(storeRow).Keys.value(column); };
+    std::stable_sort(m_all.begin(), m_all.end(), [&](int a, int b) {
+        const QVariant ka = key(a), kb = key(b);
+        const auto result = QVariant::compare(ka, kb);
+        int c = 0;
+        if (result == QPartialOrdering::Less)
+            c = -1;
+        else if (result == QPartialOrdering::Greater)
+            c = 1;
+        if (ka.typeId() == QMetaType::QString && kb.typeId() == QMetaType::QString)
+            c = QString::compare(ka.toString(), kb.toString(), Qt::CaseInsensitive);
+        return order == Qt::AscendingOrder ? c < 0 : c > 0;
+    });
+    // The visible rows keep their filter and take the new order.
+    std::vector<char> shown(m_viewOf.size(), 0);
+    for (int storeRow : m_visible)
+        shown[size_t(storeRow)] = 1;
+    ApplyFilter([&shown](int storeRow) { return shown[size_t(storeRow)] != 0; });
+}
+
+int TMailListModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : int(m_visible.size());
+}
+
+int TMailListModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : m_columns;
+}
+
+QVariant TMailListModel::data(const QModelIndex& index, int role) const
+{
+    const int storeRow = StoreRow(index.row());
+    if (storeRow < 0)
+        return {};
+    switch (role) {
+    case Qt::DisplayRole:
+        return Row(storeRow).Texts.value(index.column());
+    case Qt::DecorationRole:
+        if (index.column() == AttachColumn(m_kind) && Row(storeRow).Attach)
+            return PaperClip();
+        return {};
+    case Qt::CheckStateRole:
+        if (index.column() == 0 && m_checkable)
+            return Checked(storeRow) ? Qt::Checked : Qt::Unchecked;
+        return {};
+    case Qt::TextAlignmentRole:
+        if (m_kind == lkMail && index.column() == 5)
+            return int(Qt::AlignRight | Qt::AlignVCenter);
+        return {};
+    default:
+        return {};
+    }
+}
+
+bool TMailListModel::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    if (role != Qt::CheckStateRole || index.column() != 0 || !m_checkable)
+        return false;
+    SetChecked(StoreRow(index.row()), value.toInt() == Qt::Checked);
+    return true;
+}
+
+QVariant TMailListModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal)
+        return {};
+    const QStringList captions = ColumnCaptions(m_kind);
+    if (role == Qt::DisplayRole)
+        return section == AttachColumn(m_kind) ? QString() : captions.value(section);
+    if (role == Qt::DecorationRole && section == AttachColumn(m_kind))
+        return PaperClip();
+    if (role == Qt::ToolTipRole)
+        return captions.value(section);
+    return {};
+}
+
+Qt::ItemFlags TMailListModel::flags(const QModelIndex& index) const
+{
+    Qt::ItemFlags flags = QAbstractTableModel::flags(index);
+    if (index.column() == 0 && m_checkable)
+        flags |= Qt::ItemIsUserCheckable;
+    return flags;
+}
+
+} // namespace tessaly::app

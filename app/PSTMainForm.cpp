@@ -1,0 +1,683 @@
+#include "app/PSTMainForm.h"
+
+#include "app/MailBrowseFrame.h"
+#include "app/MailInfoFrame.h"
+#include "app/PSTSearchDialog.h"
+#include "app/ProjectData.h"
+#include "core/MessageBus.h"
+#include "core/SettingsStore.h"
+#include "core/Version.h"
+#include "mail/FileMailMsg.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QProgressBar>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QTabBar>
+#include <QTabWidget>
+#include <QThread>
+#include <QTreeView>
+
+namespace tessaly::app {
+
+using core::TMessageBus;
+
+namespace {
+
+const QString DesktopSection = QStringLiteral("Desktop\\Main");
+const QString PSTSection = QStringLiteral("Desktop\\PST");
+
+} // namespace
+
+// --- TMailMainForm ---------------------------------------------------------------
+
+TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
+    : QMainWindow(parent), m_settings(settings)
+{
+    setWindowTitle(QStringLiteral("Tessaly"));
+    resize(1200, 760);
+
+    m_tabs = new QTabWidget;
+    m_tabs->tabBar()->hide();
+    m_tabs->setDocumentMode(true);
+    m_mailBrowse = new TPSTBrowseFrame;
+    m_contactBrowse = new TPSTBrowseFrame;
+    m_tabs->addTab(m_mailBrowse, QStringLiteral("Mail Browse"));
+    m_tabs->addTab(m_contactBrowse, QStringLiteral("Contacts"));
+    m_info = new TMailInfoFrame;
+    m_previewSplitter = new QSplitter(Qt::Horizontal);
+    m_previewSplitter->addWidget(m_tabs);
+    m_previewSplitter->addWidget(m_info);
+    m_previewSplitter->setStretchFactor(0, 3);
+    m_previewSplitter->setStretchFactor(1, 2);
+    m_mainSplitter = new QSplitter(Qt::Horizontal);
+    setCentralWidget(m_mainSplitter);
+
+    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse})
+        frame->OnFocusMessage = [this](std::shared_ptr<mail::IMailMessage> message) { m_info->Navigate(std::move(message)); };
+
+    m_fileMenu = menuBar()->addMenu(QStringLiteral("&File"));
+    m_helpMenu = menuBar()->addMenu(QStringLiteral("&Help"));
+    m_helpMenu->addAction(QStringLiteral("&About Tessaly..."), this, &TMailMainForm::ShowAbout);
+
+    m_statusFiles = new QLabel;
+    m_statusFolder = new QLabel;
+    m_statusProgress = new QProgressBar;
+    m_statusProgress->setRange(0, 0);
+    m_statusProgress->setMaximumWidth(160);
+    m_statusProgress->setMaximumHeight(14);
+    m_statusProgress->hide();
+    statusBar()->addWidget(m_statusFiles);
+    statusBar()->addWidget(m_statusFolder, 1);
+    statusBar()->addPermanentWidget(m_statusProgress);
+
+    auto& bus = TMessageBus::Instance();
+    bus.Subscribe(this, core::Topic::FileChecked, TMessageBus::THandler([this](const QVariant&) {
+        const int count = m_checked.Count();
+        statusBar()->showMessage(count ? QStringLiteral("%1 checked").arg(count) : QString(), 3000);
+    }));
+    bus.Subscribe(this, core::Topic::GuiFontSize, TMessageBus::THandler([this](const QVariant& data) {
+        if (data.toInt() > 0) {
+            QFont font = m_info->font();
+            font.setPointSize(data.toInt());
+            m_info->setFont(font);
+        }
+    }));
+}
+
+TMailMainForm::~TMailMainForm()
+{
+    TMessageBus::Instance().Unsubscribe(this);
+}
+
+void TMailMainForm::LoadSettings()
+{
+    const QByteArray geometry = QByteArray::fromBase64(m_settings.ReadString(DesktopSection, QStringLiteral("geometry")).toLatin1());
+    if (!geometry.isEmpty())
+        restoreGeometry(geometry);
+    const QByteArray main = QByteArray::fromBase64(m_settings.ReadString(DesktopSection, QStringLiteral("splitter")).toLatin1());
+    if (main.isEmpty())
+        m_mainSplitter->setSizes({260, 940});
+    else
+        m_mainSplitter->restoreState(main);
+    const QByteArray preview = QByteArray::fromBase64(m_settings.ReadString(DesktopSection, QStringLiteral("preview")).toLatin1());
+    if (preview.isEmpty())
+        m_previewSplitter->setSizes({540, 400});
+    else
+        m_previewSplitter->restoreState(preview);
+    m_mailBrowse->Load(m_settings);
+    m_contactBrowse->Load(m_settings);
+}
+
+void TMailMainForm::SaveSettings()
+{
+    m_settings.WriteString(DesktopSection, QStringLiteral("geometry"), QString::fromLatin1(saveGeometry().toBase64()));
+    m_settings.WriteString(DesktopSection, QStringLiteral("splitter"), QString::fromLatin1(m_mainSplitter->saveState().toBase64()));
+    m_settings.WriteString(DesktopSection, QStringLiteral("preview"), QString::fromLatin1(m_previewSplitter->saveState().toBase64()));
+    m_mailBrowse->Save(m_settings);
+    m_contactBrowse->Save(m_settings);
+    m_settings.Sync();
+}
+
+void TMailMainForm::closeEvent(QCloseEvent* event)
+{
+    SaveSettings();
+    QMainWindow::closeEvent(event);
+}
+
+void TMailMainForm::ShowAbout()
+{
+    QMessageBox::about(this, QStringLiteral("About Tessaly"),
+        QStringLiteral("<h3>Tessaly %1</h3><p>A viewer for Outlook data files (PST, OST) and single "
+                       "messages (MSG, EML).</p><p>Every file is opened read only.</p>")
+            .arg(QLatin1String(core::ProductVersion)));
+}
+
+// --- TPSTMainForm ----------------------------------------------------------------
+
+TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsStore& settings,
+    const QString& commandLineFile, QWidget* parent)
+    : TMailMainForm(settings, parent), m_projectData(projectData), m_commandLineFile(commandLineFile)
+{
+    AskOpenFile = [this](const QString& title, const QString& filter) {
+        QString qtFilter = filter;
+        // "Caption|pattern|Caption|pattern" as Qt's "Caption (pattern);;..."
+        const QStringList parts = filter.split(QLatin1Char('|'));
+        QStringList filters;
+        for (qsizetype i = 0; i + 1 < parts.size(); i += 2)
+            filters << QStringLiteral("%1 (%2)").arg(parts[i].section(QLatin1Char('('), 0, 0).trimmed(),
+                QString(parts[i + 1]).replace(QLatin1Char(';'), QLatin1Char(' ')));
+        return QFileDialog::getOpenFileName(this, title, {}, filters.join(QStringLiteral(";;")));
+    };
+    FindFiles = [this] {
+        TPSTSearchDialog dialog(this);
+        QStringList files;
+        dialog.Open(files);
+        return files;
+    };
+    ShowWarning = [this](const QString& text) { QMessageBox::warning(this, QStringLiteral("Tessaly"), text); };
+    OpenMessageFile = [this](const QString& fileName) {
+        auto* form = new TMessageForm(fileName, this);
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->setWindowFlag(Qt::Window);
+        form->show();
+    };
+    m_projectData.SetMessageFileHandler([this](const QString& fileName) { OpenMessageFile(fileName); });
+
+    m_model = new TPSTTreeModel(this);
+    m_model->Images = [this](const QString& name) { return m_projectData.TreeImage(name); };
+    m_tree = new QTreeView;
+    m_tree->setModel(m_model);
+    m_tree->header()->hide();
+    m_tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_mainSplitter->addWidget(m_tree);
+    m_mainSplitter->addWidget(m_previewSplitter);
+    m_mainSplitter->setStretchFactor(1, 1);
+    setAcceptDrops(true);
+
+    m_miOpenFile = m_fileMenu->addAction(QStringLiteral("&Open Outlook data file..."), this, &TPSTMainForm::OpenFileCommand);
+    m_miOpenFile->setShortcut(QKeySequence::Open);
+    m_miFindPST = m_fileMenu->addAction(QStringLiteral("Find Outlook files"), this, &TPSTMainForm::FindFilesCommand);
+    m_fileMenu->addSeparator();
+    m_miClosePst = m_fileMenu->addAction(QStringLiteral("Close Outlook data file"));
+    m_miClosePst->setVisible(false);
+    m_fileMenu->addSeparator();
+    QAction* quit = m_fileMenu->addAction(QStringLiteral("E&xit"), this, &QWidget::close);
+    quit->setShortcut(QKeySequence::Quit);
+
+    m_pmTree = new QMenu(this);
+    m_miPSTLanguage = m_pmTree->addMenu(QStringLiteral("File language"));
+    m_miDisablePST = m_pmTree->addAction(QStringLiteral("Disable"), this, [this] {
+        if (!m_menuNode)
+            return;
+        if (m_menuNode->State == nsDisabled)
+            EnableFile(m_menuNode);
+        else
+            DisableFile(m_menuNode);
+    });
+    m_miRemovePST = m_pmTree->addAction(QStringLiteral("Remove"), this, [this] {
+        if (m_menuNode)
+            RemoveFile(m_menuNode);
+    });
+    connect(m_tree, &QWidget::customContextMenuRequested, this, &TPSTMainForm::ShowTreeMenu);
+
+    FormCreate();
+}
+
+void TPSTMainForm::FormCreate()
+{
+    // The selection of the tree drives the list.
+    connect(m_tree->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& index) {
+        if (m_focusAttached)
+            FocusChanged(index);
+    });
+    if (!m_commandLineFile.isEmpty()) {
+        if (m_projectData.CheckOutlookRunning())
+            ShowWarning(QStringLiteral("Please, close Outlook"));
+        OpenFiles(m_commandLineFile);
+    }
+    TMessageBus::Instance().Subscribe(this, core::Topic::PstFolderRequest, TMessageBus::TAnswerHandler([this](const QVariant&) {
+        pst::TPSTFolder* folder = FocusedFolder();
+        return folder ? QVariant::fromValue(static_cast<void*>(folder)) : QVariant();
+    }));
+    UpdateStatus();
+}
+
+TPSTMainForm::~TPSTMainForm()
+{
+    TMessageBus::Instance().Unsubscribe(this);
+    // The job's result is dropped; its thread is waited for before the
+    // files it may still touch go.
+    if (m_job) {
+        m_job->disconnect(this);
+        m_job->wait();
+        delete m_job;
+        m_job = nullptr;
+    }
+    m_mailBrowse->Navigate({}, nullptr);
+    m_contactBrowse->Navigate({}, nullptr);
+    m_info->ClearView();
+    m_queue.clear();
+}
+
+// --- opening ---------------------------------------------------------------------
+
+void TPSTMainForm::OpenFiles(const QString& list)
+{
+    m_tree->setUpdatesEnabled(false);
+    m_focusAttached = false;
+    for (const QString& line : list.split(QLatin1Char('\n'))) {
+        if (line.trimmed().isEmpty())
+            continue;
+        const TOpenEntry entry = ParseOpenEntry(line);
+        if (entry.Path.isEmpty() || m_projectData.Removed().Has(entry.Path) || m_model->FindFileNode(entry.Path))
+            continue;
+        TPSTNode* node = m_model->AddFileNode(entry.Path, nsLoading);
+        if (m_projectData.Disabled().Has(entry.Path)) {
+            m_model->SetState(node, nsDisabled);
+            continue;
+        }
+        Queue(node, entry.Number);
+    }
+    m_focusAttached = true;
+    m_tree->setUpdatesEnabled(true);
+    if (m_tree->currentIndex().isValid())
+        FocusChanged(m_tree->currentIndex());
+    UpdateStatus();
+}
+
+void TPSTMainForm::Queue(TPSTNode* node, int number, int codePage)
+{
+    TPSTQueueData data;
+    data.Node = node;
+    data.Number = number;
+    data.CodePage = codePage;
+    m_queue.append({node->Name, data});
+    if (!m_busy)
+        StartNext();
+}
+
+void TPSTMainForm::Unqueue(TPSTNode* node)
+{
+    m_queue.removeIf([node](const auto& entry) { return entry.second.Node == node; });
+    if (m_busy && m_busy->Node == node)
+        m_busy->Node = nullptr; // the job's result will be discarded
+}
+
+void TPSTMainForm::StartNext()
+{
+    if (m_busy)
+        return;
+    if (m_queue.isEmpty()) {
+        m_captions.MakeUnique();
+        m_model->CaptionsChanged();
+        UpdateStatus();
+        return;
+    }
+    const auto [path, data] = m_queue.takeFirst();
+    m_busy = data.MakeCopy();
+    const int codePage = data.CodePage;
+    m_job = QThread::create([this, path = path, codePage] {
+        auto result = OpenPSTFile(path, codePage);
+        QMetaObject::invokeMethod(this, [this, result] { JobMessage(result); }, Qt::QueuedConnection);
+    });
+    m_job->setObjectName(QStringLiteral("OpenPSTTask"));
+    connect(m_job, &QThread::finished, this, &TPSTMainForm::JobEnded, Qt::QueuedConnection);
+    m_job->start(QThread::LowPriority);
+    UpdateStatus();
+}
+
+void TPSTMainForm::JobMessage(std::shared_ptr<TOpenResult> result)
+{
+    TPSTNode* node = m_busy ? m_busy->Node : nullptr;
+    if (!node || node->State == nsDisabled || !result)
+        return; // disabled or removed meanwhile: the file goes with the result
+    if (!result->File || !result->File->RootFolder()) {
+        m_model->SetState(node, nsOpenFailed);
+        return;
+    }
+    const bool focus = !m_tree->currentIndex().isValid();
+    const TPSTNode* first = nullptr;
+    m_model->SetFile(node, std::move(*result), [&](TPSTNode* folder) {
+        if (focus && !first && folder->ItemCount > 0)
+            first = folder;
+    });
+    node->Image = QStringLiteral("outlook");
+    m_captions.Add(node->File.get(), m_busy->Number);
+    m_model->CaptionsChanged();
+    m_tree->expand(m_model->IndexOf(node));
+    if (first)
+        FocusNode(first);
+    else if (focus)
+        FocusNode(node);
+}
+
+void TPSTMainForm::JobEnded()
+{
+    if (m_job) {
+        m_job->wait();
+        delete m_job;
+        m_job = nullptr;
+    }
+    m_busy.reset();
+    StartNext();
+}
+
+bool TPSTMainForm::WaitLoaded(int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    while (Loading()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(2);
+    }
+    QCoreApplication::processEvents();
+    return true;
+}
+
+// --- commands --------------------------------------------------------------------
+
+void TPSTMainForm::OpenFileCommand()
+{
+    const QString fileName = AskOpenFile(QStringLiteral("Open Outlook data file"),
+        QStringLiteral("Outlook data files (*.pst,*.ost)|*.pst;*.ost|Any files (*.*)|*.*"));
+    if (!fileName.isEmpty())
+        OpenChosenFile(fileName);
+}
+
+void TPSTMainForm::OpenChosenFile(const QString& fileName)
+{
+    if (!TPSTViewerProjectData::IsDataFile(fileName)) {
+        if (const TFileHandler handler = m_projectData.AcceptFile(fileName)) {
+            handler(fileName);
+            return;
+        }
+    }
+    m_projectData.Removed().Define(fileName, false);
+    m_projectData.Disabled().Define(fileName, false);
+    OpenFiles(fileName);
+}
+
+void TPSTMainForm::FindFilesCommand()
+{
+    const QStringList files = FindFiles();
+    if (!files.isEmpty())
+        OpenFiles(files.join(QLatin1Char('\n')));
+}
+
+void TPSTMainForm::ForgetShown(TPSTNode* node)
+{
+    // The list and the preview let go of the file's folders first.
+    const pst::TPSTFile* file = node->File.get();
+    if (!file)
+        return;
+    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse})
+        if (frame->CurrentFile() == file)
+            frame->Navigate({}, nullptr);
+    m_info->ClearView();
+    m_checked.ForgetFile(file->FileName());
+    m_captions.Remove(node->File.get());
+}
+
+void TPSTMainForm::DisableFile(TPSTNode* node)
+{
+    if (!node || !node->IsFileNode())
+        return;
+    Unqueue(node);
+    m_projectData.Disabled().Define(node->Name, true);
+    ForgetShown(node);
+    m_model->ClearFile(node);
+    m_model->SetState(node, nsDisabled);
+    m_model->CaptionsChanged();
+    UpdateStatus();
+}
+
+void TPSTMainForm::EnableFile(TPSTNode* node)
+{
+    if (!node || !node->IsFileNode())
+        return;
+    m_projectData.Disabled().Define(node->Name, false);
+    m_model->SetState(node, nsLoaded);
+    m_model->SetState(node, nsLoading);
+    Queue(node, 0);
+    UpdateStatus();
+}
+
+void TPSTMainForm::RemoveFile(TPSTNode* node)
+{
+    if (!node || !node->IsFileNode())
+        return;
+    Unqueue(node);
+    ForgetShown(node);
+    m_projectData.Removed().Define(node->Name, true);
+    if (m_menuNode == node)
+        m_menuNode = nullptr;
+    m_model->RemoveFileNode(node);
+    m_model->CaptionsChanged();
+    UpdateStatus();
+}
+
+void TPSTMainForm::SetFileLanguage(TPSTNode* node, int codePage)
+{
+    if (!node || !node->File || node->File->Is64Bit())
+        return;
+    ForgetShown(node);
+    m_model->ClearFile(node);
+    m_model->SetState(node, nsLoading);
+    Queue(node, 0, codePage);
+}
+
+QList<QPair<int, QString>> TPSTMainForm::FileLanguages()
+{
+    return {{1250, QStringLiteral("Central European (1250)")}, {1251, QStringLiteral("Cyrillic (1251)")},
+        {1252, QStringLiteral("Western European (1252)")}, {1253, QStringLiteral("Greek (1253)")},
+        {1254, QStringLiteral("Turkish (1254)")}, {1255, QStringLiteral("Hebrew (1255)")},
+        {1256, QStringLiteral("Arabic (1256)")}, {1257, QStringLiteral("Baltic (1257)")},
+        {1258, QStringLiteral("Vietnamese (1258)")}, {874, QStringLiteral("Thai (874)")},
+        {932, QStringLiteral("Japanese (932)")}, {936, QStringLiteral("Chinese Simplified (936)")},
+        {949, QStringLiteral("Korean (949)")}, {950, QStringLiteral("Chinese Traditional (950)")},
+        {866, QStringLiteral("Cyrillic DOS (866)")}, {437, QStringLiteral("US DOS (437)")}};
+}
+
+bool TPSTMainForm::PrepareTreeMenu(const QPoint& pos)
+{
+    // The file node under the pointer, or above the node under it.
+    QModelIndex index = m_tree->indexAt(pos);
+    TPSTNode* node = TPSTTreeModel::NodeOf(index);
+    while (node && node->Parent)
+        node = node->Parent;
+    m_menuNode = node;
+    if (!node)
+        return false; // "Can not find file node"
+    const bool loaded = node->File && node->State == nsLoaded;
+    m_miPSTLanguage->clear();
+    m_miPSTLanguage->setEnabled(loaded && !node->File->Is64Bit());
+    if (loaded && !node->File->Is64Bit()) {
+        const int current = node->File->AsciiCodePage();
+        for (const auto& [codePage, caption] : FileLanguages()) {
+            QAction* action = m_miPSTLanguage->addAction(caption);
+            action->setCheckable(true);
+            action->setChecked(codePage == current);
+            connect(action, &QAction::triggered, this, [this, node, cp = codePage] { SetFileLanguage(node, cp); });
+        }
+    }
+    m_miDisablePST->setText(node->State == nsDisabled ? QStringLiteral("Enable") : QStringLiteral("Disable"));
+    return true;
+}
+
+void TPSTMainForm::ShowTreeMenu(const QPoint& pos)
+{
+    if (PrepareTreeMenu(pos))
+        m_pmTree->exec(m_tree->viewport()->mapToGlobal(pos));
+}
+
+// --- focus and current folder ----------------------------------------------------
+
+void TPSTMainForm::FocusNode(const TPSTNode* node)
+{
+    const QModelIndex index = m_model->IndexOf(node);
+    if (!index.isValid())
+        return;
+    m_tree->expand(index.parent());
+    m_tree->setCurrentIndex(index);
+}
+
+pst::TPSTFolder* TPSTMainForm::FocusedFolder() const
+{
+    const TPSTNode* node = TPSTTreeModel::NodeOf(m_tree->currentIndex());
+    if (!node)
+        return nullptr;
+    if (node->Folder)
+        return node->Folder;
+    return node->File ? node->File->RootFolder() : nullptr;
+}
+
+void TPSTMainForm::FocusChanged(const QModelIndex& index)
+{
+    const TPSTNode* node = TPSTTreeModel::NodeOf(index);
+    if (!node || (!node->File && !node->Folder))
+        return;
+    pst::TPSTFolder* folder = node->Folder ? node->Folder : node->File->RootFolder();
+    const bool contacts = dynamic_cast<pst::TPSTContactFolder*>(folder) != nullptr;
+    m_tabs->setCurrentIndex(contacts ? 1 : 0);
+    TPSTBrowseFrame* frame = contacts ? m_contactBrowse : m_mailBrowse;
+    TPSTBrowseFrame* other = contacts ? m_mailBrowse : m_contactBrowse;
+    other->Navigate({}, nullptr);
+    frame->Navigate(CurrentFolderPath(), folder);
+    m_info->ClearView();
+    UpdateStatus();
+}
+
+QString TPSTMainForm::CurrentFileName() const
+{
+    const TPSTNode* node = TPSTTreeModel::NodeOf(m_tree->currentIndex());
+    if (!node)
+        return {};
+    const TPSTNode* file = node->FileNode();
+    return file->File ? file->File->FileName() : file->Name;
+}
+
+QString TPSTMainForm::CurrentFolderPath() const
+{
+    QStringList names;
+    for (const TPSTNode* node = TPSTTreeModel::NodeOf(m_tree->currentIndex()); node && node->Folder; node = node->Parent)
+        names.prepend(node->Caption());
+    return BuildFolderPath(names);
+}
+
+QString TPSTMainForm::SelectionCommandLine() const
+{
+    return QLatin1Char('"') + CurrentFolderPath() + QStringLiteral("\" -pst \"") + CurrentFileName() + QLatin1Char('"');
+}
+
+void TPSTMainForm::UpdateStatus()
+{
+    int files = 0;
+    int folders = 0;
+    std::function<void(const TPSTNode&)> count = [&](const TPSTNode& node) {
+        for (const auto& child : node.Children) {
+            ++folders;
+            count(*child);
+        }
+    };
+    for (const auto& node : m_model->FileNodes()) {
+        if (node->File)
+            ++files;
+        count(*node);
+    }
+    m_statusFiles->setText(QStringLiteral("%1 file(s), %2 folder(s)").arg(files).arg(folders));
+    const TPSTNode* focused = TPSTTreeModel::NodeOf(m_tree->currentIndex());
+    if (focused && (focused->Folder || focused->File))
+        m_statusFolder->setText(QStringLiteral("%1: %2 item(s)").arg(CurrentFolderPath()).arg(focused->ItemCount));
+    else if (m_model->FileNodes().empty())
+        m_statusFolder->setText(QStringLiteral("Open an Outlook data file with File > Open (Ctrl+O), or drop one here"));
+    else
+        m_statusFolder->clear();
+    const int waiting = int(m_queue.size()) + (m_busy ? 1 : 0);
+    m_statusProgress->setVisible(waiting > 0);
+    m_statusProgress->setFormat(QStringLiteral("Loading %1").arg(waiting));
+    m_statusProgress->setTextVisible(false);
+    m_statusProgress->setToolTip(QStringLiteral("%1 file(s) loading").arg(waiting));
+}
+
+// --- settings --------------------------------------------------------------------
+
+QString TPSTMainForm::DefaultFile(bool choose)
+{
+    QString file = m_projectData.FindDefaultPST();
+    if (!file.isEmpty() || !choose)
+        return file;
+    if (!m_settings.SectionExists(PSTSection) || !m_settings.ReadString(PSTSection, QStringLiteral("files")).isEmpty())
+        return {};
+    file = AskOpenFile(QStringLiteral("Open PST file"),
+        QStringLiteral("PST files (*.pst)|*.pst|OST files (*.ost)|*.ost|All files (*.*)|*.*"));
+    if (file.isEmpty() || !QFileInfo::exists(file))
+        return {};
+    m_projectData.Removed().Define(file, false);
+    m_projectData.Disabled().Define(file, false);
+    return file;
+}
+
+void TPSTMainForm::LoadSettings()
+{
+    TMailMainForm::LoadSettings();
+    if (m_commandLineFile.isEmpty() && m_settings.SectionExists(PSTSection)) {
+        const QString files = m_settings.ReadString(PSTSection, QStringLiteral("files"));
+        OpenFiles(files);
+    }
+    if (m_model->FileNodes().empty()) {
+        const QString file = DefaultFile(true);
+        if (!file.isEmpty())
+            OpenFiles(file);
+    }
+}
+
+void TPSTMainForm::SaveSettings()
+{
+    TMailMainForm::SaveSettings();
+    QStringList files;
+    for (const auto& node : m_model->FileNodes())
+        if (node->Name.compare(ParseOpenEntry(m_commandLineFile).Path, Qt::CaseInsensitive) != 0)
+            files << node->Name;
+    m_settings.WriteString(PSTSection, QStringLiteral("files"), files.join(QLatin1Char('\n')));
+    m_settings.Sync();
+}
+
+// --- drag and drop ---------------------------------------------------------------
+
+void TPSTMainForm::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (event->mimeData()->hasUrls())
+        event->acceptProposedAction();
+}
+
+void TPSTMainForm::dropEvent(QDropEvent* event)
+{
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile())
+            OpenChosenFile(QDir::toNativeSeparators(url.toLocalFile()));
+    event->acceptProposedAction();
+}
+
+// --- TMessageForm ----------------------------------------------------------------
+
+TMessageForm::TMessageForm(const QString& fileName, QWidget* parent) : QMainWindow(parent)
+{
+    m_info = new TMailInfoFrame;
+    setCentralWidget(m_info);
+    resize(820, 720);
+    std::shared_ptr<mail::IMailMessage> message;
+    QString error;
+    try {
+        mail::TFileMailMsgRequest request(fileName);
+        message = request.Message();
+    } catch (const std::exception& e) {
+        error = QString::fromUtf8(e.what());
+    }
+    m_loaded = message != nullptr;
+    setWindowTitle(QStringLiteral("%1 - Tessaly").arg(message && !message->Subject().isEmpty()
+        ? message->Subject() : QFileInfo(fileName).fileName()));
+    if (message) {
+        m_info->Navigate(message);
+    } else {
+        statusBar()->showMessage(QStringLiteral("Could not read %1%2. Check that it is a .msg, .eml or .vcf file.")
+                .arg(QDir::toNativeSeparators(fileName), error.isEmpty() ? QString() : QStringLiteral(" (") + error + QLatin1Char(')')));
+    }
+}
+
+} // namespace tessaly::app
