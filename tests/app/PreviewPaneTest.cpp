@@ -1,0 +1,223 @@
+#include "TestUtil.h"
+#include "app/MailInfoFrame.h"
+#include "mail/MailTestObjects.h"
+#include "tasks/MailTemplate.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QMenu>
+#include <QTcpSocket>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QPlainTextEdit>
+#include <QTabWidget>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTextBrowser>
+#include <QWebEnginePage>
+#include <QWebEngineView>
+#include <gtest/gtest.h>
+
+using namespace tessaly;
+using namespace tessaly::app;
+using namespace tessaly::test;
+
+namespace {
+
+class TSizedAttach : public TTestAttach, public mail::IMailAttach2 {
+public:
+    TSizedAttach(QString name, qint32 size, std::shared_ptr<mail::IMailMessage> inner = nullptr)
+        : TTestAttach(std::move(name)), m_size(size), m_inner(std::move(inner))
+    {
+    }
+    qint32 Size() const override { return m_size; }
+    std::shared_ptr<mail::IMailMessage> AsMailMessage() const override { return m_inner; }
+
+private:
+    qint32 m_size;
+    std::shared_ptr<mail::IMailMessage> m_inner;
+};
+
+std::shared_ptr<TTestMessage> Message(std::vector<std::shared_ptr<mail::IMailAttach>> attaches = {})
+{
+    auto message = std::make_shared<TTestMessage>();
+    message->subject = QStringLiteral("Q1 <results> & plans");
+    message->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Ann & Co"), QStringLiteral("ann@x.org"));
+    message->recipients[mail::mrtTo] = Recipients({{QStringLiteral("<Bob>"), QStringLiteral("bob@x.org")}});
+    message->attaches = std::make_shared<TTestAttachList>(std::move(attaches));
+    message->html = QStringLiteral("<p>Body text</p>");
+    return message;
+}
+
+void WaitFor(const std::function<bool()>& done, int ms)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!done() && timer.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
+} // namespace
+
+TEST(PreviewPane, HeaderBlock)
+{
+    const auto message = Message({std::make_shared<TSizedAttach>(QStringLiteral("a.pdf"), 2048),
+        std::make_shared<TSizedAttach>(QStringLiteral("b&c.txt"), 0), std::make_shared<TSizedAttach>(QStringLiteral("d.doc"), 10)});
+    const QString html = HeaderBlockHtml(*message);
+    EXPECT_TRUE(html.contains(QStringLiteral("<h1>Q1 &lt;results&gt; &amp; plans</h1>")));
+    EXPECT_TRUE(html.contains(QStringLiteral("<h2>Ann &amp; Co &lt;ann@x.org&gt;</h2>")));
+    EXPECT_TRUE(html.contains(QStringLiteral("<tr><td class=\"caption\">Sent: </td><td></td></tr>"))); // no date
+    EXPECT_TRUE(html.contains(QStringLiteral("&lt;Bob&gt; &lt;bob@x.org&gt;</br></td></tr></table>")));
+    // Three attachments: two rows, the second left open after its one cell.
+    const QString table = html.mid(html.indexOf(QStringLiteral("<table class=\"attach\" width=\"100%\">")));
+    EXPECT_EQ(table.count(QStringLiteral("<tr>")), 2);
+    EXPECT_EQ(table.count(QStringLiteral("</tr>")), 1);
+    EXPECT_TRUE(table.endsWith(QStringLiteral("<tr><td class=\"attach\"><a href=2>d.doc (10 bytes)</a></td></table>")));
+    EXPECT_TRUE(table.contains(QStringLiteral("<a href=1>b&amp;c.txt</a>"))); // size unknown
+    EXPECT_TRUE(html.startsWith(QStringLiteral("<style>body, h1, h2 { font-family: Calibri, Sans-serif; }")));
+
+    TMailInfoFrame frame;
+    frame.resize(600, 500);
+    frame.Navigate(message);
+    EXPECT_FALSE(frame.ShowsEmptyView());
+    EXPECT_TRUE(frame.HeaderView()->toPlainText().contains(QStringLiteral("Q1 <results> & plans")));
+    EXPECT_EQ(frame.Tabs()->tabText(0), QStringLiteral("HTML"));
+    EXPECT_EQ(frame.Tabs()->tabText(1), QStringLiteral("Text"));
+    EXPECT_EQ(frame.Tabs()->tabText(2), QStringLiteral("Headers"));
+    EXPECT_EQ(frame.Tabs()->tabPosition(), QTabWidget::South);
+    EXPECT_EQ(frame.TextView()->toPlainText().trimmed(), QStringLiteral("Body text"));
+    frame.Navigate(nullptr);
+    EXPECT_TRUE(frame.ShowsEmptyView());
+    EXPECT_TRUE(frame.EmptyView()->toPlainText().contains(QStringLiteral("<No mail to show>")));
+    EXPECT_EQ(EmptyViewHtml(), QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;"));
+}
+
+TEST(PreviewPane, BodyCharset)
+{
+    EXPECT_EQ(DeclaredCharset(QStringLiteral("<meta http-equiv=Content-Type content=\"text/html; charset=windows-1251\">")),
+        QStringLiteral("windows-1251"));
+    EXPECT_EQ(DeclaredCharset(QStringLiteral("<meta name=charset content=x><p>")), QString());
+    EXPECT_EQ(HeaderHtmlCharset(QStringLiteral("Content-type: text/html; charset=\"koi8-r\"\r\n")), QStringLiteral("koi8-r"));
+    // Bytes that came through one per character are decoded; Unicode text
+    // and unknown charsets stay as they are.
+    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("koi8-r"), QString::fromLatin1("\xF0\xD2\xC9")), QStringLiteral("При"));
+    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("koi8-r"), QStringLiteral("При")), QStringLiteral("При"));
+    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("x-nonsense"), QString::fromLatin1("\xF0")), QString::fromLatin1("\xF0"));
+}
+
+TEST(PreviewPane, OpenTwiceGivesTwoFilesAndSaveProposesMsg)
+{
+    QTemporaryDir dir;
+    const auto inner = Message();
+    const auto message = Message({std::make_shared<TSizedAttach>(QStringLiteral("report.pdf"), 9),
+        std::make_shared<TSizedAttach>(QStringLiteral("Forwarded note"), 100, inner)});
+    TMailInfoFrame frame;
+    frame.TempFolder = dir.path();
+    QStringList opened;
+    frame.OpenFile = [&](const QString& file) { opened << file; };
+    frame.Navigate(message);
+    frame.OpenAttach(); // no attachment under the menu: nothing
+    EXPECT_TRUE(opened.isEmpty());
+    frame.SetActiveAttach(0);
+    frame.OpenAction()->trigger();
+    frame.OpenAction()->trigger();
+    ASSERT_EQ(opened.size(), 2);
+    EXPECT_EQ(opened[0], QDir(dir.path()).filePath(QStringLiteral("report.pdf")));
+    EXPECT_EQ(opened[1], QDir(dir.path()).filePath(QStringLiteral("report(1).pdf")));
+    QFile written(opened[1]);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    EXPECT_EQ(written.readAll(), QByteArray("report.pdf")); // the test attachment's content
+
+    QString proposed, title;
+    frame.AskSaveName = [&](const QString& t, const QString& name) {
+        title = t;
+        proposed = name;
+        return QDir(dir.path()).filePath(QStringLiteral("saved.msg"));
+    };
+    frame.SetActiveAttach(1);
+    EXPECT_EQ(frame.SaveAttach(), QDir(dir.path()).filePath(QStringLiteral("saved.msg")));
+    EXPECT_EQ(title, QStringLiteral("Save attach as"));
+    EXPECT_EQ(proposed, QStringLiteral("Forwarded note.msg"));
+    EXPECT_TRUE(QFileInfo::exists(QDir(dir.path()).filePath(QStringLiteral("saved.msg"))));
+    EXPECT_EQ(frame.AttachMenu()->actions().at(0)->text(), QStringLiteral("Save"));
+    EXPECT_EQ(frame.AttachMenu()->actions().at(1)->text(), QStringLiteral("Open"));
+}
+
+TEST(PreviewPane, HostileAttachmentNamesStayInTheFolder)
+{
+    QTemporaryDir dir;
+    const QString folder = QDir(dir.path()).canonicalPath();
+    const QString nul = QStringLiteral("evil") + QChar(0) + QStringLiteral("/../../x");
+    const struct {
+        QString name;
+        QString expected; // empty: only "inside the folder" is checked
+    } cases[] = {
+        {QStringLiteral("../../x"), QStringLiteral("x")},
+        {QStringLiteral("/etc/passwd"), QStringLiteral("passwd")},
+        {QStringLiteral("C:\\Windows\\x"), QStringLiteral("x")},
+        {QStringLiteral("CON"), QStringLiteral("_CON")},
+        {QStringLiteral("lpt1.txt"), QStringLiteral("_lpt1.txt")},
+        {QString(), QStringLiteral("attachment")},
+        {QStringLiteral(".."), QStringLiteral("attachment")},
+        {QStringLiteral("a\x01\x1f.txt"), QStringLiteral("a__.txt")},
+        {nul, QStringLiteral("evil")},
+        {QString(300, QLatin1Char('n')) + QStringLiteral(".pdf"), {}},
+        {QString(120, QChar(0x00E9)) + QStringLiteral(".txt"), {}},
+    };
+    TMailInfoFrame frame;
+    frame.TempFolder = folder;
+    QStringList opened;
+    frame.OpenFile = [&](const QString& file) { opened << file; };
+    for (const auto& c : cases) {
+        const QString safe = tasks::SafeAttachName(c.name);
+        if (!c.expected.isEmpty())
+            EXPECT_EQ(safe, c.expected) << c.name.toStdString();
+        EXPECT_LE(safe.toUtf8().size(), 200) << c.name.toStdString();
+        frame.Navigate(Message({std::make_shared<TSizedAttach>(c.name, 1)}));
+        frame.SetActiveAttach(0);
+        const QString written = frame.OpenAttach();
+        ASSERT_FALSE(written.isEmpty()) << c.name.toStdString();
+        EXPECT_EQ(QFileInfo(written).canonicalPath(), folder) << c.name.toStdString();
+        EXPECT_TRUE(QFileInfo::exists(written));
+    }
+    EXPECT_TRUE(tasks::SafeAttachName(QString(300, QLatin1Char('n')) + QStringLiteral(".pdf")).endsWith(QStringLiteral(".pdf")));
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files).size(), qsizetype(std::size(cases)));
+}
+
+TEST(PreviewPane, BodyViewReachesNothingOutside)
+{
+    QTcpServer listener;
+    ASSERT_TRUE(listener.listen(QHostAddress::LocalHost));
+    int connections = 0;
+    QObject::connect(&listener, &QTcpServer::newConnection, [&] {
+        while (auto* socket = listener.nextPendingConnection()) {
+            ++connections;
+            socket->deleteLater();
+        }
+    });
+    const QString base = QStringLiteral("http://127.0.0.1:%1").arg(listener.serverPort());
+    auto message = Message();
+    message->html = QStringLiteral("<html><head><link rel=stylesheet href=\"%1/style.css\">"
+                                   "<script>document.title = 'script ran';</script></head>"
+                                   "<body><p>Visible body</p><img src=\"%1/pixel.png\">"
+                                   "<iframe src=\"%1/frame\"></iframe></body></html>").arg(base);
+    TMailInfoFrame frame;
+    frame.resize(640, 480);
+    frame.show();
+    bool loaded = false;
+    QObject::connect(frame.BodyView(), &QWebEngineView::loadFinished, [&] { loaded = true; });
+    frame.Navigate(message);
+    WaitFor([&] { return loaded; }, 20000);
+    ASSERT_TRUE(loaded);
+    QString text;
+    bool got = false;
+    frame.BodyView()->page()->toPlainText([&](const QString& t) {
+        text = t;
+        got = true;
+    });
+    WaitFor([&] { return got; }, 10000);
+    WaitFor([] { return false; }, 1000); // time for any stray request to arrive
+    EXPECT_TRUE(text.contains(QStringLiteral("Visible body"))) << text.toStdString();
+    EXPECT_NE(frame.BodyView()->page()->title(), QStringLiteral("script ran"));
+    EXPECT_EQ(connections, 0);
+}
