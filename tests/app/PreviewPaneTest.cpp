@@ -170,8 +170,9 @@ TEST(PreviewPane, HostileAttachmentNamesStayInTheFolder)
     frame.OpenFile = [&](const QString& file) { opened << file; };
     for (const auto& c : cases) {
         const QString safe = tasks::SafeAttachName(c.name);
-        if (!c.expected.isEmpty())
+        if (!c.expected.isEmpty()) {
             EXPECT_EQ(safe, c.expected) << c.name.toStdString();
+        }
         EXPECT_LE(safe.toUtf8().size(), 200) << c.name.toStdString();
         frame.Navigate(Message({std::make_shared<TSizedAttach>(c.name, 1)}));
         frame.SetActiveAttach(0);

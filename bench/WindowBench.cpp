@@ -1,0 +1,284 @@
+// The main window on a data file: how long the window's thread is kept from
+// its events while the file loads in the background, the time until the
+// folder tree stands, the message list over 100,000 in-memory messages
+// (first screen, scrolling to the end, memory) and the preview of every
+// message of the file (median and worst). pffinfo on the same file, in the
+// same run, is the comparison for the time to the tree.
+//
+// Usage: bench-window FILE [SHOTS_DIR]  (run under xvfb-run; with
+// SHOTS_DIR, screenshots of the window are saved there)
+
+#include "MemoryMailStore.h"
+#include "app/MailBrowseFrame.h"
+#include "app/MailInfoFrame.h"
+#include "app/PSTMainForm.h"
+#include "app/ProjectData.h"
+#include "app/TessalyApplication.h"
+#include "core/CommandLine.h"
+#include "core/SettingsStore.h"
+#include "mail/MailMsgObj.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QTreeView>
+#include <QWebEngineView>
+#include <algorithm>
+#include <cstdio>
+
+using namespace tessaly;
+
+namespace {
+
+long PeakKiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').first().toLong();
+    return 0;
+}
+
+long CurrentKiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray& line : status.readAll().split('\n'))
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').first().toLong();
+    return 0;
+}
+
+void Pump(int ms)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (timer.elapsed() < ms)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+void Shot(QWidget& widget, const QString& dir, const QString& name)
+{
+    if (dir.isEmpty())
+        return;
+    Pump(1500);
+    widget.grab().save(QDir(dir).filePath(name));
+    std::printf("screenshot: %s\n", qUtf8Printable(QDir(dir).filePath(name)));
+}
+
+std::shared_ptr<mail::IMailMessage> Generated(int row)
+{
+    class TMessage : public mail::IMailMessage {
+    public:
+        explicit TMessage(int row) : m_row(row) {}
+        std::shared_ptr<mail::IMailRecipient> Sender() const override
+        {
+            return std::make_shared<mail::TMailRecipient>(QStringLiteral("Sender %1").arg(m_row % 97), QStringLiteral("s@example.org"));
+        }
+        QString SenderIP() const override { return {}; }
+        QString Subject() const override { return QStringLiteral("Generated message number %1").arg(m_row); }
+        std::shared_ptr<mail::IMailRecipientList> Recipients(mail::TMailRecipientType) const override { return nullptr; }
+        QString Body(mail::TMailBodyType) const override { return {}; }
+        mail::TDateTime Date(mail::TMailDateType) const override { return 40000 + m_row / 100.0; }
+        QString Headers() const override { return {}; }
+        std::shared_ptr<mail::IMailAttachList> Attaches() const override { return nullptr; }
+
+    private:
+        int m_row;
+    };
+    return std::make_shared<TMessage>(row);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2) {
+        std::fprintf(stderr, "Usage: bench-window FILE [SHOTS_DIR]\n");
+        return 2;
+    }
+    qputenv("QTWEBENGINE_CHROMIUM_FLAGS", "--no-sandbox");
+    app::RegisterPreviewSchemes();
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    app::TTessalyApplication application(argc, argv);
+    const QString file = QFileInfo(QString::fromLocal8Bit(argv[1])).absoluteFilePath();
+    const QString shots = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
+
+    QTemporaryDir dir;
+    core::TSettingsStore settings(dir.filePath(QStringLiteral("settings.ini")));
+    core::TCommandLine commandLine;
+    core::RegisterReportBuilder(std::make_shared<pst::TPSTReportBuilder>());
+    app::TPSTViewerProjectData projectData(commandLine, settings, nullptr, [] { return false; });
+    projectData.DataModuleCreate();
+    app::TPSTMainForm form(projectData, settings);
+    form.resize(1300, 800);
+    form.show();
+    Pump(300);
+
+    // 1. Loading: the longest gap between ticks of a 5 ms timer on the
+    // window's thread while the job runs.
+    qint64 longest = 0;
+    QElapsedTimer tick;
+    QTimer probe;
+    probe.setInterval(5);
+    QObject::connect(&probe, &QTimer::timeout, [&] {
+        longest = std::max(longest, tick.restart());
+    });
+    QElapsedTimer load;
+    load.start();
+    tick.start();
+    probe.start();
+    form.OpenFiles(file);
+    const bool loadingShown = form.TreeModel()->FileNodes().front()->Caption().startsWith(QLatin1String("Loading "));
+    if (!shots.isEmpty())
+        form.Tree()->viewport()->grab().save(QDir(shots).filePath(QStringLiteral("loading.png")));
+    form.WaitLoaded(600000);
+    const double treeMs = load.nsecsElapsed() / 1e6;
+    probe.stop();
+    Shot(form, shots, QStringLiteral("loaded.png"));
+
+    double pffinfoMs = 0;
+    const QString pffinfo = QStandardPaths::findExecutable(QStringLiteral("pffinfo"));
+    if (!pffinfo.isEmpty()) {
+        QElapsedTimer timer;
+        timer.start();
+        QProcess process;
+        process.start(pffinfo, {QStringLiteral("-a"), file});
+        process.waitForFinished(600000);
+        pffinfoMs = timer.nsecsElapsed() / 1e6;
+    }
+
+    // 2. Preview of every message of the file.
+    std::vector<double> previews;
+    std::function<void(const app::TPSTNode&)> walk = [&](const app::TPSTNode& node) {
+        for (const auto& child : node.Children) {
+            if (child->Folder && child->ItemCount > 0) {
+                pst::TPSTMailDataStore store;
+                store.LoadFolder(child->Folder);
+                for (int row = 0; row < store.RowCount(); ++row) {
+                    bool loaded = false;
+                    auto connection = QObject::connect(form.InfoFrame()->BodyView(), &QWebEngineView::loadFinished, [&] { loaded = true; });
+                    QElapsedTimer timer;
+                    timer.start();
+                    form.InfoFrame()->Navigate(store.Message(row));
+                    while (!loaded && timer.elapsed() < 20000)
+                        QCoreApplication::processEvents(QEventLoop::AllEvents, 2);
+                    previews.push_back(timer.nsecsElapsed() / 1e6);
+                    QObject::disconnect(connection);
+                }
+            }
+            walk(*child);
+        }
+    };
+    for (const auto& node : form.TreeModel()->FileNodes())
+        walk(*node);
+    std::sort(previews.begin(), previews.end());
+
+    // 3. A list of 100,000 messages.
+    const long before = CurrentKiB();
+    test::TMemoryMailStore store(100000, Generated);
+    test::TMemoryBrowseFrame frame;
+    frame.resize(900, 700);
+    QElapsedTimer listTimer;
+    listTimer.start();
+    frame.Show(&store);
+    frame.show();
+    QCoreApplication::processEvents();
+    const double firstScreenMs = listTimer.nsecsElapsed() / 1e6;
+    const int readFirst = frame.Model()->RowsRead();
+    listTimer.restart();
+    const int page = std::max(1, frame.View()->viewport()->height() / std::max(1, frame.View()->sizeHintForRow(0)));
+    for (int row = 0; row < frame.Model()->rowCount(); row += page * 50) {
+        frame.View()->scrollTo(frame.Model()->index(row, 0));
+        QCoreApplication::processEvents();
+    }
+    frame.View()->scrollToBottom();
+    QCoreApplication::processEvents();
+    const double scrollMs = listTimer.nsecsElapsed() / 1e6;
+    const int readScrolled = frame.Model()->RowsRead();
+    listTimer.restart();
+    frame.Model()->sort(2, Qt::DescendingOrder);
+    QCoreApplication::processEvents();
+    const double sortMs = listTimer.nsecsElapsed() / 1e6;
+    const long listKiB = CurrentKiB() - before;
+
+    std::printf("\n%-52s %12s %12s %8s\n", "measure", "tessaly", "pffinfo -a", "ratio");
+    std::printf("%-52s %12.1f %12.1f %8.2f\n", "time to the folder tree (ms)", treeMs, pffinfoMs,
+        pffinfoMs > 0 ? treeMs / pffinfoMs : 0.0);
+    std::printf("%-52s %12lld %12s %8s\n", "longest stall of the window's thread (ms)", qint64(longest), "-", "-");
+    std::printf("%-52s %12s\n", "tree showed \"Loading ...\" while the job ran", loadingShown ? "yes" : "no");
+    if (!previews.empty()) {
+        std::printf("%-52s %12zu\n", "messages previewed", previews.size());
+        std::printf("%-52s %12.1f\n", "preview, median (ms)", previews[previews.size() / 2]);
+        std::printf("%-52s %12.1f\n", "preview, worst (ms)", previews.back());
+    }
+    std::printf("%-52s %12.1f   (%d rows read)\n", "100,000 rows: first screen (ms)", firstScreenMs, readFirst);
+    std::printf("%-52s %12.1f   (%d rows read)\n", "100,000 rows: scroll to the end (ms)", scrollMs, readScrolled);
+    std::printf("%-52s %12.1f\n", "100,000 rows: sort by subject, all rows read (ms)", sortMs);
+    std::printf("%-52s %12ld\n", "100,000 rows: memory after sorting (KiB)", listKiB);
+    std::printf("%-52s %12ld\n", "peak resident memory of the run (KiB)", PeakKiB());
+
+    if (!shots.isEmpty()) {
+        // The message with the most attachments, one with an inline
+        // picture, a contact folder, then two more files (one broken).
+        frame.hide();
+        struct TPick {
+            const app::TPSTNode* node = nullptr;
+            int row = -1;
+            int score = 0;
+        } attachments, inlined, contacts;
+        std::function<void(const app::TPSTNode&)> find = [&](const app::TPSTNode& node) {
+            for (const auto& child : node.Children) {
+                if (child->Folder && dynamic_cast<pst::TPSTContactFolder*>(child->Folder) && (!contacts.node || child->ItemCount > contacts.score))
+                    contacts = {child.get(), 0, child->ItemCount};
+                pst::TPSTMailDataStore rows;
+                rows.LoadFolder(child->Folder);
+                for (int row = 0; row < rows.RowCount(); ++row) {
+                    const auto message = rows.Message(row);
+                    const auto list = message ? message->Attaches() : nullptr;
+                    const int count = list ? list->Count() : 0;
+                    if (count > attachments.score)
+                        attachments = {child.get(), row, count};
+                    if (!inlined.node && message && message->Body(mail::mbtHTML).contains(QLatin1String("cid:")))
+                        inlined = {child.get(), row, 1};
+                }
+                find(*child);
+            }
+        };
+        for (const auto& node : form.TreeModel()->FileNodes())
+            find(*node);
+        const auto show = [&](const TPick& pick, const QString& name) {
+            if (!pick.node)
+                return;
+            form.FocusNode(pick.node);
+            Pump(200);
+            app::TPSTBrowseFrame* list = form.MainTabs()->currentIndex() == 1 ? form.ContactBrowse() : form.MailBrowse();
+            const int view = list->Model()->ViewRow(pick.row);
+            list->View()->setCurrentIndex(list->Model()->index(view, 1));
+            Pump(1500);
+            Shot(form, shots, name);
+        };
+        show(attachments, QStringLiteral("attachments.png"));
+        show(inlined, QStringLiteral("inline-image.png"));
+        show(contacts, QStringLiteral("contacts.png"));
+        const QString broken = dir.filePath(QStringLiteral("broken.pst"));
+        QFile brokenFile(broken);
+        brokenFile.open(QIODevice::WriteOnly);
+        brokenFile.write(QByteArray(8192, 'B'));
+        brokenFile.close();
+        const QString testdata = QFileInfo(file).absolutePath();
+        form.OpenFiles(QDir(testdata).filePath(QStringLiteral("enron.pst")) + QLatin1Char('\n') + broken + QLatin1Char('\n')
+            + QDir(testdata).filePath(QStringLiteral("sample2.pst")));
+        form.WaitLoaded(600000);
+        form.InfoFrame()->ClearView();
+        Shot(form, shots, QStringLiteral("three-files.png"));
+    }
+    return 0;
+}
