@@ -11,6 +11,7 @@
 #include "platform/Terminal.h"
 #include "core/SettingsStore.h"
 #include "pst/PSTReport.h"
+#include "tasks/CommandLineExport.h"
 #include "tasks/MailProperties.h"
 
 #include <QFileInfo>
@@ -134,6 +135,8 @@ int Run(int argc, char** argv)
         projectData.DataModuleDestroy();
         return result;
     }
+    if (tasks::IsExportRun(commandLine))
+        return tasks::RunCommandLineExport(commandLine, projectData);
     const QStringList files = DataFiles(commandLine);
     if (files.isEmpty()) {
         std::printf("%s", qUtf8Printable(commandLine.HelpText()));
@@ -148,6 +151,8 @@ void DefineCommandLineKeys(TCommandLine& commandLine)
 {
     commandLine.DefineKeys(core::TAppConfig::BuiltIn());
     for (const auto& key : tasks::TMailProperties::CommandKeys())
+        commandLine.DefineKey(key);
+    for (const auto& key : tasks::ExportCommandKeys())
         commandLine.DefineKey(key);
 }
 

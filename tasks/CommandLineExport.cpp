@@ -1,0 +1,116 @@
+#include "tasks/CommandLineExport.h"
+
+#include "pst/PSTProjectData.h"
+#include "tasks/MailEMLTask.h"
+#include "tasks/MailExportSource.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFileInfo>
+
+namespace tessaly::tasks {
+
+namespace {
+
+bool IsMessageFile(const QString& fileName)
+{
+    static const QStringList suffixes = {QStringLiteral("msg"), QStringLiteral("eml"), QStringLiteral("emlx"),
+        QStringLiteral("mim"), QStringLiteral("vcf")};
+    return suffixes.contains(QFileInfo(fileName).suffix().toLower());
+}
+
+int Fail(std::FILE* err, int code, const QString& text)
+{
+    std::fprintf(err, "tessaly: %s\n", qUtf8Printable(text));
+    return code;
+}
+
+} // namespace
+
+QList<core::TCommandKey> ExportCommandKeys()
+{
+    return {{QStringLiteral("dest"), QStringLiteral("Folder the export writes to"), core::TKeyKind::Value, true},
+        {QStringLiteral("format"), QStringLiteral("Output format: eml"), core::TKeyKind::Value, false},
+        {QStringLiteral("filter"), QStringLiteral("Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
+            core::TKeyKind::Value, false}};
+}
+
+bool IsExportRun(const core::TCommandLine& commandLine)
+{
+    return commandLine.HasKey(QStringLiteral("dest"));
+}
+
+int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& projectData, std::FILE* out,
+    std::FILE* err)
+{
+    const QString format = commandLine.Value(QStringLiteral("format")).toLower();
+    if (!format.isEmpty() && format != QLatin1String("eml"))
+        return Fail(err, core::crCommandLine, QStringLiteral("unknown format \"%1\": eml is the format offered").arg(format));
+    const QString destination = commandLine.Value(QStringLiteral("dest"));
+    if (destination.isEmpty())
+        return Fail(err, core::crNoSource, QStringLiteral("no destination: give -dest FOLDER"));
+
+    TMailProperties properties;
+    properties.SetConvertType(mctEML);
+    properties.ApplyCommandLine(commandLine);
+    properties.Destination = destination;
+    properties.CheckFileMode = cfmRename; // a run without a window never replaces a file
+    if (commandLine.HasKey(QStringLiteral("filter"))) {
+        properties.Filter.SetCmd(commandLine.Value(QStringLiteral("filter")));
+        properties.Filter.Enabled = true;
+    }
+    TMailEMLTask task(properties);
+
+    // The sources: message files, and folder paths of the data file.
+    QStringList folderPaths;
+    for (const QString& source : commandLine.Sources()) {
+        if (IsMessageFile(source)) {
+            if (!QFileInfo::exists(source))
+                return Fail(err, core::crInvalidSource, QStringLiteral("%1 does not exist").arg(source));
+            AddMessageFileEntry(task, source);
+        } else {
+            folderPaths << source;
+        }
+    }
+    const bool messageFilesOnly = task.Entries().size() > 0 && folderPaths.isEmpty();
+    if (!messageFilesOnly || commandLine.HasKey(QStringLiteral("pst"))) {
+        if (projectData.CheckOutlookRunning())
+            return Fail(err, core::crException, QStringLiteral("Outlook is running. Please, close Outlook"));
+        QString fileName = commandLine.Value(QStringLiteral("pst"));
+        if (fileName.isEmpty())
+            fileName = projectData.FindDefaultPST();
+        if (fileName.isEmpty())
+            return Fail(err, core::crNoSource, QStringLiteral("Can not find default outlook data file"));
+        auto file = std::make_shared<pst::TPSTFile>(fileName);
+        if (!file->RootFolder())
+            return Fail(err, core::crInvalidSource, QStringLiteral("Can not load outlook data file - ") + fileName);
+        if (folderPaths.isEmpty())
+            folderPaths << QString();
+        for (const QString& path : folderPaths) {
+            const QStringList names = SplitFolderPath(path);
+            pst::TPSTFolder* folder = FindFolderByPath(*file, names);
+            if (!folder)
+                return Fail(err, core::crInvalidSource, QStringLiteral("no folder \"%1\" in %2").arg(path, fileName));
+            AddFolderEntries(task, file, folder, names.isEmpty() ? QStringList() : FolderNames(folder), true);
+        }
+    }
+
+    QElapsedTimer shown;
+    shown.start();
+    task.OnProgress = [&](const TTaskProgress& progress) {
+        if (progress.Done == progress.Total || shown.elapsed() >= 250) {
+            shown.restart();
+            std::fprintf(err, "%d/%d %s\n", progress.Done, progress.Total, qUtf8Printable(progress.Current.left(70)));
+        }
+    };
+    QDir().mkpath(destination);
+    task.Run();
+    for (const QString& line : task.Log())
+        std::fprintf(err, "%s\n", qUtf8Printable(line));
+    const int total = int(task.Entries().size());
+    std::fprintf(out, "%d messages: %d written, %d skipped by the filter, %d failed; in %s\n", total, task.Written(),
+        task.Filtered(), task.Failed() + task.Existing(), qUtf8Printable(QDir::toNativeSeparators(destination)));
+    return task.Failed() + task.Existing() == 0 && !task.Cancelled() ? core::crOK : 1;
+}
+
+} // namespace tessaly::tasks

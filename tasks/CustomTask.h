@@ -1,0 +1,101 @@
+#pragma once
+
+// The generic conversion task: walks its source entries, reports progress,
+// can be cancelled from another thread, counts the results and keeps the
+// log; the destination check asks, overwrites, renames, skips or cancels.
+
+#include "mail/MailMsgIntf.h"
+#include "tasks/MailProperties.h"
+
+#include <QStringList>
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace tessaly::tasks {
+
+// Results of one entry.
+enum TTaskResult {
+    trOK = 0,
+    trError = 1,
+    trSkipped = 2,    // skipped by the filter
+    trExists = 3,     // the destination existed and was skipped
+    trCancelled = 4,
+};
+
+// One source message of a run.
+struct TTaskEntry {
+    QString Source;        // the file the message belongs to
+    bool InStore = false;  // a message inside a data file, not a file of its own
+    QStringList Folders;   // folder names from the top of its source
+    int Index = 0;         // position in the run, from 0
+    std::function<std::shared_ptr<mail::IMailMessage>()> Load;
+    std::shared_ptr<mail::IMailMessage> Mail;
+    int Result = -1;
+    QString Output;        // the file written
+    QString Error;
+};
+
+struct TTaskProgress {
+    int Done = 0;
+    int Total = 0;
+    QString Current; // subject of the message being converted
+};
+
+class TCustomTask {
+public:
+    explicit TCustomTask(TCustomProperties& properties);
+    virtual ~TCustomTask();
+    TCustomTask(const TCustomTask&) = delete;
+    TCustomTask& operator=(const TCustomTask&) = delete;
+
+    void AddEntry(TTaskEntry entry);
+    std::vector<TTaskEntry>& Entries() { return m_entries; }
+
+    // Converts every entry; the number of entries that failed.
+    int Run();
+    // Safe from any thread; the run stops before its next entry.
+    void Cancel() { m_cancel = true; }
+    bool Cancelled() const { return m_cancel; }
+
+    int Written() const { return m_written; }
+    int Filtered() const { return m_filtered; }
+    int Failed() const { return m_failed; }
+    int Existing() const { return m_existing; }
+
+    // Called before and after each entry (from the thread that runs).
+    std::function<void(const TTaskProgress&)> OnProgress;
+    // The user's answer for an existing destination when the mode is "ask"
+    // (forAll: the same answer for the rest of the run); without it an
+    // existing file is renamed, never replaced.
+    std::function<TCheckFileMode(const QString& path, bool& forAll)> AskFileMode;
+    // Messages for the user (a message that cannot be converted, say).
+    std::function<void(const QString&)> ShowMessage;
+
+    // Destination check of one output path: 0 to go on (path may have been
+    // renamed), trExists to skip, trCancelled to stop the run.
+    int CheckDestination(QString& path);
+    // A free name beside path: "name (1).ext", "name (2).ext"...
+    static QString RenamedPath(const QString& path);
+
+    // The log: kind 0 error, 1 detail.
+    void AddLog(int kind, const QString& text);
+    const QStringList& Log() const { return m_log; }
+
+protected:
+    virtual int ProcessEntry(TTaskEntry& entry) = 0;
+    virtual void StartRun() {}
+    virtual void FinishRun() {}
+    TCustomProperties& m_customProperties;
+
+private:
+    std::vector<TTaskEntry> m_entries;
+    std::atomic<bool> m_cancel {false};
+    int m_written = 0, m_filtered = 0, m_failed = 0, m_existing = 0;
+    bool m_modeForAll = false;
+    TCheckFileMode m_allMode = cfmAsk;
+    QStringList m_log;
+};
+
+} // namespace tessaly::tasks

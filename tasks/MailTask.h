@@ -1,0 +1,153 @@
+#pragma once
+
+// One export run over messages: for each, obtain it, filter it, name and
+// check its output, convert it through the writer's context, commit it and
+// save its attachments beside it. Writers derive and supply the context,
+// the conversion and the commit.
+
+#include "tasks/CustomTask.h"
+
+#include <QHash>
+#include <QMutex>
+#include <QSet>
+
+namespace tessaly::tasks {
+
+// Raised for a programming error that must stop the run.
+class EAssertion : public core::ETessalyError {
+public:
+    using ETessalyError::ETessalyError;
+};
+
+// Names for attachments without one: "Attach 1", "Attach 2"... with the
+// extension of the content type; reset for every message.
+class TAttachNameGenerator {
+public:
+    QString GenerateAttachName(const mail::IMailAttach& attach);
+    void Clear() { m_counter = 0; }
+
+private:
+    int m_counter = 0;
+};
+
+// The attachment file names issued in this process. Names compare without
+// regard to case, so that the files stay apart on every file system.
+class TAttachFileNames {
+public:
+    explicit TAttachFileNames(QChar separator) : m_separator(separator) {}
+    // The process-wide register; created by the first holder with its
+    // separator ("~", or "-" for SharePoint names), gone with the last.
+    static std::shared_ptr<TAttachFileNames> Acquire(bool sharepoint);
+    QChar Separator() const { return m_separator; }
+    // The path itself when free, else the base name shortened by the
+    // length of "~k" followed by "~k"; files already on disk count as taken.
+    QString GetUnique(const QString& path);
+
+private:
+    bool Taken(const QString& path) const;
+    QChar m_separator;
+    QSet<QString> m_names;
+    mutable QMutex m_lock;
+};
+
+// The files written for the attachments of a task's outputs.
+class TMailAttachFiles {
+public:
+    void Add(const QString& file) { m_files << file; }
+    QString GetFile(int index) const { return m_files.value(index); }
+    int Count() const { return int(m_files.size()); }
+    void Clear() { m_files.clear(); }
+
+private:
+    QStringList m_files;
+};
+
+class TMailTask;
+
+// Links each running task to its attachment files and combine list.
+class TMailContextManager {
+public:
+    static TMailContextManager& Instance();
+    void Register(TMailTask* task);
+    void Unregister(TMailTask* task);
+    TMailAttachFiles* AttachFiles(const TMailTask* task);
+    TMailCombineList* CombineList(const TMailTask* task);
+    int Count() const;
+
+private:
+    struct TTaskData {
+        TMailAttachFiles Files;
+        TMailCombineList Combine;
+    };
+    mutable QMutex m_lock;
+    QHash<const TMailTask*, std::shared_ptr<TTaskData>> m_tasks;
+};
+
+// The state of one output file of a writer.
+class TMailContext {
+public:
+    virtual ~TMailContext() = default;
+};
+
+// The document writer's format number of an output format; EAssertion for
+// a format it does not write.
+int ConvertTypeToOutputFormat(TMailConvertType type, const TAttachOptions& attach);
+
+// The date of a log entry: empty for no date, " UTC" appended with utc.
+QString LogDateText(mail::TDateTime date, bool utc);
+// The detailed log entry of one converted message.
+QString DetailLogEntry(const mail::IMailMessage& message, int number, const QString& destination, bool attached,
+    bool utc);
+
+class TMailTask : public TCustomTask {
+public:
+    explicit TMailTask(TMailProperties& properties);
+    ~TMailTask() override;
+
+    TMailProperties& Properties() { return m_properties; }
+    TAttachNameGenerator& AttachNames() { return m_attachNames; }
+    const std::shared_ptr<TAttachFileNames>& AttachFileNames() const { return m_fileNames; }
+    // The running number of the next output.
+    int RunningNumber() const { return m_number; }
+
+    // Whether the HTML body of the current message refers to an inline
+    // image (by content id or content location).
+    bool IsHTMLNeedImage(const mail::IMailMessage& message, const mail::IMailAttach& attach);
+
+    // Names the source of an error: a message inside a store is written to a
+    // new "mail???.eml" in the temporary folder, and that file is named.
+    QString GetExceptionSource(const TTaskEntry& entry);
+
+    // Begins and ends a combined output; EndCombine reports whether the
+    // combined file was committed.
+    void StartCombine(const QString& path);
+    bool EndCombine();
+
+protected:
+    virtual std::unique_ptr<TMailContext> CreateContext() = 0;
+    // 0 on success.
+    virtual int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) = 0;
+    virtual int Commit(TMailContext& context, const QString& path) = 0;
+    int ProcessEntry(TTaskEntry& entry) override;
+    void StartRun() override;
+    void FinishRun() override;
+
+    // After a commit: attachments saved beside the output, the file's date.
+    void PostProcess(const QString& path, const mail::IMailMessage& message);
+    QString OutputFolder(const TTaskEntry& entry) const;
+
+private:
+    TMailProperties& m_properties;
+    TAttachNameGenerator m_attachNames;
+    std::shared_ptr<TAttachFileNames> m_fileNames;
+    std::unique_ptr<TMailContext> m_combined;
+    QString m_combinedPath;
+    int m_number = 1;
+    int m_lastNumber = 0;
+    QHash<QString, int> m_nameTable {{QStringLiteral("Message"), 0}};
+    QHash<int, QString> m_numberNames;
+    const mail::IMailMessage* m_htmlOf = nullptr;
+    QString m_html;
+};
+
+} // namespace tessaly::tasks
