@@ -12,7 +12,7 @@ namespace tessaly::tasks {
 namespace {
 
 // Header fields of the source that the written message keeps.
-const char* const KeptHeaders[] = {"Message-ID", "In-Reply-To", "References", "Reply-To", "Importance", "X-Priority"};
+const char* const KeptHeaders[] = {"Message-ID", "In-Reply-To", "References", "Importance", "X-Priority"};
 
 QString HeaderValue(const QString& headers, const char* name)
 {
@@ -24,16 +24,97 @@ QString HeaderValue(const QString& headers, const char* name)
     return value.trimmed();
 }
 
+// An address as an RFC 5322 addr-spec: an internet address as it is, one
+// with blanks or specials before its "@" with that part quoted (Notes
+// addresses, "Carl Carter/NA/Enron@Enron"). An address without "@" (an
+// Exchange one that did not resolve) is kept as the quoted local part of
+// the reserved domain "address.invalid" (RFC 2606), so that the mailbox
+// stays one that every reader takes.
+QByteArray AddrSpec(const QString& address)
+{
+    QString clean = address.trimmed();
+    // Quoting that came with the address ("'a@b.org'", "<a@b.org>").
+    while (clean.size() >= 2
+        && ((clean.front() == QLatin1Char('\'') && clean.back() == QLatin1Char('\''))
+            || (clean.front() == QLatin1Char('"') && clean.back() == QLatin1Char('"'))
+            || (clean.front() == QLatin1Char('<') && clean.back() == QLatin1Char('>'))))
+        clean = clean.mid(1, clean.size() - 2).trimmed();
+    if (clean.isEmpty())
+        return {};
+
+    // Internet addresses, UTF-8 ones (RFC 6532) included.
+    static const QRegularExpression Plain(QStringLiteral("^[^\\s@<>()\\[\\],;:\"]+@[^\\s@<>()\\[\\],;:\"']+$"));
+    if (Plain.match(clean).hasMatch())
+        return clean.toUtf8();
+    static const QRegularExpression Domain(QStringLiteral("^[^\\s@<>()\\[\\],;:\"']+$"));
+    const qsizetype at = clean.lastIndexOf(QLatin1Char('@'));
+    QString local = clean;
+    QString domain = QStringLiteral("address.invalid");
+    if (at > 0 && Domain.match(clean.mid(at + 1)).hasMatch()) {
+        local = clean.left(at);
+        domain = clean.mid(at + 1);
+    }
+    local.replace(QLatin1Char('\\'), QStringLiteral("\\\\")).replace(QLatin1Char('"'), QStringLiteral("\\\""));
+    return (QLatin1Char('"') + local + QStringLiteral("\"@") + domain).toUtf8();
+}
+
+void AddMailbox(GMimeMessage* mime, GMimeAddressType type, const mail::IMailRecipient& recipient)
+{
+    QString name = recipient.Name().trimmed();
+    // A recipient known by name only keeps the name as its address.
+    const QByteArray address = AddrSpec(recipient.EMail().trimmed().isEmpty() ? name : recipient.EMail());
+    if (address.isEmpty())
+        return;
+    const QByteArray utf8 = name.toUtf8();
+    g_mime_message_add_mailbox(mime, type, utf8.constData(), address.constData());
+}
+
 void AddMailboxes(GMimeMessage* mime, GMimeAddressType type, const std::shared_ptr<mail::IMailRecipientList>& list)
 {
-    for (int i = 0; list && i < list->Count(); ++i) {
-        const auto recipient = list->GetRecipient(i);
-        if (!recipient)
-            continue;
-        const QByteArray name = recipient->Name().toUtf8();
-        const QByteArray address = recipient->EMail().toUtf8();
-        g_mime_message_add_mailbox(mime, type, name.constData(), address.constData());
+    for (int i = 0; list && i < list->Count(); ++i)
+        if (const auto recipient = list->GetRecipient(i))
+            AddMailbox(mime, type, *recipient);
+}
+
+// RFC 2047 encoded words for a header text, in the "Q" encoding: GMime
+// 3.2 drops every word that follows a base64 word ending in padding, so its
+// own base64 words do not come back whole.
+QByteArray EncodeHeaderText(const QString& text)
+{
+    bool plain = !text.contains(QStringLiteral("=?"));
+    for (const QChar c : text)
+        plain = plain && c.unicode() >= 0x20 && c.unicode() < 0x7F;
+    if (plain)
+        return text.toUtf8();
+    const QByteArray utf8 = text.toUtf8();
+    QList<QByteArray> words;
+    QByteArray word;
+    for (qsizetype i = 0; i < utf8.size();) {
+        // One character at a time, so that no word splits one.
+        qsizetype length = 1;
+        while (i + length < utf8.size() && (uchar(utf8[i + length]) & 0xC0) == 0x80)
+            ++length;
+        QByteArray encoded;
+        for (qsizetype k = i; k < i + length; ++k) {
+            const uchar c = uchar(utf8[k]);
+            if (c == ' ')
+                encoded += '_';
+            else if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '!' || c == '*'
+                || c == '+' || c == '-' || c == '/')
+                encoded += char(c);
+            else
+                encoded += '=' + QByteArray::number(c, 16).toUpper().rightJustified(2, '0');
+        }
+        if (word.size() + encoded.size() > 60) {
+            words << "=?UTF-8?Q?" + word + "?=";
+            word.clear();
+        }
+        word += encoded;
+        i += length;
     }
+    if (!word.isEmpty())
+        words << "=?UTF-8?Q?" + word + "?=";
+    return words.join(' ');
 }
 
 bool ContainsRelated(GMimeObject* object)
@@ -62,6 +143,7 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
 {
     // 3: the attachments by part name; equal names are kept apart.
     std::vector<mail::TMimeFile> files, images;
+    const QString html = message.Body(mail::mbtHTML);
     const auto attaches = message.Attaches();
     QSet<QString> used;
     for (int i = 0; attaches && i < attaches->Count(); ++i) {
@@ -95,12 +177,12 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
         } else {
             file.data = AttachData(part); // through the table, by part name
         }
-        const bool inlineImage = !file.message && task.IsHTMLNeedImage(message, *attach);
+        const bool inlineImage = !file.message && HTMLNeedsImage(html, *attach);
         (inlineImage ? images : files).push_back(std::move(file));
     }
 
     // 1, 2, 4: UTF-8 text parts in quoted-printable or base64, MIME.
-    m_mime = mail::BuildMimeMessage(message.Body(mail::mbtText), message.Body(mail::mbtHTML), std::move(files),
+    m_mime = mail::BuildMimeMessage(message.Body(mail::mbtText), html, std::move(files),
         std::move(images));
     // 5: the pictures the HTML refers to stand with it in multipart/related.
     m_related = ContainsRelated(g_mime_message_get_mime_part(m_mime.get()));
@@ -122,12 +204,9 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
     }
 
     // 7: subject, sender, recipients, date.
-    g_mime_message_set_subject(m_mime.get(), message.Subject().toUtf8().constData(), "utf-8");
-    if (const auto sender = message.Sender()) {
-        const QByteArray name = sender->Name().toUtf8();
-        const QByteArray address = sender->EMail().toUtf8();
-        g_mime_message_add_mailbox(m_mime.get(), GMIME_ADDRESS_TYPE_FROM, name.constData(), address.constData());
-    }
+    g_mime_object_set_header(object, "Subject", EncodeHeaderText(message.Subject()).constData(), nullptr);
+    if (const auto sender = message.Sender())
+        AddMailbox(m_mime.get(), GMIME_ADDRESS_TYPE_FROM, *sender);
     AddMailboxes(m_mime.get(), GMIME_ADDRESS_TYPE_TO, message.Recipients(mail::mrtTo));
     AddMailboxes(m_mime.get(), GMIME_ADDRESS_TYPE_CC, message.Recipients(mail::mrtCC));
     AddMailboxes(m_mime.get(), GMIME_ADDRESS_TYPE_BCC, message.Recipients(mail::mrtBCC));

@@ -10,7 +10,7 @@
 #include <QFileInfo>
 #include <QLocale>
 #include <QRegularExpression>
-#include <QTemporaryFile>
+#include <QRandomGenerator>
 #include <QTimeZone>
 
 namespace tessaly::tasks {
@@ -243,31 +243,41 @@ QString TMailTask::OutputFolder(const TTaskEntry& entry) const
     return folder;
 }
 
+bool HTMLNeedsImage(const QString& html, const mail::IMailAttach& attach)
+{
+    QString id = attach.ContentID().trimmed();
+    if (id.startsWith(QLatin1Char('<')) && id.endsWith(QLatin1Char('>')))
+        id = id.mid(1, id.size() - 2);
+    if (!id.isEmpty() && html.contains(QStringLiteral("cid:") + id, Qt::CaseInsensitive))
+        return true;
+    const QString location = attach.ContentLocation();
+    return !location.isEmpty() && html.contains(location, Qt::CaseInsensitive);
+}
+
 bool TMailTask::IsHTMLNeedImage(const mail::IMailMessage& message, const mail::IMailAttach& attach)
 {
+    // The body is parsed once per message.
     if (m_htmlOf != &message) {
         m_htmlOf = &message;
         m_html = message.Body(mail::mbtHTML);
     }
-    QString id = attach.ContentID().trimmed();
-    if (id.startsWith(QLatin1Char('<')) && id.endsWith(QLatin1Char('>')))
-        id = id.mid(1, id.size() - 2);
-    if (!id.isEmpty() && m_html.contains(QStringLiteral("cid:") + id, Qt::CaseInsensitive))
-        return true;
-    const QString location = attach.ContentLocation();
-    return !location.isEmpty() && m_html.contains(location, Qt::CaseInsensitive);
+    return HTMLNeedsImage(m_html, attach);
 }
 
 QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 {
     if (!entry.InStore || !entry.Mail)
         return entry.Source;
-    QTemporaryFile file(QDir::temp().filePath(QStringLiteral("mailXXX.eml")));
-    file.setAutoRemove(false);
-    if (!file.open())
-        return entry.Source;
-    file.write(TMailInfo(*this, *entry.Mail).SaveToBytes());
-    return file.fileName();
+    // "mail???.eml": the first free name from a random start.
+    const int start = QRandomGenerator::global()->bounded(1000);
+    for (int n = 0; n < 1000; ++n) {
+        QFile file(QDir::temp().filePath(QStringLiteral("mail%1.eml").arg((start + n) % 1000, 3, 10, QLatin1Char('0'))));
+        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+            continue;
+        file.write(TMailInfo(*this, *entry.Mail).SaveToBytes());
+        return file.fileName();
+    }
+    return entry.Source;
 }
 
 int TMailTask::ProcessEntry(TTaskEntry& entry)
@@ -346,6 +356,7 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
 void TMailTask::PostProcess(const QString& path, const mail::IMailMessage& message)
 {
     if (m_properties.Attach.Has(aotSave)) {
+        m_attachNames.Clear(); // the names the message's parts got
         const auto attaches = message.Attaches();
         TMailAttachFiles* files = TMailContextManager::Instance().AttachFiles(this);
         const QString folder = QFileInfo(path).path();

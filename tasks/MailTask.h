@@ -89,6 +89,10 @@ public:
     virtual ~TMailContext() = default;
 };
 
+// Whether an HTML body refers to an attachment (by content id or content
+// location).
+bool HTMLNeedsImage(const QString& html, const mail::IMailAttach& attach);
+
 // The document writer's format number of an output format; EAssertion for
 // a format it does not write.
 int ConvertTypeToOutputFormat(TMailConvertType type, const TAttachOptions& attach);

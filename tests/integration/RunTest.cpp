@@ -2,11 +2,15 @@
 
 #include "TestUtil.h"
 
+#include <QDir>
+#include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 using tessaly::test::TestData;
@@ -83,4 +87,76 @@ TEST(Tessaly, HelpAndRelativePstKey)
     const TRun run = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), QStringLiteral("sample1.pst")}, TestData(QStringLiteral("pst")));
     EXPECT_EQ(run.exitCode, 1) << run.err.toStdString();
     EXPECT_TRUE(run.err.contains(QStringLiteral("no display"))) << run.err.toStdString();
+}
+
+namespace {
+
+int CountFiles(const QString& dir, const QString& suffix)
+{
+    int count = 0;
+    for (QDirIterator it(dir, QDir::Files, QDirIterator::Subdirectories); it.hasNext();)
+        count += it.next().endsWith(suffix) ? 1 : 0;
+    return count;
+}
+
+} // namespace
+
+TEST(Export, WholeFileFromTheCommandLineParsesWithPython)
+{
+    QTemporaryDir out;
+    const TRun run = RunProgram(QStringLiteral("tessaly"),
+        {QStringLiteral("Outlook"), QStringLiteral("-pst"), TestData(QStringLiteral("pst/enron.pst")), QStringLiteral("-dest"), out.path(),
+            QStringLiteral("-format"), QStringLiteral("eml"), QStringLiteral("-AttachSave")});
+    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.out.startsWith(QStringLiteral("71 messages: 71 written, 0 skipped by the filter, 0 failed; in "))) << run.out.toStdString();
+    EXPECT_TRUE(run.err.contains(QStringLiteral("71/71"))); // progress
+    EXPECT_EQ(CountFiles(out.path(), QStringLiteral(".eml")), 71);
+
+    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
+    if (python.isEmpty())
+        GTEST_SKIP() << "python3 is not installed: the check with Python's email package is skipped";
+    QProcess process;
+    process.start(python, {QStringLiteral("-c"), QStringLiteral(
+        "import email, email.policy, pathlib, sys\n"
+        "n = 0\n"
+        "for p in pathlib.Path(sys.argv[1]).rglob('*.eml'):\n"
+        "    m = email.message_from_bytes(p.read_bytes(), policy=email.policy.default)\n"
+        "    assert m['From'] is not None and m.get_content_type().startswith(('multipart/', 'text/')), p\n"
+        "    for part in m.walk():\n"
+        "        part.get_content() if not part.is_multipart() else None\n"
+        "    n += 1\n"
+        "print(n)\n"), out.path()});
+    ASSERT_TRUE(process.waitForFinished(60000));
+    EXPECT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    EXPECT_EQ(process.readAllStandardOutput().trimmed(), QByteArray("71"));
+}
+
+TEST(Export, FolderFilterAndMessageFilesFromTheCommandLine)
+{
+    QTemporaryDir out;
+    // One folder of the OST, filtered by subject.
+    const TRun inbox = RunProgram(QStringLiteral("tessaly"),
+        {QStringLiteral("Inbox\\"), QStringLiteral("-pst"), TestData(QStringLiteral("pst/pstextractortest@outlook.com.ost")),
+            QStringLiteral("-dest"), out.path(), QStringLiteral("-filter"), QStringLiteral("subject=attachment")});
+    EXPECT_EQ(inbox.exitCode, 0) << inbox.err.toStdString();
+    EXPECT_TRUE(inbox.out.startsWith(QStringLiteral("10 messages: "))) << inbox.out.toStdString();
+    EXPECT_FALSE(inbox.out.contains(QStringLiteral(" 0 skipped by the filter")));
+    const int written = CountFiles(out.path(), QStringLiteral(".eml"));
+    EXPECT_GT(written, 0);
+    EXPECT_LT(written, 10);
+
+    QTemporaryDir files;
+    const TRun single = RunProgram(QStringLiteral("tessaly"),
+        {TestData(QStringLiteral("msg/attachAndInline.msg")), TestData(QStringLiteral("eml/attachment_emails__attachment_pdf.eml")),
+            QStringLiteral("-dest"), files.path()});
+    EXPECT_EQ(single.exitCode, 0) << single.err.toStdString();
+    EXPECT_EQ(CountFiles(files.path(), QStringLiteral(".eml")), 2);
+
+    const TRun format = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample1.pst")),
+        QStringLiteral("-dest"), files.path(), QStringLiteral("-format"), QStringLiteral("pdf")});
+    EXPECT_EQ(format.exitCode, 2);
+    const TRun folder = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("No such folder\\"), QStringLiteral("-pst"),
+        TestData(QStringLiteral("pst/sample1.pst")), QStringLiteral("-dest"), files.path()});
+    EXPECT_EQ(folder.exitCode, 7);
+    EXPECT_TRUE(folder.err.contains(QStringLiteral("no folder"))) << folder.err.toStdString();
 }
