@@ -23,6 +23,8 @@ struct TFileCheckNotice {
     QString FileName; // the file the message belongs to
     int UID = 0;      // the message's identifier within the file
     bool Checked = false;
+    const void* Folder = nullptr; // the folder object of the list, and the row in it
+    int Row = -1;
 };
 
 using TFileCheckList = QList<TFileCheckNotice>;

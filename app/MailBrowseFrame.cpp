@@ -282,6 +282,8 @@ void TMailBrowseFrame::Announce(int storeRow)
     notice.FileName = store->MessageFileName(storeRow);
     notice.UID = store->UID(storeRow);
     notice.Checked = m_model->Checked(storeRow);
+    notice.Folder = FolderObject();
+    notice.Row = storeRow;
     TMessageBus::Instance().Publish(core::Topic::FileChecked, QVariant::fromValue(notice));
     m_busy = false;
 }

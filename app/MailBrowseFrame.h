@@ -50,6 +50,8 @@ public:
     void Load(core::TSettingsStore& settings);
     void Save(core::TSettingsStore& settings) const;
     virtual const mail::TMailDataStore* Store() const = 0;
+    // The folder object the rows come from, for the ticked entries.
+    virtual const void* FolderObject() const { return nullptr; }
     // Check boxes off (and the check commands disabled), or on again.
     void DisableCheckBoxes(bool disable);
 
@@ -137,6 +139,7 @@ public:
     // Shows a folder (none for an empty list).
     void Navigate(const QString& folderPath, pst::TPSTFolder* folder);
     const mail::TMailDataStore* Store() const override { return &m_store; }
+    const void* FolderObject() const override { return m_store.Folder(); }
     pst::TPSTFolder* Folder() const { return m_store.Folder(); }
     const pst::TPSTFile* CurrentFile() const;
     // Whether a data file is ticked as a whole ("pst.file.checked").

@@ -2,12 +2,14 @@
 
 #include "app/MailBrowseFrame.h"
 #include "app/MailInfoFrame.h"
+#include "app/ExportDialog.h"
 #include "app/PSTSearchDialog.h"
 #include "app/ProjectData.h"
 #include "core/MessageBus.h"
 #include "core/SettingsStore.h"
 #include "core/Version.h"
 #include "mail/FileMailMsg.h"
+#include "tasks/MailExportSource.h"
 
 #include <QAction>
 #include <QApplication>
@@ -26,9 +28,11 @@
 #include <QProgressBar>
 #include <QSplitter>
 #include <QStatusBar>
+#include <QStyle>
 #include <QTabBar>
 #include <QTabWidget>
 #include <QThread>
+#include <QToolBar>
 #include <QTreeView>
 
 namespace tessaly::app {
@@ -193,11 +197,27 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
     m_miOpenFile->setShortcut(QKeySequence::Open);
     m_miFindPST = m_fileMenu->addAction(QStringLiteral("Find Outlook files"), this, &TPSTMainForm::FindFilesCommand);
     m_fileMenu->addSeparator();
+    m_miExport = m_fileMenu->addAction(QStringLiteral("&Export..."), this, &TPSTMainForm::ExportCommand);
+    m_miExport->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
+    m_miExport->setToolTip(QStringLiteral("Export the ticked messages, or the selected folder, to EML files (Ctrl+E)"));
+    m_fileMenu->addSeparator();
     m_miClosePst = m_fileMenu->addAction(QStringLiteral("Close Outlook data file"));
     m_miClosePst->setVisible(false);
     m_fileMenu->addSeparator();
     QAction* quit = m_fileMenu->addAction(QStringLiteral("E&xit"), this, &QWidget::close);
     quit->setShortcut(QKeySequence::Quit);
+
+    QToolBar* toolbar = addToolBar(QStringLiteral("Main"));
+    toolbar->setObjectName(QStringLiteral("MainToolBar"));
+    toolbar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    toolbar->addAction(m_miOpenFile);
+    toolbar->addAction(m_miExport);
+    m_miOpenFile->setIcon(style()->standardIcon(QStyle::SP_DialogOpenButton));
+    m_miExport->setIcon(style()->standardIcon(QStyle::SP_DialogSaveButton));
+    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse}) {
+        frame->PopupMenu()->addSeparator();
+        frame->PopupMenu()->addAction(m_miExport);
+    }
 
     m_pmTree = new QMenu(this);
     m_miPSTLanguage = m_pmTree->addMenu(QStringLiteral("File language"));
@@ -636,6 +656,77 @@ void TPSTMainForm::SaveSettings()
             files << node->Name;
     m_settings.WriteString(PSTSection, QStringLiteral("files"), files.join(QLatin1Char('\n')));
     m_settings.Sync();
+}
+
+// --- export ----------------------------------------------------------------------
+
+int TPSTMainForm::AddExportEntries(tasks::TCustomTask& task) const
+{
+    const int before = int(task.Entries().size());
+    // The data file a folder object belongs to, among the loaded files.
+    const auto fileOf = [this](const void* folder) -> std::shared_ptr<pst::TPSTFile> {
+        std::function<bool(const TPSTNode&)> holds = [&](const TPSTNode& node) {
+            if (node.Folder == folder)
+                return true;
+            for (const auto& child : node.Children)
+                if (holds(*child))
+                    return true;
+            return false;
+        };
+        for (const auto& node : m_model->FileNodes())
+            if (node->File && (node->File->RootFolder() == folder || holds(*node)))
+                return std::shared_ptr<pst::TPSTFile>(std::shared_ptr<void>(), node->File.get()); // the tree owns it
+        return nullptr;
+    };
+    for (const TFileCheckNotice& entry : m_checked.Entries()) {
+        if (entry.Kind != ckMessage || !entry.Folder || entry.Row < 0)
+            continue;
+        auto file = fileOf(entry.Folder);
+        auto* folder = static_cast<pst::TPSTFolder*>(const_cast<void*>(entry.Folder));
+        if (file)
+            tasks::AddItemEntry(task, file, folder, tasks::FolderNames(folder), entry.Row);
+    }
+    if (int(task.Entries().size()) > before)
+        return int(task.Entries().size()) - before;
+    const TPSTNode* node = TPSTTreeModel::NodeOf(m_tree->currentIndex());
+    if (!node)
+        return 0;
+    if (node->Folder) {
+        if (auto file = fileOf(node->Folder))
+            tasks::AddFolderEntries(task, file, node->Folder, tasks::FolderNames(node->Folder), false);
+    } else if (node->File && node->File->RootFolder()) {
+        auto file = fileOf(node->File->RootFolder());
+        tasks::AddFolderEntries(task, file, node->File->RootFolder(), {}, true);
+    }
+    return int(task.Entries().size()) - before;
+}
+
+void TPSTMainForm::ExportCommand()
+{
+    const QString section = QStringLiteral("Export");
+    tasks::TMailProperties properties;
+    properties.Load(m_settings, section);
+    properties.SetConvertType(tasks::mctEML);
+    tasks::TMailEMLTask task(properties);
+    const int count = AddExportEntries(task);
+    if (count == 0) {
+        QMessageBox::information(this, QStringLiteral("Export messages"),
+            QStringLiteral("Nothing to export: tick messages in the list, or select a folder with messages."));
+        return;
+    }
+    const auto sample = task.Entries().front().Load ? task.Entries().front().Load() : nullptr;
+    TExportDialog dialog(properties, sample, count, this);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    properties.Save(m_settings, section);
+    m_settings.Sync();
+    RunWithProgress(task, this);
+    QMessageBox box(task.Failed() ? QMessageBox::Warning : QMessageBox::Information, QStringLiteral("Export messages"),
+        RunSummary(task), QMessageBox::Ok, this);
+    box.setInformativeText(QStringLiteral("Written to %1").arg(QDir::toNativeSeparators(properties.Destination)));
+    if (!task.Log().isEmpty())
+        box.setDetailedText(task.Log().join(QLatin1Char('\n')));
+    box.exec();
 }
 
 // --- drag and drop ---------------------------------------------------------------

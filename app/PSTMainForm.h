@@ -28,6 +28,10 @@ namespace tessaly::core {
 class TSettingsStore;
 }
 
+namespace tessaly::tasks {
+class TCustomTask;
+}
+
 namespace tessaly::app {
 
 class TMailInfoFrame;
@@ -127,6 +131,13 @@ public:
     void LoadSettings() override;
     void SaveSettings() override;
 
+    // The messages an export takes: the ticked ones, or else the focused
+    // folder (a file node: the whole file). The number added.
+    int AddExportEntries(tasks::TCustomTask& task) const;
+    // "Export...": the dialog, the run, the summary.
+    void ExportCommand();
+    QAction* ExportAction() const { return m_miExport; }
+
     // The usual Windows code pages offered for a 32-bit file.
     static QList<QPair<int, QString>> FileLanguages();
 
@@ -165,6 +176,7 @@ private:
     QAction* m_miOpenFile;
     QAction* m_miFindPST;
     QAction* m_miClosePst;
+    QAction* m_miExport;
 };
 
 // The window of a single message file: the preview pane alone.
