@@ -14,14 +14,24 @@ namespace {
 // Header fields of the source that the written message keeps.
 const char* const KeptHeaders[] = {"Message-ID", "In-Reply-To", "References", "Importance", "X-Priority"};
 
-QString HeaderValue(const QString& headers, const char* name)
+// The value of a header field, unfolded; one pass over the header block
+// finds every kept field.
+QHash<QString, QString> KeptHeaderValues(const QString& headers)
 {
-    const QRegularExpression field(QStringLiteral("(?:^|\\n)%1:[ \\t]*([^\\r\\n]*(?:\\r?\\n[ \\t][^\\r\\n]*)*)")
-                                       .arg(QRegularExpression::escape(QLatin1String(name))),
+    QHash<QString, QString> values;
+    if (headers.isEmpty())
+        return values;
+    static const QRegularExpression Field(
+        QStringLiteral("(?:^|\\n)(Message-ID|In-Reply-To|References|Importance|X-Priority):[ \\t]*([^\\r\\n]*(?:\\r?\\n[ \\t][^\\r\\n]*)*)"),
         QRegularExpression::CaseInsensitiveOption);
-    QString value = field.match(headers).captured(1);
-    value.replace(QRegularExpression(QStringLiteral("\\r?\\n[ \\t]+")), QStringLiteral(" "));
-    return value.trimmed();
+    static const QRegularExpression Fold(QStringLiteral("\\r?\\n[ \\t]+"));
+    for (auto it = Field.globalMatch(headers); it.hasNext();) {
+        const auto match = it.next();
+        const QString name = match.captured(1).toLower();
+        if (!values.contains(name))
+            values.insert(name, match.captured(2).replace(Fold, QStringLiteral(" ")).trimmed());
+    }
+    return values;
 }
 
 // An address as an RFC 5322 addr-spec: an internet address as it is, one
@@ -189,9 +199,9 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
 
     // 6: header data of the source.
     GMimeObject* object = GMIME_OBJECT(m_mime.get());
-    const QString headers = message.Headers();
+    const QHash<QString, QString> kept = KeptHeaderValues(message.Headers());
     for (const char* name : KeptHeaders) {
-        const QString value = HeaderValue(headers, name);
+        const QString value = kept.value(QString::fromLatin1(name).toLower());
         if (value.isEmpty())
             continue;
         if (qstrcmp(name, "Message-ID") == 0) {

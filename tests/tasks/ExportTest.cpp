@@ -1,5 +1,6 @@
 #include "TasksTestUtil.h"
 #include "TestUtil.h"
+#include "mail/CleverMail.h"
 #include "mail/FileMailMsg.h"
 #include "mail/MailTestObjects.h"
 #include "pst/PSTFile.h"
@@ -433,4 +434,22 @@ TEST_F(ExportTest, CancelStopsAtOnceAndLeavesWholeFiles)
         EXPECT_NE(request.Message(), nullptr);
     }
     EXPECT_EQ(messages, task.Written());
+}
+
+TEST_F(ExportTest, HeaderDataOfTheSourceIsKept)
+{
+    TMailProperties properties;
+    Setup(properties);
+    TMailEMLTask task(properties);
+    auto message = Message(QStringLiteral("Grüße aus Köln, 🎉 and a subject long enough to need several encoded words"));
+    message->headers = QStringLiteral("Received: from x\r\nMessage-ID: <abc@example.org>\r\nReferences: <a@x>\r\n <b@x>\r\nX-Priority: 1\r\n");
+    const QByteArray bytes = tasks::TMailInfo(task, *message).SaveToBytes();
+    EXPECT_TRUE(bytes.contains("Message-Id: <abc@example.org>")) << bytes.toStdString();
+    EXPECT_TRUE(bytes.contains("References: <a@x> <b@x>")) << bytes.toStdString();
+    EXPECT_TRUE(bytes.contains("X-Priority: 1"));
+    EXPECT_FALSE(bytes.contains("Received:"));
+    // The subject comes back whole through GMime.
+    const auto copy = ParseEMLMessage(bytes);
+    EXPECT_EQ(copy->Subject(), message->subject);
+    EXPECT_EQ(copy->Sender()->EMail(), QStringLiteral("ann@x.org"));
 }
