@@ -9,6 +9,7 @@
 // SHOTS_DIR, screenshots of the window are saved there)
 
 #include "MemoryMailStore.h"
+#include "app/ExportDialog.h"
 #include "app/MailBrowseFrame.h"
 #include "app/MailInfoFrame.h"
 #include "app/PSTMainForm.h"
@@ -268,6 +269,17 @@ int main(int argc, char** argv)
         show(attachments, QStringLiteral("attachments.png"));
         show(inlined, QStringLiteral("inline-image.png"));
         show(contacts, QStringLiteral("contacts.png"));
+        if (attachments.node) {
+            form.FocusNode(attachments.node);
+            Pump(200);
+            tasks::TMailProperties properties;
+            properties.SetConvertType(tasks::mctEML);
+            tasks::TMailEMLTask task(properties);
+            const int count = form.AddExportEntries(task);
+            app::TExportDialog dialog(properties, count ? task.Entries().front().Load() : nullptr, count, &form);
+            dialog.show();
+            Shot(dialog, shots, QStringLiteral("export-dialog.png"));
+        }
         const QString broken = dir.filePath(QStringLiteral("broken.pst"));
         QFile brokenFile(broken);
         brokenFile.open(QIODevice::WriteOnly);
