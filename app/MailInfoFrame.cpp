@@ -131,7 +131,6 @@ public:
     {
         m_message = std::move(message);
         m_html = html.toUtf8();
-        ++m_generation;
     }
 
     void requestStarted(QWebEngineUrlRequestJob* job) override
@@ -184,7 +183,6 @@ private:
 
     std::shared_ptr<mail::IMailMessage> m_message;
     QByteArray m_html;
-    int m_generation = 0;
 };
 
 void RegisterPreviewSchemes()

@@ -452,7 +452,6 @@ void TPSTMainForm::EnableFile(TPSTNode* node)
     if (!node || !node->IsFileNode())
         return;
     m_projectData.Disabled().Define(node->Name, false);
-    m_model->SetState(node, nsLoaded);
     m_model->SetState(node, nsLoading);
     Queue(node, 0);
     UpdateStatus();

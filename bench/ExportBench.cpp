@@ -3,6 +3,7 @@
 // export) on the same file in the same run. Messages per second, median of
 // RUNS, process start included for the other tools.
 
+#include "BenchUtil.h"
 #include "core/SettingsStore.h"
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailExportSource.h"
@@ -17,35 +18,8 @@
 
 using namespace tessaly;
 
-namespace {
-
-double Median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
-
-std::vector<double> TimeTool(const QString& tool, const std::function<QStringList(const QString&)>& args, const QString& file,
-    int runs)
-{
-    std::vector<double> times;
-    const QString program = QStandardPaths::findExecutable(tool);
-    if (program.isEmpty())
-        return times;
-    for (int i = 0; i < runs; ++i) {
-        QTemporaryDir target;
-        QProcess process;
-        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        QElapsedTimer timer;
-        timer.start();
-        process.start(program, args(target.path()) << file);
-        process.waitForFinished(-1);
-        times.push_back(timer.nsecsElapsed() / 1e6);
-    }
-    return times;
-}
-
-} // namespace
+using bench::Median;
+using bench::TimeTool;
 
 int main(int argc, char** argv)
 {

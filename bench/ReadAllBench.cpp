@@ -2,6 +2,7 @@
 // against pffexport exporting the items of the same file, in the same run.
 // Prints the median time of each over several runs and the ratio.
 
+#include "BenchUtil.h"
 #include "core/Exceptions.h"
 #include "pst/PSTReport.h"
 
@@ -14,13 +15,9 @@
 #include <cstdio>
 #include <vector>
 
-namespace {
+using tessaly::bench::Median;
 
-double Median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values.empty() ? 0 : values[values.size() / 2];
-}
+namespace {
 
 int CountItems(const QJsonObject& folder)
 {
@@ -56,19 +53,10 @@ int main(int argc, char** argv)
         ours.push_back(timer.nsecsElapsed() / 1e6);
     }
 
-    const QString pffexport = QStandardPaths::findExecutable(QStringLiteral("pffexport"));
-    if (!pffexport.isEmpty()) {
-        for (int i = 0; i < runs; ++i) {
-            QTemporaryDir target;
-            QProcess process;
-            QElapsedTimer timer;
-            timer.start();
-            process.start(pffexport, {QStringLiteral("-q"), QStringLiteral("-m"), QStringLiteral("items"),
-                                         QStringLiteral("-t"), target.filePath(QStringLiteral("out")), file});
-            process.waitForFinished(-1);
-            theirs.push_back(timer.nsecsElapsed() / 1e6);
-        }
-    }
+    theirs = tessaly::bench::TimeTool(QStringLiteral("pffexport"), [](const QString& out) {
+        return QStringList{QStringLiteral("-q"), QStringLiteral("-m"), QStringLiteral("items"), QStringLiteral("-t"),
+            out + QStringLiteral("/out")};
+    }, file, runs);
 
     std::printf("%s: %d items, median of %d runs\n", qUtf8Printable(file), items, runs);
     std::printf("%-40s %12s %12s %8s\n", "measure", "tessaly ms", "pffexport ms", "ratio");

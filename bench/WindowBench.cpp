@@ -35,25 +35,15 @@ using namespace tessaly;
 
 namespace {
 
-long PeakKiB()
+// A memory figure of this process from /proc (VmRSS, VmHWM), in KiB.
+long StatusKiB(const QByteArray& field)
 {
     QFile status(QStringLiteral("/proc/self/status"));
     if (!status.open(QIODevice::ReadOnly))
         return 0;
     for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toLong();
-    return 0;
-}
-
-long CurrentKiB()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toLong();
+        if (line.startsWith(field + ':'))
+            return line.mid(field.size() + 1).trimmed().split(' ').first().toLong();
     return 0;
 }
 
@@ -183,7 +173,7 @@ int main(int argc, char** argv)
     std::sort(previews.begin(), previews.end());
 
     // 3. A list of 100,000 messages.
-    const long before = CurrentKiB();
+    const long before = StatusKiB("VmRSS");
     test::TMemoryMailStore store(100000, Generated);
     test::TMemoryBrowseFrame frame;
     frame.resize(900, 700);
@@ -208,7 +198,7 @@ int main(int argc, char** argv)
     frame.Model()->sort(2, Qt::DescendingOrder);
     QCoreApplication::processEvents();
     const double sortMs = listTimer.nsecsElapsed() / 1e6;
-    const long listKiB = CurrentKiB() - before;
+    const long listKiB = StatusKiB("VmRSS") - before;
 
     std::printf("\n%-52s %12s %12s %8s\n", "measure", "tessaly", "pffinfo -a", "ratio");
     std::printf("%-52s %12.1f %12.1f %8.2f\n", "time to the folder tree (ms)", treeMs, pffinfoMs,
@@ -224,7 +214,7 @@ int main(int argc, char** argv)
     std::printf("%-52s %12.1f   (%d rows read)\n", "100,000 rows: scroll to the end (ms)", scrollMs, readScrolled);
     std::printf("%-52s %12.1f\n", "100,000 rows: sort by subject, all rows read (ms)", sortMs);
     std::printf("%-52s %12ld\n", "100,000 rows: memory after sorting (KiB)", listKiB);
-    std::printf("%-52s %12ld\n", "peak resident memory of the run (KiB)", PeakKiB());
+    std::printf("%-52s %12ld\n", "peak resident memory of the run (KiB)", StatusKiB("VmHWM"));
 
     if (!shots.isEmpty()) {
         // The message with the most attachments, one with an inline

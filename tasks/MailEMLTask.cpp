@@ -149,7 +149,7 @@ QByteArray TAttachInfo::Data() const
     return content ? content->readAll() : QByteArray();
 }
 
-TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int depth) : m_task(task)
+TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int depth)
 {
     // 3: the attachments by part name; equal names are kept apart.
     std::vector<mail::TMimeFile> files, images;
@@ -171,7 +171,7 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
         }
         used.insert(part.toLower());
         m_partNames << part;
-        m_attaches.emplace(part.toStdString(), std::make_unique<TAttachInfo>(task, attach));
+        m_attaches.emplace(part.toStdString(), std::make_unique<TAttachInfo>(attach));
 
         mail::TMimeFile file;
         file.name = name;
@@ -187,7 +187,7 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
         } else {
             file.data = AttachData(part); // through the table, by part name
         }
-        const bool inlineImage = !file.message && HTMLNeedsImage(html, *attach);
+        const bool inlineImage = !file.message && IsHTMLNeedImage(html, *attach);
         (inlineImage ? images : files).push_back(std::move(file));
     }
 

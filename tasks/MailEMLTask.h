@@ -17,12 +17,11 @@ class TMailTask;
 // One attachment as the MIME builder asks for it.
 class TAttachInfo {
 public:
-    TAttachInfo(TMailTask& task, std::shared_ptr<mail::IMailAttach> attach) : m_task(task), m_attach(std::move(attach)) {}
+    explicit TAttachInfo(std::shared_ptr<mail::IMailAttach> attach) : m_attach(std::move(attach)) {}
     QByteArray Data() const;
     const std::shared_ptr<mail::IMailAttach>& Attach() const { return m_attach; }
 
 private:
-    TMailTask& m_task;
     std::shared_ptr<mail::IMailAttach> m_attach;
 };
 
@@ -45,7 +44,6 @@ public:
     mail::TGPtr<GMimeMessage> TakeMime() { return std::move(m_mime); }
 
 private:
-    TMailTask& m_task;
     mail::TGPtr<GMimeMessage> m_mime;
     QStringList m_partNames;
     std::unordered_map<std::string, std::unique_ptr<TAttachInfo>> m_attaches;

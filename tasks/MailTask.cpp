@@ -243,7 +243,7 @@ QString TMailTask::OutputFolder(const TTaskEntry& entry) const
     return folder;
 }
 
-bool HTMLNeedsImage(const QString& html, const mail::IMailAttach& attach)
+bool IsHTMLNeedImage(const QString& html, const mail::IMailAttach& attach)
 {
     QString id = attach.ContentID().trimmed();
     if (id.startsWith(QLatin1Char('<')) && id.endsWith(QLatin1Char('>')))
@@ -254,15 +254,6 @@ bool HTMLNeedsImage(const QString& html, const mail::IMailAttach& attach)
     return !location.isEmpty() && html.contains(location, Qt::CaseInsensitive);
 }
 
-bool TMailTask::IsHTMLNeedImage(const mail::IMailMessage& message, const mail::IMailAttach& attach)
-{
-    // The body is parsed once per message.
-    if (m_htmlOf != &message) {
-        m_htmlOf = &message;
-        m_html = message.Body(mail::mbtHTML);
-    }
-    return HTMLNeedsImage(m_html, attach);
-}
 
 QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 {
@@ -345,11 +336,6 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     } else if (result != trSkipped && entry.Error.isEmpty()) {
         entry.Error = QStringLiteral("see %1").arg(GetExceptionSource(entry));
     }
-
-    // 12: per-message state goes.
-    m_numberNames.clear();
-    m_htmlOf = nullptr;
-    m_html.clear();
     return result;
 }
 

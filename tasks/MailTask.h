@@ -90,8 +90,8 @@ public:
 };
 
 // Whether an HTML body refers to an attachment (by content id or content
-// location).
-bool HTMLNeedsImage(const QString& html, const mail::IMailAttach& attach);
+// location). The body is read once per message by the caller.
+bool IsHTMLNeedImage(const QString& html, const mail::IMailAttach& attach);
 
 // The document writer's format number of an output format; EAssertion for
 // a format it does not write.
@@ -113,10 +113,6 @@ public:
     const std::shared_ptr<TAttachFileNames>& AttachFileNames() const { return m_fileNames; }
     // The running number of the next output.
     int RunningNumber() const { return m_number; }
-
-    // Whether the HTML body of the current message refers to an inline
-    // image (by content id or content location).
-    bool IsHTMLNeedImage(const mail::IMailMessage& message, const mail::IMailAttach& attach);
 
     // Names the source of an error: a message inside a store is written to a
     // new "mail???.eml" in the temporary folder, and that file is named.
@@ -148,10 +144,6 @@ private:
     QString m_combinedPath;
     int m_number = 1;
     int m_lastNumber = 0;
-    QHash<QString, int> m_nameTable {{QStringLiteral("Message"), 0}};
-    QHash<int, QString> m_numberNames;
-    const mail::IMailMessage* m_htmlOf = nullptr;
-    QString m_html;
 };
 
 } // namespace tessaly::tasks

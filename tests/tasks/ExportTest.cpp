@@ -158,10 +158,12 @@ TEST_F(ExportTest, EverySampleRoundTrips)
             const std::string where = entry.Output.toStdString();
             EXPECT_EQ(copy->Subject(), original->Subject().trimmed()) << where;
             const auto sender = original->Sender();
-            if (sender && !sender->Name().isEmpty())
+            if (sender && !sender->Name().isEmpty()) {
                 EXPECT_EQ(copy->Sender() ? copy->Sender()->Name() : QString(), sender->Name().trimmed()) << where;
-            if (sender && sender->EMail().contains(QLatin1Char('@')))
+            }
+            if (sender && sender->EMail().contains(QLatin1Char('@'))) {
                 EXPECT_EQ(copy->Sender() ? copy->Sender()->EMail().remove(QLatin1Char('"')) : QString(), sender->EMail().trimmed()) << where;
+            }
             for (auto kind : {mail::mrtTo, mail::mrtCC, mail::mrtBCC})
                 EXPECT_EQ(RecipientNames(*copy, kind).size(), RecipientNames(*original, kind).size()) << where << " kind " << kind;
             EXPECT_EQ(Attachments(*copy), Attachments(*original)) << where;
