@@ -1,0 +1,189 @@
+#pragma once
+
+// The lower two layers of a Unicode personal folders file as [MS-PST]
+// describes them, for writing only:
+// - the node database: blocks with trailers, data trees, subnode trees, the
+//   node and block B-trees, the allocation maps and the header;
+// - the lists, tables and properties layer: heap-on-node, B-tree-on-heap,
+//   property contexts and table contexts.
+// Blocks are appended in the order they are written; nothing is written twice
+// except the map pages and the header, which are filled in at the end.
+
+#include <QByteArray>
+#include <QFile>
+#include <QString>
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace tessaly::tasks::pstfmt {
+
+// [MS-PST] 5.3: CRC-32 (polynomial 0xEDB88320) without pre- or post-inversion.
+uint32_t Crc(const void* data, size_t size, uint32_t crc = 0);
+
+constexpr uint32_t MaxBlockData = 8176; // 8192 less the block trailer
+constexpr uint32_t MaxHeapItem = 3580;  // the largest heap allocation
+
+// Node identifier types ([MS-PST] 2.2.2.1).
+enum TNidType : uint32_t {
+    nidHid = 0x00,
+    nidInternal = 0x01,
+    nidNormalFolder = 0x02,
+    nidSearchFolder = 0x03,
+    nidNormalMessage = 0x04,
+    nidAttachment = 0x05,
+    nidHierarchyTable = 0x0D,
+    nidContentsTable = 0x0E,
+    nidAssocContentsTable = 0x0F,
+    nidSearchContentsTable = 0x10,
+    nidAttachmentTable = 0x11,
+    nidRecipientTable = 0x12,
+    nidLtp = 0x1F,
+};
+
+constexpr uint32_t MakeNid(uint32_t type, uint32_t index) { return (index << 5) | type; }
+constexpr uint32_t NidType(uint32_t nid) { return nid & 0x1F; }
+
+// Property types.
+enum TPropType : uint16_t {
+    ptShort = 0x0002,
+    ptLong = 0x0003,
+    ptFloat = 0x0004,
+    ptDouble = 0x0005,
+    ptCurrency = 0x0006,
+    ptAppTime = 0x0007,
+    ptError = 0x000A,
+    ptBoolean = 0x000B,
+    ptObject = 0x000D,
+    ptInt64 = 0x0014,
+    ptString8 = 0x001E,
+    ptUnicode = 0x001F,
+    ptSysTime = 0x0040,
+    ptClsid = 0x0048,
+    ptBinary = 0x0102,
+};
+
+constexpr uint32_t Tag(uint16_t id, uint16_t type) { return (uint32_t(id) << 16) | type; }
+constexpr uint16_t TagId(uint32_t tag) { return uint16_t(tag >> 16); }
+constexpr uint16_t TagType(uint32_t tag) { return uint16_t(tag & 0xFFFF); }
+// Bytes a value of a fixed-size type takes; 0 for variable-size types.
+int FixedSize(uint16_t type);
+
+struct TSubnode {
+    uint32_t nid = 0;
+    uint64_t bidData = 0;
+    uint64_t bidSub = 0;
+};
+
+// The file and its node database. Throws core::ETessalyError when the file
+// cannot be written.
+class TNdbWriter {
+public:
+    explicit TNdbWriter(const QString& fileName);
+    ~TNdbWriter();
+    TNdbWriter(const TNdbWriter&) = delete;
+    TNdbWriter& operator=(const TNdbWriter&) = delete;
+
+    // One block of at most MaxBlockData bytes; returns its block id.
+    uint64_t WriteBlock(const char* data, uint32_t size, bool internal = false);
+    // Any amount of data: one block, or a data tree over full blocks.
+    uint64_t WriteData(const QByteArray& data);
+    // Data already cut into blocks (the pages of a heap): one block, or a
+    // data tree over them. 0 for no blocks.
+    uint64_t WriteBlocks(const std::vector<QByteArray>& blocks);
+    // A subnode tree (SLBLOCK, or SIBLOCK over SLBLOCKs); 0 for none.
+    uint64_t WriteSubnodes(std::vector<TSubnode> subnodes);
+    void AddNode(uint32_t nid, uint64_t bidData, uint64_t bidSub, uint32_t nidParent);
+
+    // Writes the B-trees, the maps and the header, and closes the file.
+    void Finish(const std::array<uint32_t, 32>& nextNids);
+    void Abort();
+    qint64 Size() const { return qint64(m_eof); }
+
+private:
+    struct TBlockRef {
+        uint64_t bid, ib;
+        uint16_t cb;
+    };
+    struct TNodeRef {
+        uint32_t nid, nidParent;
+        uint64_t bidData, bidSub;
+    };
+    struct TPageRef {
+        uint64_t key, bid, ib;
+    };
+    uint64_t Allocate(uint32_t size, uint32_t align);
+    void Put(uint64_t ib, const char* data, size_t size);
+    void Flush();
+    uint64_t WriteTree(std::vector<uint64_t> bids, uint64_t total);
+    TPageRef WriteBTree(uint8_t ptype, const std::vector<QByteArray>& entries, const std::vector<uint64_t>& keys,
+        uint8_t cbEnt);
+    TPageRef WritePage(uint8_t ptype, const QByteArray& body, uint8_t cEnt, uint8_t cEntMax, uint8_t cbEnt,
+        uint8_t cLevel, uint64_t key);
+    void WriteMaps();
+    void WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPageRef& nbt, const TPageRef& bbt);
+
+    QFile m_file;
+    QByteArray m_buffer;       // bytes from m_bufferStart on, not yet written
+    uint64_t m_bufferStart = 0;
+    uint64_t m_eof = 0;
+    uint64_t m_nextBid = 1;  // block ids count in steps of 4
+    uint64_t m_nextPage = 1; // page ids likewise
+    std::vector<TBlockRef> m_blocks;
+    std::vector<TNodeRef> m_nodes;
+    uint64_t m_amapFree = 0;
+    uint64_t m_lastAMap = 0;
+    std::array<uint8_t, 128> m_initialFMap{};
+};
+
+// Heap-on-node ([MS-PST] 2.3.1): allocations of at most MaxHeapItem bytes
+// spread over pages of one block each.
+class THeapBuilder {
+public:
+    explicit THeapBuilder(uint8_t clientSig);
+    uint32_t Allocate(const char* data, int size);
+    uint32_t Allocate(const QByteArray& data) { return Allocate(data.constData(), int(data.size())); }
+    void SetUserRoot(uint32_t hid) { m_userRoot = hid; }
+    std::vector<QByteArray> Pages() const;
+
+private:
+    struct TPage {
+        QByteArray data;       // allocations, back to back
+        std::vector<uint16_t> starts;
+    };
+    int HeaderSize(size_t page) const;
+    uint8_t m_clientSig;
+    uint32_t m_userRoot = 0;
+    std::vector<TPage> m_pages;
+};
+
+// A B-tree on a heap ([MS-PST] 2.3.2) over records sorted by key; returns
+// the header's allocation.
+uint32_t BuildBTree(THeapBuilder& heap, const std::vector<std::pair<QByteArray, QByteArray>>& records, uint8_t cbKey,
+    uint8_t cbEnt);
+
+// Writes a value too large for the heap, cut into blocks, as a subnode of
+// the node being built and returns the subnode's id.
+using TSubnodeSink = std::function<uint32_t(const std::vector<QByteArray>& blocks)>;
+// Data cut into blocks of at most `size` bytes (at least one block).
+std::vector<QByteArray> SplitBlocks(const QByteArray& data, qsizetype size = MaxBlockData);
+
+struct TProp {
+    uint32_t tag;
+    QByteArray value; // little-endian bytes; strings as UTF-16LE without terminator
+};
+
+// Property context: the pages of the node's heap.
+std::vector<QByteArray> BuildPropertyContext(std::vector<TProp> props, const TSubnodeSink& sink);
+
+// Table context. Every row carries its row id; cells absent from a row do
+// not exist in it.
+struct TTableRow {
+    uint32_t rowId;
+    std::vector<TProp> cells;
+};
+std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const std::vector<TTableRow>& rows,
+    const TSubnodeSink& sink);
+
+} // namespace tessaly::tasks::pstfmt

@@ -1,0 +1,163 @@
+#pragma once
+
+// Writes a new Unicode personal folders file: the message store with its
+// special folders, a folder tree, and messages with recipients, attachments
+// (by value or attached messages) and named properties. Messages are written
+// as they are added; folders, tables, the store and the maps at Finish.
+
+#include "tasks/PSTFormat.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QUuid>
+#include <map>
+#include <memory>
+
+namespace tessaly::tasks {
+
+// Property ids this program writes.
+namespace pid {
+constexpr uint16_t Importance = 0x0017, MessageClass = 0x001A, Priority = 0x0026, Sensitivity = 0x0036,
+                   Subject = 0x0037, ClientSubmitTime = 0x0039, SentRepresentingName = 0x0042,
+                   SentRepresentingAddrType = 0x0064, SentRepresentingEmail = 0x0065, ConversationTopic = 0x0070,
+                   TransportHeaders = 0x007D, SenderName = 0x0C1A, SenderAddrType = 0x0C1E, SenderEmail = 0x0C1F,
+                   RecipientType = 0x0C15, DisplayBcc = 0x0E02, DisplayCc = 0x0E03, DisplayTo = 0x0E04,
+                   DeliveryTime = 0x0E06, MessageFlags = 0x0E07, MessageSize = 0x0E08, MessageStatus = 0x0E17,
+                   HasAttach = 0x0E1B, RtfInSync = 0x0E1F, AttachSize = 0x0E20, Body = 0x1000, RtfCompressed = 0x1009,
+                   Html = 0x1013, InternetMessageId = 0x1035, RowId = 0x3000, DisplayName = 0x3001, AddrType = 0x3002,
+                   EmailAddress = 0x3003, CreationTime = 0x3007, LastModificationTime = 0x3008,
+                   ContentCount = 0x3602, ContentUnread = 0x3603, Subfolders = 0x360A, ContainerClass = 0x3613,
+                   AttachDataBin = 0x3701, AttachFilename = 0x3704, AttachMethod = 0x3705, AttachLongFilename = 0x3707,
+                   RenderingPosition = 0x370B, AttachMimeTag = 0x370E, AttachContentId = 0x3712,
+                   AttachContentLocation = 0x3713, SmtpAddress = 0x39FE, DisplayType = 0x3900, InternetCodepage = 0x3FDE,
+                   SenderSmtpAddress = 0x5D01, SentRepresentingSmtpAddress = 0x5D02, RecipientDisplayName = 0x5FF6,
+                   ObjectType = 0x0FFE, RecordKey = 0x0FF9, Responsibility = 0x0E0F;
+} // namespace pid
+
+// The property sets of the named properties this program writes.
+QUuid PSETID_Appointment();
+QUuid PSETID_Address();
+QUuid PS_PUBLIC_STRINGS();
+
+// UTC to FILETIME (100 ns since 1601) and back.
+uint64_t ToFileTime(const QDateTime& utc);
+
+struct TNamedProperty {
+    QUuid set;
+    uint32_t lid = 0; // a numbered property, or
+    QString name;     // a named one
+    uint16_t type = 0;
+    QByteArray value;
+};
+
+class TPSTPropertyBag {
+public:
+    void Set(uint32_t tag, QByteArray value);
+    // Empty texts and invalid times are not written at all.
+    void SetString(uint16_t id, const QString& text);
+    void SetLong(uint16_t id, int32_t value);
+    void SetBool(uint16_t id, bool value);
+    void SetTime(uint16_t id, const QDateTime& time);
+    void SetBinary(uint16_t id, const QByteArray& data);
+    void SetNamed(const QUuid& set, uint32_t lid, uint16_t type, QByteArray value);
+    void SetNamedString(const QUuid& set, uint32_t lid, const QString& text);
+    void SetNamedTime(const QUuid& set, uint32_t lid, const QDateTime& time);
+    bool Has(uint16_t id) const;
+    QByteArray Value(uint16_t id) const;
+    const std::vector<pstfmt::TProp>& Props() const { return m_props; }
+    const std::vector<TNamedProperty>& Named() const { return m_named; }
+
+private:
+    std::vector<pstfmt::TProp> m_props;
+    std::vector<TNamedProperty> m_named;
+};
+
+class TPSTRecipient : public TPSTPropertyBag {};
+
+struct TPSTMessage;
+
+class TPSTAttachment : public TPSTPropertyBag {
+public:
+    QByteArray data;
+    std::shared_ptr<TPSTMessage> embedded; // an attached message instead of data
+};
+
+struct TPSTMessage : public TPSTPropertyBag {
+    std::vector<TPSTRecipient> recipients;
+    std::vector<TPSTAttachment> attachments;
+
+    // Sender and sent-representing fields; the SMTP address only when known.
+    void SetSender(const QString& name, const QString& addrType, const QString& email, const QString& smtp = {});
+    // kind: 1 To, 2 Cc, 3 Bcc, or any other value.
+    TPSTRecipient& AddRecipient(int kind, const QString& name, const QString& addrType, const QString& email,
+        const QString& smtp = {});
+    // An attachment by value; an empty name leaves the name unset.
+    TPSTAttachment& AddAttachment(const QString& name, const QByteArray& data, const QString& mimeType = {});
+    TPSTAttachment& AddEmbedded(std::shared_ptr<TPSTMessage> message);
+    // The RTF body is stored compressed as [MS-OXRTFCP] describes.
+    void SetBodies(const QString& text, const QByteArray& htmlUtf8, const QByteArray& rtf);
+};
+
+// [MS-OXRTFCP]: a valid compressed RTF stream that holds the text as
+// literals, and its reader for tests.
+QByteArray CompressRtf(const QByteArray& rtf);
+
+enum TPSTSpecialFolder { psfTopOfStore, psfInbox, psfOutbox, psfSentItems, psfDeletedItems, psfDrafts };
+
+class TPSTWriter {
+public:
+    // Throws core::ETessalyError when the file cannot be created. A writer
+    // destroyed before Finish removes its file.
+    TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId = QUuid::createUuid());
+    ~TPSTWriter();
+
+    static constexpr uint32_t RootFolder = 0x122;
+    uint32_t SpecialFolder(TPSTSpecialFolder folder) const;
+    // A folder below parent; its class says what it holds ("IPF.Note",
+    // "IPF.Contact", "IPF.Appointment", ...); an empty class is not written.
+    uint32_t AddFolder(uint32_t parent, const QString& name, const QString& containerClass = QStringLiteral("IPF.Note"));
+    // The sub-folder of that name (compared without regard to case), or 0.
+    uint32_t FindFolder(uint32_t parent, const QString& name) const;
+    uint32_t AddMessage(uint32_t folder, const TPSTMessage& message);
+    void Finish();
+    qint64 Size() const { return m_ndb.Size(); }
+    int MessageCount() const { return m_messageCount; }
+
+private:
+    struct TFolder {
+        uint32_t parent = 0;
+        QString name, containerClass;
+        std::vector<uint32_t> children;
+        std::vector<uint32_t> rowIds;
+        std::vector<QByteArray> rows; // contents table cells, packed
+    };
+    using TSubnodes = std::vector<pstfmt::TSubnode>;
+    struct TNodeData {
+        uint64_t bidData, bidSub;
+        uint32_t size;
+    };
+    TNodeData WriteMessage(const TPSTMessage& message, std::vector<pstfmt::TProp> extra);
+    pstfmt::TSubnodeSink Sink(TSubnodes& subnodes);
+    std::vector<pstfmt::TProp> Resolve(const TPSTPropertyBag& bag);
+    uint16_t NamedId(const TNamedProperty& named);
+    QByteArray EntryId(uint32_t nid) const;
+    void WriteFolder(uint32_t nid, const TFolder& folder);
+    void WriteStore();
+    void WriteNameMap();
+    void WriteTemplates();
+
+    pstfmt::TNdbWriter m_ndb;
+    QString m_storeName;
+    QUuid m_storeId;
+    std::map<uint32_t, TFolder> m_folders;
+    uint32_t m_nextFolder = 0x420;
+    uint32_t m_nextMessage = 0x400;
+    int m_messageCount = 0;
+    uint32_t m_nextLtp = 0x100;
+    QHash<QString, uint16_t> m_namedIds; // set and lid or name -> id
+    std::vector<std::pair<uint16_t, TNamedProperty>> m_namedList;
+    uint16_t m_nextNamed = 0xC000;
+    bool m_finished = false;
+};
+
+} // namespace tessaly::tasks
