@@ -148,6 +148,7 @@ public:
     std::shared_ptr<mail::IMailAttachList> Attaches() const override { return nullptr; }
     QString UID() const override { return QString::number(m_item->ID()); }
     QVariant GetField(int field) const override;
+    const std::shared_ptr<const TPSTContactItem>& Item() const { return m_item; }
 
 private:
     std::shared_ptr<const TPSTContactItem> m_item;

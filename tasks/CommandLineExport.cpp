@@ -3,6 +3,7 @@
 #include "pst/PSTProjectData.h"
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailExportSource.h"
+#include "tasks/MailPSTTask.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -30,9 +31,11 @@ int Fail(std::FILE* err, int code, const QString& text)
 QList<core::TCommandKey> ExportCommandKeys()
 {
     return {{QStringLiteral("dest"), QStringLiteral("Folder the export writes to"), core::TKeyKind::Value, true},
-        {QStringLiteral("format"), QStringLiteral("Output format: eml"), core::TKeyKind::Value, false},
+        {QStringLiteral("format"), QStringLiteral("Output format: eml (one file per message) or pst (one data file)"), core::TKeyKind::Value, false},
         {QStringLiteral("filter"), QStringLiteral("Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
-            core::TKeyKind::Value, false}};
+            core::TKeyKind::Value, false},
+        {QStringLiteral("KeepFolders"), QStringLiteral("Keep the source's folders: below the destination, or inside the data file"),
+            core::TKeyKind::Switch, false}};
 }
 
 bool IsExportRun(const core::TCommandLine& commandLine)
@@ -44,22 +47,33 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     std::FILE* err)
 {
     const QString format = commandLine.Value(QStringLiteral("format")).toLower();
-    if (!format.isEmpty() && format != QLatin1String("eml"))
-        return Fail(err, core::crCommandLine, QStringLiteral("unknown format \"%1\": eml is the format offered").arg(format));
-    const QString destination = commandLine.Value(QStringLiteral("dest"));
+    if (!format.isEmpty() && format != QLatin1String("eml") && format != QLatin1String("pst"))
+        return Fail(err, core::crCommandLine,
+            QStringLiteral("unknown format \"%1\": eml and pst are the formats offered").arg(format));
+    const bool toDataFile = format == QLatin1String("pst");
+    QString destination = commandLine.Value(QStringLiteral("dest"));
     if (destination.isEmpty())
         return Fail(err, core::crNoSource, QStringLiteral("no destination: give -dest FOLDER"));
 
     TMailProperties properties;
-    properties.SetConvertType(mctEML);
+    properties.SetConvertType(toDataFile ? mctPST : mctEML);
     properties.ApplyCommandLine(commandLine);
+    properties.KeepFolderStructure = commandLine.HasKey(QStringLiteral("KeepFolders"));
+    // A data file is named by its destination when that ends in ".pst";
+    // otherwise the destination is the folder of "Outlook.pst".
+    if (toDataFile && !destination.endsWith(QLatin1String(".pst"), Qt::CaseInsensitive))
+        destination = QDir(destination).absolutePath() + QLatin1Char('/');
     properties.Destination = destination;
+    if (toDataFile)
+        properties.InitDestination({}, {});
     properties.CheckFileMode = cfmRename; // a run without a window never replaces a file
     if (commandLine.HasKey(QStringLiteral("filter"))) {
         properties.Filter.SetCmd(commandLine.Value(QStringLiteral("filter")));
         properties.Filter.Enabled = true;
     }
-    TMailEMLTask task(properties);
+    std::unique_ptr<TMailTask> owned = toDataFile ? std::unique_ptr<TMailTask>(std::make_unique<TMailPSTTask>(properties))
+                                                  : std::make_unique<TMailEMLTask>(properties);
+    TMailTask& task = *owned;
 
     // The sources: message files, and folder paths of the data file.
     QStringList folderPaths;
@@ -103,14 +117,17 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
             std::fprintf(err, "%d/%d %s\n", progress.Done, progress.Total, qUtf8Printable(progress.Current.left(70)));
         }
     };
-    QDir().mkpath(destination);
+    if (!toDataFile)
+        QDir().mkpath(destination);
     task.Run();
     for (const QString& line : task.Log())
         std::fprintf(err, "%s\n", qUtf8Printable(line));
     const int total = int(task.Entries().size());
     std::fprintf(out, "%d messages: %d written, %d skipped by the filter, %d failed; in %s\n", total, task.Written(),
-        task.Filtered(), task.Failed() + task.Existing(), qUtf8Printable(QDir::toNativeSeparators(destination)));
-    return task.Failed() + task.Existing() == 0 && !task.Cancelled() ? core::crOK : 1;
+        task.Filtered(), task.Failed() + task.Existing(), qUtf8Printable(QDir::toNativeSeparators(properties.Destination)));
+    // The data file is written at the end of the run; it must be there.
+    const bool written = !toDataFile || task.Written() == 0 || QFileInfo::exists(properties.Destination);
+    return task.Failed() + task.Existing() == 0 && !task.Cancelled() && written ? core::crOK : 1;
 }
 
 } // namespace tessaly::tasks

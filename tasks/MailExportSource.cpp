@@ -86,13 +86,14 @@ QStringList FolderNames(pst::TPSTFolder* folder)
 
 namespace {
 
-void AddStoreEntry(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file,
+void AddStoreEntry(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file, const pst::TPSTFolder* folder,
     const std::shared_ptr<pst::TPSTMailDataStore>& store, const QStringList& folders, int row)
 {
     TTaskEntry entry;
     entry.Source = file->FileName();
     entry.InStore = true;
     entry.Folders = folders;
+    entry.FolderClass = folder->ContainerClass();
     entry.Load = [file, store, row] { return store->Message(row); };
     task.AddEntry(std::move(entry));
 }
@@ -104,7 +105,7 @@ void AddItemEntry(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file,
 {
     auto store = std::make_shared<pst::TPSTMailDataStore>();
     store->LoadFolder(folder);
-    AddStoreEntry(task, file, store, folders, row);
+    AddStoreEntry(task, file, folder, store, folders, row);
 }
 
 void AddFolderEntries(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file, pst::TPSTFolder* folder,
@@ -115,7 +116,7 @@ void AddFolderEntries(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& f
     auto store = std::make_shared<pst::TPSTMailDataStore>();
     store->LoadFolder(folder);
     for (int row = 0; row < store->RowCount(); ++row)
-        AddStoreEntry(task, file, store, folders, row);
+        AddStoreEntry(task, file, folder, store, folders, row);
     if (!recursive)
         return;
     for (int i = 0; i < folder->FolderCount(); ++i) {

@@ -301,8 +301,9 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
             return check;
     }
 
-    // 7-8: the folder, the context.
-    if (!QDir().mkpath(QFileInfo(path).path())) {
+    // 7-8: the folder, the context. A data file takes every message into
+    // itself: no folders are made beside it.
+    if (m_properties.ConvertType() != mctPST && !QDir().mkpath(QFileInfo(path).path())) {
         entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
         return trError;
     }
@@ -318,7 +319,9 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     }
 
     // 9-11: convert, commit, post-process.
+    m_current = &entry;
     int result = ConvertMail(*context, message, path);
+    m_current = nullptr;
     if (result == trOK && own) {
         QDir().mkpath(QFileInfo(path).path());
         result = Commit(*context, path);

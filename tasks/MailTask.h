@@ -135,6 +135,8 @@ protected:
     // After a commit: attachments saved beside the output, the file's date.
     void PostProcess(const QString& path, const mail::IMailMessage& message);
     QString OutputFolder(const TTaskEntry& entry) const;
+    // The entry being converted, while ConvertMail runs.
+    const TTaskEntry* CurrentEntry() const { return m_current; }
 
 private:
     TMailProperties& m_properties;
@@ -144,6 +146,7 @@ private:
     QString m_combinedPath;
     int m_number = 1;
     int m_lastNumber = 0;
+    const TTaskEntry* m_current = nullptr;
 };
 
 } // namespace tessaly::tasks

@@ -323,6 +323,12 @@ uint32_t TPSTWriter::AddFolder(uint32_t parent, const QString& name, const QStri
     return nid;
 }
 
+void TPSTWriter::RenameFolder(uint32_t folder, const QString& name)
+{
+    if (const auto it = m_folders.find(folder); it != m_folders.end())
+        it->second.name = name;
+}
+
 uint32_t TPSTWriter::FindFolder(uint32_t parent, const QString& name) const
 {
     const auto it = m_folders.find(parent);

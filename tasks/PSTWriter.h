@@ -116,6 +116,7 @@ public:
     // A folder below parent; its class says what it holds ("IPF.Note",
     // "IPF.Contact", "IPF.Appointment", ...); an empty class is not written.
     uint32_t AddFolder(uint32_t parent, const QString& name, const QString& containerClass = QStringLiteral("IPF.Note"));
+    void RenameFolder(uint32_t folder, const QString& name);
     // The sub-folder of that name (compared without regard to case), or 0.
     uint32_t FindFolder(uint32_t parent, const QString& name) const;
     uint32_t AddMessage(uint32_t folder, const TPSTMessage& message);

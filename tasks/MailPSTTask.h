@@ -1,0 +1,42 @@
+#pragma once
+
+// The data file writer: every message of a run goes into one new personal
+// folders file, below the source's folder names when the structure is kept.
+
+#include "tasks/MailTask.h"
+#include "tasks/PSTWriter.h"
+
+namespace tessaly::tasks {
+
+// A message of any source as the data file writer stores it. Items of a
+// data file give their message class, address records and every contact
+// field; other sources what the message interfaces offer.
+std::shared_ptr<TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int depth = 0);
+
+class TMailPSTTask : public TMailTask {
+public:
+    explicit TMailPSTTask(TMailProperties& properties);
+
+    class TContext : public TMailContext {
+    public:
+        explicit TContext(const QString& fileName);
+        std::unique_ptr<TPSTWriter> Writer;
+        QString FileName; // the file being written, renamed on commit
+        int Count = 0;
+    };
+
+    std::unique_ptr<TMailContext> CreateContext() override;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+    // 2 and no file when nothing was converted; else the data file replaces
+    // the one at path (the run's destination, checked once at its start).
+    int Commit(TMailContext& context, const QString& path) override;
+
+protected:
+    void StartRun() override;
+
+private:
+    uint32_t TargetFolder(TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass);
+    QString m_output;
+};
+
+} // namespace tessaly::tasks
