@@ -111,6 +111,16 @@ std::vector<TProp> UnpackCells(const QByteArray& b)
     return cells;
 }
 
+// Subjects are stored as MAPI keeps them: SOH and the length of the prefix
+// ("RE: ") before the text; 1 for none. Readers that expect the marker
+// would otherwise take the first character of the subject for it.
+void MarkSubject(std::vector<TProp>& props)
+{
+    for (TProp& p : props)
+        if (p.tag == Tag(pid::Subject, ptUnicode) && !(p.value.size() >= 2 && p.value[0] == 1 && p.value[1] == 0))
+            p.value = QByteArray("\x01\0\x01\0", 4) + p.value;
+}
+
 void SetDefault(std::vector<TProp>& props, uint32_t tag, QByteArray value)
 {
     for (const TProp& p : props)
@@ -415,7 +425,7 @@ TPSTWriter::TNodeData TPSTWriter::WriteMessage(const TPSTMessage& message, std::
             uint64_t attachSize = 0;
             if (attach.embedded) {
                 const TNodeData inner = WriteMessage(*attach.embedded, {});
-                const uint32_t innerNid = MakeNid(nidNormalMessage, m_nextLtp++);
+                const uint32_t innerNid = MakeNid(nidLtp, m_nextLtp++); // apart from the folders' messages
                 attachSubnodes.push_back({innerNid, inner.bidData, inner.bidSub});
                 props.push_back({Tag(pid::AttachDataBin, ptObject), Le32(innerNid) + Le32(inner.size)});
                 attachSize = inner.size;
@@ -443,6 +453,7 @@ TPSTWriter::TNodeData TPSTWriter::WriteMessage(const TPSTMessage& message, std::
 
     std::vector<TProp> props = Resolve(message);
     props.insert(props.end(), extra.begin(), extra.end());
+    MarkSubject(props);
     for (const TProp& p : props)
         size += uint64_t(p.value.size()) + 8;
     const bool hasAttach = !message.attachments.empty();
@@ -463,6 +474,7 @@ uint32_t TPSTWriter::AddMessage(uint32_t folder, const TPSTMessage& message)
     const TNodeData node = WriteMessage(message, {});
     m_ndb.AddNode(nid, node.bidData, node.bidSub, folder);
     std::vector<TProp> cells = Resolve(message);
+    MarkSubject(cells);
     SetDefault(cells, Tag(pid::MessageClass, ptUnicode), Utf16(QStringLiteral("IPM.Note")));
     SetDefault(cells, Tag(pid::MessageSize, ptLong), Le32(node.size));
     SetDefault(cells, Tag(pid::MessageFlags, ptLong), Le32(message.attachments.empty() ? 0x01 : 0x11));

@@ -1,6 +1,7 @@
 // The two programs as a user runs them.
 
 #include "TestUtil.h"
+#include "integration/RunUtil.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -17,26 +18,9 @@ using tessaly::test::TestData;
 
 namespace {
 
-struct TRun {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
 TRun RunProgram(const QString& program, const QStringList& args, const QString& workingDir = {})
 {
-    QProcess process;
-    // No display and no terminal: errors are printed, never shown in a window.
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
-        env.remove(QLatin1String(name));
-    process.setProcessEnvironment(env);
-    if (!workingDir.isEmpty())
-        process.setWorkingDirectory(workingDir);
-    process.start(QStringLiteral(TESSALY_BINARY_DIR "/app/") + program, args);
-    EXPECT_TRUE(process.waitForFinished(60000)) << program.toStdString();
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-        QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+    return RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/") + program, args, workingDir);
 }
 
 } // namespace
