@@ -26,6 +26,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTimer>
+#include <limits>
 #include <QTreeView>
 #include <QWebEngineView>
 #include <algorithm>
@@ -132,6 +133,7 @@ int main(int argc, char** argv)
         form.Tree()->viewport()->grab().save(QDir(shots).filePath(QStringLiteral("loading.png")));
     form.WaitLoaded(600000);
     const double treeMs = load.nsecsElapsed() / 1e6;
+    const long treePeakKiB = StatusKiB("VmHWM");
     probe.stop();
     Shot(form, shots, QStringLiteral("loaded.png"));
 
@@ -146,14 +148,17 @@ int main(int argc, char** argv)
         pffinfoMs = timer.nsecsElapsed() / 1e6;
     }
 
-    // 2. Preview of every message of the file.
+    // 2. Preview of every message of the file (at most MAX_PREVIEWS of them
+    // when that is set, for large files).
+    const qsizetype maxPreviews = qEnvironmentVariableIsSet("MAX_PREVIEWS") ? qEnvironmentVariableIntValue("MAX_PREVIEWS")
+                                                                            : std::numeric_limits<qsizetype>::max();
     std::vector<double> previews;
     std::function<void(const app::TPSTNode&)> walk = [&](const app::TPSTNode& node) {
         for (const auto& child : node.Children) {
             if (child->Folder && child->ItemCount > 0) {
                 pst::TPSTMailDataStore store;
                 store.LoadFolder(child->Folder);
-                for (int row = 0; row < store.RowCount(); ++row) {
+                for (int row = 0; row < store.RowCount() && qsizetype(previews.size()) < maxPreviews; ++row) {
                     bool loaded = false;
                     auto connection = QObject::connect(form.InfoFrame()->BodyView(), &QWebEngineView::loadFinished, [&] { loaded = true; });
                     QElapsedTimer timer;
@@ -205,6 +210,7 @@ int main(int argc, char** argv)
         pffinfoMs > 0 ? treeMs / pffinfoMs : 0.0);
     std::printf("%-52s %12lld %12s %8s\n", "longest stall of the window's thread (ms)", qint64(longest), "-", "-");
     std::printf("%-52s %12s\n", "tree showed \"Loading ...\" while the job ran", loadingShown ? "yes" : "no");
+    std::printf("%-52s %12ld\n", "peak resident memory when the tree stands (KiB)", treePeakKiB);
     if (!previews.empty()) {
         std::printf("%-52s %12zu\n", "messages previewed", previews.size());
         std::printf("%-52s %12.1f\n", "preview, median (ms)", previews[previews.size() / 2]);

@@ -1,6 +1,7 @@
 #include "tasks/MailPSTTask.h"
 
 #include "core/DateTime.h"
+#include "core/HtmlText.h"
 #include "core/Rtf.h"
 #include "mail/MailContact.h"
 #include "pst/PSTMessage.h"
@@ -24,26 +25,6 @@ QString StoredAddrType(const QString& addrType)
 QString AddrTypeOf(mail::TMailAddressType type)
 {
     return type == mail::matSMTP ? QStringLiteral("SMTP") : QStringLiteral("EX");
-}
-
-// Characters outside ASCII as character references: the bytes then read
-// the same whatever charset the page declares.
-QByteArray AsciiHtml(const QString& html)
-{
-    QByteArray out;
-    out.reserve(html.size());
-    for (qsizetype i = 0; i < html.size(); ++i) {
-        const QChar c = html[i];
-        if (c.unicode() < 128) {
-            out.append(char(c.unicode()));
-            continue;
-        }
-        char32_t code = c.unicode();
-        if (c.isHighSurrogate() && i + 1 < html.size() && html[i + 1].isLowSurrogate())
-            code = QChar::surrogateToUcs4(c, html[++i]);
-        out.append("&#").append(QByteArray::number(uint(code))).append(';');
-    }
-    return out;
 }
 
 void SetDate(TPSTPropertyBag& bag, uint16_t id, mail::TDateTime date)
@@ -139,7 +120,10 @@ void AddBodies(TPSTMessage& out, const mail::IMailMessage& message)
     bool derived = false;
     if (!html.isEmpty() && core::IsHtmlEncapsulatedRtf(rtf))
         derived = core::RtfToHtml(rtf) == html;
-    out.SetBodies(message.Body(mail::mbtText), derived ? QByteArray() : AsciiHtml(html), rtf);
+    // Characters outside ASCII as references: the bytes then read the same
+    // whatever charset the page declares.
+    const QByteArray ascii = core::HtmlCharacterReferences(html, 128, false).toLatin1();
+    out.SetBodies(message.Body(mail::mbtText), derived ? QByteArray() : ascii, rtf);
 }
 
 void AddAttachments(TPSTMessage& out, const mail::IMailMessage& message, int depth)

@@ -411,7 +411,13 @@ TPSTWriter::TNodeData TPSTWriter::WriteMessage(const TPSTMessage& message, std::
         all.insert(all.end(), cells.begin(), cells.end());
         rows.push_back({uint32_t(i), std::move(cells)});
     }
-    subnodes.push_back({NidRecipientTable, m_ndb.WriteBlocks(BuildTableContext(WithTags(RecipientColumns, all), rows, sink)), 0});
+    // A table's large values belong to the table's own subnodes.
+    auto writeTable = [&](uint32_t nid, const std::vector<uint32_t>& columns) {
+        TSubnodes own;
+        const uint64_t bidData = m_ndb.WriteBlocks(BuildTableContext(columns, rows, Sink(own)));
+        subnodes.push_back({nid, bidData, m_ndb.WriteSubnodes(std::move(own))});
+    };
+    writeTable(NidRecipientTable, WithTags(RecipientColumns, all));
 
     if (!message.attachments.empty()) {
         rows.clear();
@@ -447,8 +453,7 @@ TPSTWriter::TNodeData TPSTWriter::WriteMessage(const TPSTMessage& message, std::
                     cells.push_back(p);
             rows.push_back({nid, std::move(cells)});
         }
-        subnodes.push_back(
-            {NidAttachmentTable, m_ndb.WriteBlocks(BuildTableContext(AttachmentColumns, rows, sink)), 0});
+        writeTable(NidAttachmentTable, AttachmentColumns);
     }
 
     std::vector<TProp> props = Resolve(message);
@@ -489,6 +494,18 @@ QByteArray TPSTWriter::EntryId(uint32_t nid) const
     return QByteArray(4, '\0') + GuidBytes(m_storeId) + Le32(nid);
 }
 
+// What a folder's own properties and its row in its parent's table hold.
+TPSTPropertyBag TPSTWriter::FolderCells(const TFolder& folder)
+{
+    TPSTPropertyBag cells;
+    cells.SetString(pid::DisplayName, folder.name);
+    cells.SetLong(pid::ContentCount, int32_t(folder.rows.size()));
+    cells.SetLong(pid::ContentUnread, 0);
+    cells.SetBool(pid::Subfolders, !folder.children.empty());
+    cells.SetString(pid::ContainerClass, folder.containerClass);
+    return cells;
+}
+
 void TPSTWriter::WriteFolder(uint32_t nid, const TFolder& folder)
 {
     auto writeNode = [&](uint32_t node, const std::function<std::vector<QByteArray>(const TSubnodeSink&)>& build,
@@ -497,26 +514,14 @@ void TPSTWriter::WriteFolder(uint32_t nid, const TFolder& folder)
         const uint64_t bidData = m_ndb.WriteBlocks(build(Sink(subnodes)));
         m_ndb.AddNode(node, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), parent);
     };
-    TPSTPropertyBag pc;
-    pc.SetString(pid::DisplayName, folder.name);
-    pc.SetLong(pid::ContentCount, int32_t(folder.rows.size()));
-    pc.SetLong(pid::ContentUnread, 0);
-    pc.SetBool(pid::Subfolders, !folder.children.empty());
-    pc.SetString(pid::ContainerClass, folder.containerClass);
+    TPSTPropertyBag pc = FolderCells(folder);
     if (nid == RootFolder)
         pc.SetBinary(0x36D7, EntryId(SpecialNids[psfDrafts])); // the drafts folder
     writeNode(nid, [&](const TSubnodeSink& sink) { return BuildPropertyContext(pc.Props(), sink); }, folder.parent);
 
     std::vector<TTableRow> rows;
     for (uint32_t child : folder.children) {
-        const TFolder& sub = m_folders.at(child);
-        TPSTPropertyBag cells;
-        cells.SetString(pid::DisplayName, sub.name);
-        cells.SetLong(pid::ContentCount, int32_t(sub.rows.size()));
-        cells.SetLong(pid::ContentUnread, 0);
-        cells.SetBool(pid::Subfolders, !sub.children.empty());
-        cells.SetString(pid::ContainerClass, sub.containerClass);
-        rows.push_back({child, cells.Props()});
+        rows.push_back({child, FolderCells(m_folders.at(child)).Props()});
     }
     const uint32_t index = nid >> 5;
     writeNode(MakeNid(nidHierarchyTable, index),

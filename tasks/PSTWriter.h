@@ -142,6 +142,7 @@ private:
     std::vector<pstfmt::TProp> Resolve(const TPSTPropertyBag& bag);
     uint16_t NamedId(const TNamedProperty& named);
     QByteArray EntryId(uint32_t nid) const;
+    static TPSTPropertyBag FolderCells(const TFolder& folder);
     void WriteFolder(uint32_t nid, const TFolder& folder);
     void WriteStore();
     void WriteNameMap();
