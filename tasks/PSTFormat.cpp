@@ -301,34 +301,36 @@ TNdbWriter::TPageRef TNdbWriter::WritePage(uint8_t ptype, const QByteArray& body
     return {key, bid, ib};
 }
 
-TNdbWriter::TPageRef TNdbWriter::WriteBTree(uint8_t ptype, const std::vector<QByteArray>& entries,
-    const std::vector<uint64_t>& keys, uint8_t cbEnt)
+TNdbWriter::TPageRef TNdbWriter::WriteBTree(uint8_t ptype, size_t count, uint8_t cbEnt, const TEntryWriter& entry)
 {
     // Leaves, then index levels of (first key, BREF) until one page is left.
     std::vector<TPageRef> level;
     const size_t perLeaf = 488 / cbEnt;
-    for (size_t at = 0; at < entries.size() || at == 0; at += perLeaf) {
-        const size_t end = std::min(entries.size(), at + perLeaf);
-        QByteArray body;
-        for (size_t i = at; i < end; ++i)
-            body.append(entries[i]);
-        level.push_back(WritePage(ptype, body, uint8_t(end - at), uint8_t(perLeaf), cbEnt, 0,
-            at < keys.size() ? keys[at] : 0));
-        if (end == entries.size())
-            break;
-    }
+    size_t at = 0;
+    do {
+        const size_t end = std::min(count, at + perLeaf);
+        QByteArray body(qsizetype((end - at) * cbEnt), '\0');
+        uint64_t first = 0;
+        for (size_t i = at; i < end; ++i) {
+            const uint64_t key = entry(i, body.data() + (i - at) * cbEnt);
+            if (i == at)
+                first = key;
+        }
+        level.push_back(WritePage(ptype, body, uint8_t(end - at), uint8_t(perLeaf), cbEnt, 0, first));
+        at = end;
+    } while (at < count);
     constexpr size_t PerIndex = 488 / 24;
     for (uint8_t depth = 1; level.size() > 1; ++depth) {
         std::vector<TPageRef> upper;
-        for (size_t at = 0; at < level.size(); at += PerIndex) {
-            const size_t end = std::min(level.size(), at + PerIndex);
+        for (size_t from = 0; from < level.size(); from += PerIndex) {
+            const size_t end = std::min(level.size(), from + PerIndex);
             QByteArray body;
-            for (size_t i = at; i < end; ++i) {
+            for (size_t i = from; i < end; ++i) {
                 Add64(body, level[i].key);
                 Add64(body, level[i].bid);
                 Add64(body, level[i].ib);
             }
-            upper.push_back(WritePage(ptype, body, uint8_t(end - at), uint8_t(PerIndex), 24, depth, level[at].key));
+            upper.push_back(WritePage(ptype, body, uint8_t(end - from), uint8_t(PerIndex), 24, depth, level[from].key));
         }
         level = std::move(upper);
     }
@@ -338,34 +340,25 @@ TNdbWriter::TPageRef TNdbWriter::WriteBTree(uint8_t ptype, const std::vector<QBy
 void TNdbWriter::Finish(const std::array<uint32_t, 32>& nextNids)
 {
     std::sort(m_nodes.begin(), m_nodes.end(), [](const TNodeRef& a, const TNodeRef& b) { return a.nid < b.nid; });
-    std::vector<QByteArray> entries;
-    std::vector<uint64_t> keys;
-    entries.reserve(m_nodes.size());
-    for (const TNodeRef& node : m_nodes) {
-        QByteArray e;
-        Add64(e, node.nid);
-        Add64(e, node.bidData);
-        Add64(e, node.bidSub);
-        Add32(e, node.nidParent);
-        Add32(e, 0);
-        entries.push_back(e);
-        keys.push_back(node.nid);
-    }
-    const TPageRef nbt = WriteBTree(ptypeNBT, entries, keys, 32);
-    entries.clear();
-    keys.clear();
+    const TPageRef nbt = WriteBTree(ptypeNBT, m_nodes.size(), 32, [&](size_t i, char* out) {
+        const TNodeRef& node = m_nodes[i];
+        Put64(out, node.nid);
+        Put64(out + 8, node.bidData);
+        Put64(out + 16, node.bidSub);
+        Put32(out + 24, node.nidParent);
+        Put32(out + 28, 0);
+        return uint64_t(node.nid);
+    });
     // Block ids were handed out in increasing order, so the list is sorted.
-    for (const TBlockRef& block : m_blocks) {
-        QByteArray e;
-        Add64(e, block.bid);
-        Add64(e, block.ib);
-        Add16(e, block.cb);
-        Add16(e, 1);
-        Add32(e, 0);
-        entries.push_back(e);
-        keys.push_back(block.bid);
-    }
-    const TPageRef bbt = WriteBTree(ptypeBBT, entries, keys, 24);
+    const TPageRef bbt = WriteBTree(ptypeBBT, m_blocks.size(), 24, [&](size_t i, char* out) {
+        const TBlockRef& block = m_blocks[i];
+        Put64(out, block.bid);
+        Put64(out + 8, block.ib);
+        Put16(out + 16, block.cb);
+        Put16(out + 18, 1); // references
+        Put32(out + 20, 0);
+        return block.bid;
+    });
     Flush();
     WriteMaps();
     WriteHeader(nextNids, nbt, bbt);

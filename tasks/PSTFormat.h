@@ -117,8 +117,9 @@ private:
     void Put(uint64_t ib, const char* data, size_t size);
     void Flush();
     uint64_t WriteTree(std::vector<uint64_t> bids, uint64_t total);
-    TPageRef WriteBTree(uint8_t ptype, const std::vector<QByteArray>& entries, const std::vector<uint64_t>& keys,
-        uint8_t cbEnt);
+    // Leaf entry i written to out (cbEnt bytes); returns its key.
+    using TEntryWriter = std::function<uint64_t(size_t i, char* out)>;
+    TPageRef WriteBTree(uint8_t ptype, size_t count, uint8_t cbEnt, const TEntryWriter& entry);
     TPageRef WritePage(uint8_t ptype, const QByteArray& body, uint8_t cEnt, uint8_t cEntMax, uint8_t cbEnt,
         uint8_t cLevel, uint64_t key);
     void WriteMaps();

@@ -298,13 +298,13 @@ QByteArray CompressRtf(const QByteArray& rtf)
 TPSTWriter::TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId)
     : m_ndb(fileName), m_storeName(storeName), m_storeId(storeId)
 {
-    m_folders[RootFolder] = {RootFolder, {}, {}, {}, {}, {}};
+    m_folders[RootFolder] = {RootFolder, {}, {}, {}, {}, {}, {}};
     static const char* const Names[] = {"Top of Personal Folders", "Inbox", "Outbox", "Sent Items", "Deleted Items",
         "Drafts"};
-    m_folders[SpecialNids[0]] = {RootFolder, QString::fromLatin1(Names[0]), {}, {}, {}, {}};
+    m_folders[SpecialNids[0]] = {RootFolder, QString::fromLatin1(Names[0]), {}, {}, {}, {}, {}};
     m_folders[RootFolder].children.push_back(SpecialNids[0]);
     for (int i = 1; i < 6; ++i) {
-        m_folders[SpecialNids[i]] = {SpecialNids[0], QString::fromLatin1(Names[i]), QStringLiteral("IPF.Note"), {}, {}, {}};
+        m_folders[SpecialNids[i]] = {SpecialNids[0], QString::fromLatin1(Names[i]), QStringLiteral("IPF.Note"), {}, {}, {}, {}};
         m_folders[SpecialNids[0]].children.push_back(SpecialNids[i]);
     }
     // Readers expect every stream of the name-to-id map to hold data, so the
@@ -329,7 +329,7 @@ uint32_t TPSTWriter::AddFolder(uint32_t parent, const QString& name, const QStri
         throw core::ETessalyError(QStringLiteral("No folder %1 to add \"%2\" to").arg(parent).arg(name));
     const uint32_t nid = MakeNid(nidNormalFolder, m_nextFolder++);
     it->second.children.push_back(nid);
-    m_folders[nid] = {parent, name, containerClass, {}, {}, {}};
+    m_folders[nid] = {parent, name, containerClass, {}, {}, {}, {}};
     return nid;
 }
 
@@ -470,23 +470,46 @@ TPSTWriter::TNodeData TPSTWriter::WriteMessage(const TPSTMessage& message, std::
     return {bidData, m_ndb.WriteSubnodes(std::move(subnodes)), uint32_t(std::min<uint64_t>(size, 0x7FFFFFFF))};
 }
 
-uint32_t TPSTWriter::AddMessage(uint32_t folder, const TPSTMessage& message)
+void TPSTWriter::AddMessage(uint32_t folder, const TPSTMessage& message)
 {
     const auto it = m_folders.find(folder);
     if (it == m_folders.end())
         throw core::ETessalyError(QStringLiteral("No folder %1 to add a message to").arg(folder));
-    const uint32_t nid = MakeNid(nidNormalMessage, m_nextMessage++);
     const TNodeData node = WriteMessage(message, {});
-    m_ndb.AddNode(nid, node.bidData, node.bidSub, folder);
     std::vector<TProp> cells = Resolve(message);
     MarkSubject(cells);
     SetDefault(cells, Tag(pid::MessageClass, ptUnicode), Utf16(QStringLiteral("IPM.Note")));
     SetDefault(cells, Tag(pid::MessageSize, ptLong), Le32(node.size));
     SetDefault(cells, Tag(pid::MessageFlags, ptLong), Le32(message.attachments.empty() ? 0x01 : 0x11));
-    it->second.rowIds.push_back(nid);
     it->second.rows.push_back(PackCells(cells));
+    it->second.blocks.emplace_back(node.bidData, node.bidSub);
     ++m_messageCount;
-    return nid;
+}
+
+void TPSTWriter::NumberMessages()
+{
+    // Readers build their tree in node id order and look each parent up
+    // from the top, depth first. Folders come first (lower ids), and the
+    // messages of the folders last in that order get the lowest message
+    // ids, so a lookup never passes the messages already in the tree.
+    std::vector<uint32_t> preorder;
+    std::function<void(uint32_t)> walk = [&](uint32_t nid) {
+        preorder.push_back(nid);
+        std::vector<uint32_t> children = m_folders.at(nid).children;
+        std::sort(children.begin(), children.end());
+        for (uint32_t child : children)
+            walk(child);
+    };
+    walk(RootFolder);
+    for (auto it = preorder.rbegin(); it != preorder.rend(); ++it) {
+        TFolder& folder = m_folders.at(*it);
+        folder.rowIds.clear();
+        for (const auto& [bidData, bidSub] : folder.blocks) {
+            const uint32_t nid = MakeNid(nidNormalMessage, m_nextMessage++);
+            folder.rowIds.push_back(nid);
+            m_ndb.AddNode(nid, bidData, bidSub, *it);
+        }
+    }
 }
 
 QByteArray TPSTWriter::EntryId(uint32_t nid) const
@@ -624,6 +647,7 @@ void TPSTWriter::WriteTemplates()
 
 void TPSTWriter::Finish()
 {
+    NumberMessages();
     for (const auto& [nid, folder] : m_folders)
         WriteFolder(nid, folder);
     WriteStore();

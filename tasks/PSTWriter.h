@@ -119,7 +119,8 @@ public:
     void RenameFolder(uint32_t folder, const QString& name);
     // The sub-folder of that name (compared without regard to case), or 0.
     uint32_t FindFolder(uint32_t parent, const QString& name) const;
-    uint32_t AddMessage(uint32_t folder, const TPSTMessage& message);
+    // The message is written at once; its node id is given at Finish.
+    void AddMessage(uint32_t folder, const TPSTMessage& message);
     void Finish();
     qint64 Size() const { return m_ndb.Size(); }
     int MessageCount() const { return m_messageCount; }
@@ -129,8 +130,9 @@ private:
         uint32_t parent = 0;
         QString name, containerClass;
         std::vector<uint32_t> children;
-        std::vector<uint32_t> rowIds;
-        std::vector<QByteArray> rows; // contents table cells, packed
+        std::vector<uint32_t> rowIds;   // the messages' node ids, given at Finish
+        std::vector<QByteArray> rows;   // contents table cells, packed
+        std::vector<std::pair<uint64_t, uint64_t>> blocks; // the messages' data and subnode blocks
     };
     using TSubnodes = std::vector<pstfmt::TSubnode>;
     struct TNodeData {
@@ -143,6 +145,7 @@ private:
     uint16_t NamedId(const TNamedProperty& named);
     QByteArray EntryId(uint32_t nid) const;
     static TPSTPropertyBag FolderCells(const TFolder& folder);
+    void NumberMessages();
     void WriteFolder(uint32_t nid, const TFolder& folder);
     void WriteStore();
     void WriteNameMap();
@@ -153,7 +156,9 @@ private:
     QUuid m_storeId;
     std::map<uint32_t, TFolder> m_folders;
     uint32_t m_nextFolder = 0x420;
-    uint32_t m_nextMessage = 0x400;
+    // Messages are numbered above every folder, as in files Outlook writes:
+    // readers meet a folder in the node tree before its messages.
+    uint32_t m_nextMessage = 0x100000;
     int m_messageCount = 0;
     uint32_t m_nextLtp = 0x100;
     QHash<QString, uint16_t> m_namedIds; // set and lid or name -> id
