@@ -8,6 +8,7 @@
 #include "pst/PSTFile.h"
 #include "pst/PSTMessage.h"
 #include "pst/PSTReport.h"
+#include "pst/PSTTestUtil.h"
 #include "pst/PffProperty.h"
 #include "tasks/MailExportSource.h"
 #include "tasks/MailPSTTask.h"
@@ -25,17 +26,7 @@ using namespace tessaly::test;
 
 namespace {
 
-pst::TPSTFolder* Find(pst::TPSTFolder* folder, const QString& name)
-{
-    if (!folder)
-        return nullptr;
-    if (folder->Name() == name)
-        return folder;
-    for (int i = 0; i < folder->FolderCount(); ++i)
-        if (auto* found = Find(folder->GetFolder(i), name))
-            return found;
-    return nullptr;
-}
+pst::TPSTFolder* Find(pst::TPSTFolder* folder, const QString& name) { return FindFolder(folder, name); }
 
 std::shared_ptr<const pst::TPSTMailItem> MailAt(pst::TPSTFolder* folder, int index)
 {
