@@ -144,3 +144,27 @@ TEST(Export, FolderFilterAndMessageFilesFromTheCommandLine)
     EXPECT_EQ(folder.exitCode, 7);
     EXPECT_TRUE(folder.err.contains(QStringLiteral("no folder"))) << folder.err.toStdString();
 }
+
+TEST(Export, IntoADataFileFromTheCommandLine)
+{
+    QTemporaryDir out;
+    const QString file = out.filePath(QStringLiteral("archive.pst"));
+    const QStringList args{QStringLiteral("Outlook"), QStringLiteral("-pst"), TestData(QStringLiteral("pst/enron.pst")),
+        QStringLiteral("-dest"), file, QStringLiteral("-format"), QStringLiteral("pst"), QStringLiteral("-KeepFolders")};
+    const TRun run = RunProgram(QStringLiteral("tessaly"), args);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.out.startsWith(QStringLiteral("71 messages: 71 written"))) << run.out.toStdString();
+    const TRun inspect = RunProgram(QStringLiteral("tessaly-inspect"), {QStringLiteral("--json"), file});
+    ASSERT_EQ(inspect.exitCode, 0) << inspect.err.toStdString();
+    // The source's folders, with their item counts, inside the new file.
+    const QString tree = inspect.out;
+    for (const char* folder : {"\"MLOKAY (Non-Privileged)\"", "\"TW-Commercial Group\"", "\"Personal\""})
+        EXPECT_TRUE(tree.contains(QLatin1String(folder))) << folder;
+    EXPECT_TRUE(tree.contains(QStringLiteral("\"items\": 47"))) << tree.toStdString();
+
+    // A second run keeps the first file and writes another beside it.
+    const TRun again = RunProgram(QStringLiteral("tessaly"), args);
+    EXPECT_EQ(again.exitCode, 0) << again.err.toStdString();
+    EXPECT_TRUE(QFileInfo::exists(out.filePath(QStringLiteral("archive (1).pst"))));
+    EXPECT_EQ(RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-dest"), file, QStringLiteral("-format"), QStringLiteral("mbox")}).exitCode, 2);
+}
