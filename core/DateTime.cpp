@@ -29,6 +29,23 @@ QDateTime DateTimeToQDateTime(TDateTime value)
     return QDateTime(date, QTime::fromMSecsSinceStartOfDay(int(msecs)));
 }
 
+namespace {
+// 100 ns ticks between 1601-01-01 and 1970-01-01.
+constexpr qint64 FiletimeUnixEpoch = 116444736000000000LL;
+} // namespace
+
+QDateTime FiletimeToQDateTime(uint64_t filetime)
+{
+    if (filetime == 0)
+        return {};
+    return QDateTime::fromMSecsSinceEpoch((qint64(filetime) - FiletimeUnixEpoch) / 10000, Qt::UTC);
+}
+
+uint64_t QDateTimeToFiletime(const QDateTime& value)
+{
+    return value.isValid() ? uint64_t(value.toMSecsSinceEpoch() * 10000 + FiletimeUnixEpoch) : 0;
+}
+
 TDateTime QDateTimeToDateTime(const QDateTime& value)
 {
     if (!value.isValid())

@@ -11,6 +11,11 @@ using TDateTime = double;
 QDateTime DateTimeToQDateTime(TDateTime value);
 TDateTime QDateTimeToDateTime(const QDateTime& value);
 
+// FILETIME: 100 ns ticks since 1601-01-01 UTC. An invalid date-time stands
+// for 0 (absent) both ways.
+QDateTime FiletimeToQDateTime(uint64_t filetime);
+uint64_t QDateTimeToFiletime(const QDateTime& value);
+
 // Short date, a blank and the long time in the user's locale; the time is
 // left out at exact midnight. Empty for a value of 0 or below.
 QString FormatDateTime(TDateTime value);

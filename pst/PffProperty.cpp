@@ -7,9 +7,6 @@ namespace tessaly::pst {
 
 namespace {
 
-// 100 ns ticks between 1601-01-01 and 1970-01-01.
-constexpr uint64_t FiletimeUnixEpoch = 116444736000000000ULL;
-
 } // namespace
 
 TPffRecordEntryHandle FindEntry(libpff_item_t* item, int set, uint32_t tag)
@@ -47,10 +44,7 @@ uint64_t ReadFiletime(libpff_item_t* item, int set, uint32_t tag)
 
 core::TDateTime FiletimeToLocal(uint64_t filetime)
 {
-    if (filetime == 0)
-        return 0;
-    const qint64 msecs = (qint64(filetime) - qint64(FiletimeUnixEpoch)) / 10000;
-    const QDateTime utc = QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC);
+    const QDateTime utc = core::FiletimeToQDateTime(filetime);
     if (!utc.isValid())
         return 0;
     return core::QDateTimeToDateTime(utc.toLocalTime());

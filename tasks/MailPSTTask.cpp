@@ -257,17 +257,15 @@ int TMailPSTTask::ConvertMail(TMailContext& context, const mail::IMailMessage& m
 {
     auto& data = static_cast<TContext&>(context);
     const auto stored = ToPSTMessage(message);
-    const QByteArray cls = stored->Value(pid::MessageClass);
-    const QString messageClass = QString::fromUtf16(reinterpret_cast<const char16_t*>(cls.constData()), cls.size() / 2);
-    data.Writer->AddMessage(TargetFolder(*data.Writer, message, messageClass), *stored);
-    ++data.Count;
+    data.Writer->AddMessage(TargetFolder(*data.Writer, message, stored->String(pid::MessageClass)), *stored);
     return trOK;
 }
 
 int TMailPSTTask::Commit(TMailContext& context, const QString& path)
 {
     auto& data = static_cast<TContext&>(context);
-    if (data.Count == 0)
+    const int count = data.Writer->MessageCount();
+    if (count == 0)
         return trSkipped;
     data.Writer->Finish();
     if (QFileInfo::exists(path) && !QFile::remove(path)) {
@@ -278,7 +276,7 @@ int TMailPSTTask::Commit(TMailContext& context, const QString& path)
         AddLog(0, QStringLiteral("Can not rename %1 to %2").arg(data.FileName, path));
         return trError;
     }
-    AddLog(1, QStringLiteral("%1 messages written to %2").arg(data.Count).arg(path));
+    AddLog(1, QStringLiteral("%1 messages written to %2").arg(count).arg(path));
     return trOK;
 }
 

@@ -22,7 +22,6 @@ public:
         explicit TContext(const QString& fileName);
         std::unique_ptr<TPSTWriter> Writer;
         QString FileName; // the file being written, renamed on commit
-        int Count = 0;
     };
 
     std::unique_ptr<TMailContext> CreateContext() override;

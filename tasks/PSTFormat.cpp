@@ -199,7 +199,6 @@ std::vector<QByteArray> SplitBlocks(const QByteArray& data, qsizetype size)
     return blocks;
 }
 
-uint64_t TNdbWriter::WriteData(const QByteArray& data) { return WriteBlocks(SplitBlocks(data)); }
 
 uint64_t TNdbWriter::WriteBlocks(const std::vector<QByteArray>& blocks)
 {
@@ -213,9 +212,6 @@ uint64_t TNdbWriter::WriteBlocks(const std::vector<QByteArray>& blocks)
         return 0;
     if (bids.size() == 1)
         return bids.front();
-    std::vector<uint64_t> sizes;
-    for (const QByteArray& block : blocks)
-        sizes.push_back(uint64_t(block.size()));
     // XBLOCKs over the data blocks, and an XXBLOCK over those when one is
     // not enough ([MS-PST] 2.2.2.8.3.2).
     constexpr size_t PerXBlock = (MaxBlockData - 8) / 8;
@@ -235,7 +231,7 @@ uint64_t TNdbWriter::WriteBlocks(const std::vector<QByteArray>& blocks)
         const size_t end = std::min(bids.size(), at + PerXBlock);
         uint64_t bytes = 0;
         for (size_t i = at; i < end; ++i)
-            bytes += sizes[i];
+            bytes += uint64_t(blocks[i].size());
         xbids.push_back(xblock(1, std::vector<uint64_t>(bids.begin() + qsizetype(at), bids.begin() + qsizetype(end)), bytes));
     }
     return xbids.size() == 1 ? xbids.front() : xblock(2, xbids, total);

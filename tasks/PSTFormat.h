@@ -43,7 +43,6 @@ enum TNidType : uint32_t {
 };
 
 constexpr uint32_t MakeNid(uint32_t type, uint32_t index) { return (index << 5) | type; }
-constexpr uint32_t NidType(uint32_t nid) { return nid & 0x1F; }
 
 // Property types.
 enum TPropType : uint16_t {
@@ -87,8 +86,6 @@ public:
 
     // One block of at most MaxBlockData bytes; returns its block id.
     uint64_t WriteBlock(const char* data, uint32_t size, bool internal = false);
-    // Any amount of data: one block, or a data tree over full blocks.
-    uint64_t WriteData(const QByteArray& data);
     // Data already cut into blocks (the pages of a heap): one block, or a
     // data tree over them. 0 for no blocks.
     uint64_t WriteBlocks(const std::vector<QByteArray>& blocks);

@@ -1,5 +1,6 @@
 #include "tasks/PSTWriter.h"
 
+#include "core/DateTime.h"
 #include "core/Exceptions.h"
 
 #include <algorithm>
@@ -38,14 +39,14 @@ QByteArray Utf16(const QString& text)
     return b;
 }
 
-QByteArray GuidBytes(const QUuid& id) { return id.toRfc4122().isEmpty() ? QByteArray(16, '\0') : [&] {
-        // A GUID is stored as data1..data3 little-endian, then data4 as is.
-        QByteArray b = Le32(id.data1);
-        b.append(char(id.data2 & 0xFF)).append(char(id.data2 >> 8));
-        b.append(char(id.data3 & 0xFF)).append(char(id.data3 >> 8));
-        b.append(reinterpret_cast<const char*>(id.data4), 8);
-        return b;
-    }();
+// A GUID as stored: data1 to data3 little-endian, then data4 as it is.
+QByteArray GuidBytes(const QUuid& id)
+{
+    QByteArray b = Le32(id.data1);
+    b.append(char(id.data2 & 0xFF)).append(char(id.data2 >> 8));
+    b.append(char(id.data3 & 0xFF)).append(char(id.data3 >> 8));
+    b.append(reinterpret_cast<const char*>(id.data4), 8);
+    return b;
 }
 
 const QUuid PS_MAPI{0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46};
@@ -135,12 +136,6 @@ QUuid PSETID_Appointment() { return {0x00062002, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0
 QUuid PSETID_Address() { return {0x00062004, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
 QUuid PS_PUBLIC_STRINGS() { return {0x00020329, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
 
-uint64_t ToFileTime(const QDateTime& utc)
-{
-    constexpr qint64 UnixEpoch = 116444736000000000LL;
-    return uint64_t(utc.toMSecsSinceEpoch() * 10000 + UnixEpoch);
-}
-
 // --- property bags -------------------------------------------------------------
 
 void TPSTPropertyBag::Set(uint32_t tag, QByteArray value)
@@ -165,7 +160,7 @@ void TPSTPropertyBag::SetBool(uint16_t id, bool value) { Set(Tag(id, ptBoolean),
 void TPSTPropertyBag::SetTime(uint16_t id, const QDateTime& time)
 {
     if (time.isValid())
-        Set(Tag(id, ptSysTime), Le64(ToFileTime(time)));
+        Set(Tag(id, ptSysTime), Le64(core::QDateTimeToFiletime(time)));
 }
 
 void TPSTPropertyBag::SetBinary(uint16_t id, const QByteArray& data)
@@ -188,12 +183,13 @@ void TPSTPropertyBag::SetNamedString(const QUuid& set, uint32_t lid, const QStri
 void TPSTPropertyBag::SetNamedTime(const QUuid& set, uint32_t lid, const QDateTime& time)
 {
     if (time.isValid())
-        SetNamed(set, lid, ptSysTime, Le64(ToFileTime(time)));
+        SetNamed(set, lid, ptSysTime, Le64(core::QDateTimeToFiletime(time)));
 }
 
-bool TPSTPropertyBag::Has(uint16_t id) const
+QString TPSTPropertyBag::String(uint16_t id) const
 {
-    return std::any_of(m_props.begin(), m_props.end(), [&](const TProp& p) { return TagId(p.tag) == id; });
+    const QByteArray value = Value(id);
+    return QString::fromUtf16(reinterpret_cast<const char16_t*>(value.constData()), value.size() / 2);
 }
 
 QByteArray TPSTPropertyBag::Value(uint16_t id) const
@@ -244,9 +240,7 @@ TPSTAttachment& TPSTMessage::AddAttachment(const QString& name, const QByteArray
 TPSTAttachment& TPSTMessage::AddEmbedded(std::shared_ptr<TPSTMessage> message)
 {
     TPSTAttachment& a = attachments.emplace_back();
-    QString name = QString::fromUtf16(reinterpret_cast<const char16_t*>(message->Value(pid::Subject).constData()),
-        message->Value(pid::Subject).size() / 2);
-    a.SetString(pid::DisplayName, name);
+    a.SetString(pid::DisplayName, message->String(pid::Subject));
     a.SetLong(pid::AttachMethod, 5);
     a.embedded = std::move(message);
     return a;
@@ -657,7 +651,7 @@ void TPSTWriter::Finish()
     for (uint32_t type = 0; type < 32; ++type)
         next[type] = MakeNid(type, 0x400);
     next[nidNormalFolder] = MakeNid(nidNormalFolder, m_nextFolder);
-    next[nidNormalMessage] = MakeNid(nidNormalMessage, std::max(m_nextMessage, m_nextLtp));
+    next[nidNormalMessage] = MakeNid(nidNormalMessage, m_nextMessage);
     next[nidLtp] = MakeNid(nidLtp, m_nextLtp);
     m_ndb.Finish(next);
     m_finished = true;

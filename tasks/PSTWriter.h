@@ -39,9 +39,6 @@ QUuid PSETID_Appointment();
 QUuid PSETID_Address();
 QUuid PS_PUBLIC_STRINGS();
 
-// UTC to FILETIME (100 ns since 1601) and back.
-uint64_t ToFileTime(const QDateTime& utc);
-
 struct TNamedProperty {
     QUuid set;
     uint32_t lid = 0; // a numbered property, or
@@ -62,8 +59,9 @@ public:
     void SetNamed(const QUuid& set, uint32_t lid, uint16_t type, QByteArray value);
     void SetNamedString(const QUuid& set, uint32_t lid, const QString& text);
     void SetNamedTime(const QUuid& set, uint32_t lid, const QDateTime& time);
-    bool Has(uint16_t id) const;
     QByteArray Value(uint16_t id) const;
+    // A string value as text; empty when it is not set.
+    QString String(uint16_t id) const;
     const std::vector<pstfmt::TProp>& Props() const { return m_props; }
     const std::vector<TNamedProperty>& Named() const { return m_named; }
 

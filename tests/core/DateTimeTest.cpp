@@ -59,3 +59,13 @@ TEST(DateTime, FormatInUsersLocale)
     EXPECT_EQ(FormatDateTime(0), QString());
     EXPECT_EQ(FormatDateTime(-3.5), QString());
 }
+
+TEST(DateTime, FiletimeBothWaysAndZeroForAbsent)
+{
+    const QDateTime leapDay(QDate(2024, 2, 29), QTime(13, 14, 15), Qt::UTC);
+    EXPECT_EQ(QDateTimeToFiletime(leapDay), 133536860550000000ULL);
+    EXPECT_EQ(FiletimeToQDateTime(133536860550000000ULL), leapDay);
+    EXPECT_EQ(FiletimeToQDateTime(116444736000000000ULL), QDateTime::fromMSecsSinceEpoch(0, Qt::UTC));
+    EXPECT_FALSE(FiletimeToQDateTime(0).isValid());
+    EXPECT_EQ(QDateTimeToFiletime(QDateTime()), 0u);
+}
