@@ -3,7 +3,7 @@
 // memory it needed.
 
 #include "core/Exceptions.h"
-#include "tasks/PSTGenerator.h"
+#include "pstfile/PSTGenerator.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -20,7 +20,7 @@ int main(int argc, char** argv)
     parser.setApplicationDescription(QStringLiteral("Writes a synthetic Outlook data file (Unicode PST)."));
     parser.addHelpOption();
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("the data file to write"));
-    const tasks::TGeneratorOptions defaults;
+    const pstfile::TGeneratorOptions defaults;
     struct TNumber {
         const char* name;
         const char* help;
@@ -57,7 +57,7 @@ int main(int argc, char** argv)
             return 2;
         }
     }
-    tasks::TGeneratorOptions options;
+    pstfile::TGeneratorOptions options;
     options.seed = uint32_t(values[0]);
     options.folders = int(values[1]);
     options.depth = int(values[2]);
@@ -74,7 +74,7 @@ int main(int argc, char** argv)
     QElapsedTimer timer;
     timer.start();
     try {
-        const auto result = tasks::GenerateDataFile(parser.positionalArguments().first(), options, [&](int64_t done) {
+        const auto result = pstfile::GenerateDataFile(parser.positionalArguments().first(), options, [&](int64_t done) {
             if (!quiet && done % 10000 == 0)
                 std::fprintf(stderr, "\r%lld messages", static_cast<long long>(done));
         });

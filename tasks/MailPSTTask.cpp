@@ -11,6 +11,8 @@
 
 namespace tessaly::tasks {
 
+using namespace pstfile;
+
 namespace {
 
 constexpr int MaxEmbeddingDepth = 8;

@@ -3,15 +3,15 @@
 // The data file writer: every message of a run goes into one new personal
 // folders file, below the source's folder names when the structure is kept.
 
+#include "pstfile/PSTWriter.h"
 #include "tasks/MailTask.h"
-#include "tasks/PSTWriter.h"
 
 namespace tessaly::tasks {
 
 // A message of any source as the data file writer stores it. Items of a
 // data file give their message class, address records and every contact
 // field; other sources what the message interfaces offer.
-std::shared_ptr<TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int depth = 0);
+std::shared_ptr<pstfile::TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int depth = 0);
 
 class TMailPSTTask : public TMailTask {
 public:
@@ -20,7 +20,7 @@ public:
     class TContext : public TMailContext {
     public:
         explicit TContext(const QString& fileName);
-        std::unique_ptr<TPSTWriter> Writer;
+        std::unique_ptr<pstfile::TPSTWriter> Writer;
         QString FileName; // the file being written, renamed on commit
     };
 
@@ -34,7 +34,7 @@ protected:
     void StartRun() override;
 
 private:
-    uint32_t TargetFolder(TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass);
+    uint32_t TargetFolder(pstfile::TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass);
     QString m_output;
 };
 

@@ -10,9 +10,9 @@
 #include "pst/PSTReport.h"
 #include "pst/PSTTestUtil.h"
 #include "pst/PffProperty.h"
+#include "pstfile/PSTGenerator.h"
 #include "tasks/MailExportSource.h"
 #include "tasks/MailPSTTask.h"
-#include "tasks/PSTGenerator.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -21,6 +21,7 @@
 #include <QRandomGenerator>
 
 using namespace tessaly;
+using namespace tessaly::pstfile;
 using namespace tessaly::tasks;
 using namespace tessaly::test;
 
@@ -66,9 +67,9 @@ TEST(PSTFormat, CrcAgreesWithTheBitwiseDefinitionAndChains)
 {
     for (int size : {0, 1, 3, 4, 5, 511, 8176}) {
         const QByteArray data = Bytes(size, uint32_t(size));
-        EXPECT_EQ(pstfmt::Crc(data.constData(), size_t(size)), BitwiseCrc(data)) << size;
+        EXPECT_EQ(pstfile::Crc(data.constData(), size_t(size)), BitwiseCrc(data)) << size;
         const qsizetype half = size / 3;
-        EXPECT_EQ(pstfmt::Crc(data.constData() + half, size_t(size - half), pstfmt::Crc(data.constData(), size_t(half))),
+        EXPECT_EQ(pstfile::Crc(data.constData() + half, size_t(size - half), pstfile::Crc(data.constData(), size_t(half))),
             BitwiseCrc(data))
             << size;
     }

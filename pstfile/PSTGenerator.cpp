@@ -1,13 +1,13 @@
-#include "tasks/PSTGenerator.h"
+#include "pstfile/PSTGenerator.h"
 
-#include "tasks/PSTWriter.h"
+#include "pstfile/PSTWriter.h"
 
 #include <QRegularExpression>
 #include <QStringList>
 #include <algorithm>
 #include <random>
 
-namespace tessaly::tasks {
+namespace tessaly::pstfile {
 
 namespace {
 
@@ -278,4 +278,4 @@ TGeneratorResult GenerateDataFile(const QString& fileName, const TGeneratorOptio
     return result;
 }
 
-} // namespace tessaly::tasks
+} // namespace tessaly::pstfile

@@ -1,71 +1,14 @@
-#include "tasks/PSTFormat.h"
+#include "pstfile/NdbWriter.h"
 
 #include "core/Exceptions.h"
+#include "pstfile/Endian.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace tessaly::tasks::pstfmt {
+namespace tessaly::pstfile {
 
 namespace {
-
-// Slicing-by-4 tables of the reflected polynomial.
-struct TCrcTables {
-    uint32_t t[4][256];
-    TCrcTables()
-    {
-        for (uint32_t i = 0; i < 256; ++i) {
-            uint32_t c = i;
-            for (int k = 0; k < 8; ++k)
-                c = (c & 1) ? (c >> 1) ^ 0xEDB88320u : c >> 1;
-            t[0][i] = c;
-        }
-        for (uint32_t i = 0; i < 256; ++i)
-            for (int k = 1; k < 4; ++k)
-                t[k][i] = (t[k - 1][i] >> 8) ^ t[0][t[k - 1][i] & 0xFF];
-    }
-};
-
-void Put16(char* p, uint16_t v)
-{
-    p[0] = char(v);
-    p[1] = char(v >> 8);
-}
-void Put32(char* p, uint32_t v)
-{
-    for (int i = 0; i < 4; ++i)
-        p[i] = char(v >> (8 * i));
-}
-void Put64(char* p, uint64_t v)
-{
-    for (int i = 0; i < 8; ++i)
-        p[i] = char(v >> (8 * i));
-}
-void Add16(QByteArray& b, uint16_t v)
-{
-    char p[2];
-    Put16(p, v);
-    b.append(p, 2);
-}
-void Add32(QByteArray& b, uint32_t v)
-{
-    char p[4];
-    Put32(p, v);
-    b.append(p, 4);
-}
-void Add64(QByteArray& b, uint64_t v)
-{
-    char p[8];
-    Put64(p, v);
-    b.append(p, 8);
-}
-
-// [MS-PST] 5.5: the signature of a block or page from its offset and id.
-uint16_t Signature(uint64_t ib, uint64_t bid)
-{
-    const uint32_t v = uint32_t(ib ^ bid);
-    return uint16_t((v >> 16) ^ (v & 0xFFFF));
-}
 
 constexpr uint64_t FirstAMap = 0x4400;
 constexpr uint64_t RegionSize = 496 * 8 * 64; // what one allocation map covers
@@ -79,38 +22,9 @@ bool HasFMap(uint64_t r) { return r >= FMapStart && (r - FMapStart) % FMapEvery 
 bool HasFPMap(uint64_t r) { return r >= FPMapStart && (r - FPMapStart) % FPMapEvery == 0; }
 uint64_t MapBytes(uint64_t r) { return PageSize * (1 + HasPMap(r) + HasFMap(r) + HasFPMap(r)); }
 
-constexpr uint8_t ptypeBBT = 0x80, ptypeNBT = 0x81, ptypeFMap = 0x82, ptypePMap = 0x83, ptypeAMap = 0x84,
-                  ptypeFPMap = 0x85;
 constexpr size_t BufferLimit = 8 << 20;
 
 } // namespace
-
-uint32_t Crc(const void* data, size_t size, uint32_t crc)
-{
-    static const TCrcTables tables;
-    const auto* p = static_cast<const uint8_t*>(data);
-    while (size >= 4) {
-        crc ^= uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-        crc = tables.t[3][crc & 0xFF] ^ tables.t[2][(crc >> 8) & 0xFF] ^ tables.t[1][(crc >> 16) & 0xFF]
-            ^ tables.t[0][crc >> 24];
-        p += 4;
-        size -= 4;
-    }
-    while (size--)
-        crc = tables.t[0][(crc ^ *p++) & 0xFF] ^ (crc >> 8);
-    return crc;
-}
-
-int FixedSize(uint16_t type)
-{
-    switch (type) {
-    case ptShort: return 2;
-    case ptLong: case ptFloat: case ptError: return 4;
-    case ptBoolean: return 1;
-    case ptDouble: case ptCurrency: case ptAppTime: case ptInt64: case ptSysTime: return 8;
-    default: return 0;
-    }
-}
 
 // --- node database -----------------------------------------------------------
 
@@ -547,8 +461,7 @@ uint32_t InlineValue(const QByteArray& value)
 {
     char p[4] = {};
     memcpy(p, value.constData(), std::min<size_t>(4, size_t(value.size())));
-    return uint32_t(uint8_t(p[0])) | uint32_t(uint8_t(p[1])) << 8 | uint32_t(uint8_t(p[2])) << 16
-        | uint32_t(uint8_t(p[3])) << 24;
+    return Get32(p);
 }
 
 } // namespace
@@ -677,4 +590,4 @@ std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const s
     return heap.Pages();
 }
 
-} // namespace tessaly::tasks::pstfmt
+} // namespace tessaly::pstfile

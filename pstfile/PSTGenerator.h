@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <functional>
 
-namespace tessaly::tasks {
+namespace tessaly::pstfile {
 
 struct TGeneratorOptions {
     uint32_t seed = 1;
@@ -36,4 +36,4 @@ struct TGeneratorResult {
 TGeneratorResult GenerateDataFile(const QString& fileName, const TGeneratorOptions& options,
     const std::function<void(int64_t)>& progress = {});
 
-} // namespace tessaly::tasks
+} // namespace tessaly::pstfile

@@ -9,6 +9,10 @@
 // Blocks are appended in the order they are written; nothing is written twice
 // except the map pages and the header, which are filled in at the end.
 
+#include "pstfile/Crypt.h"
+#include "pstfile/PropTags.h"
+#include "pstfile/Structs.h"
+
 #include <QByteArray>
 #include <QFile>
 #include <QString>
@@ -17,57 +21,10 @@
 #include <functional>
 #include <vector>
 
-namespace tessaly::tasks::pstfmt {
-
-// [MS-PST] 5.3: CRC-32 (polynomial 0xEDB88320) without pre- or post-inversion.
-uint32_t Crc(const void* data, size_t size, uint32_t crc = 0);
+namespace tessaly::pstfile {
 
 constexpr uint32_t MaxBlockData = 8176; // 8192 less the block trailer
 constexpr uint32_t MaxHeapItem = 3580;  // the largest heap allocation
-
-// Node identifier types ([MS-PST] 2.2.2.1).
-enum TNidType : uint32_t {
-    nidHid = 0x00,
-    nidInternal = 0x01,
-    nidNormalFolder = 0x02,
-    nidSearchFolder = 0x03,
-    nidNormalMessage = 0x04,
-    nidAttachment = 0x05,
-    nidHierarchyTable = 0x0D,
-    nidContentsTable = 0x0E,
-    nidAssocContentsTable = 0x0F,
-    nidSearchContentsTable = 0x10,
-    nidAttachmentTable = 0x11,
-    nidRecipientTable = 0x12,
-    nidLtp = 0x1F,
-};
-
-constexpr uint32_t MakeNid(uint32_t type, uint32_t index) { return (index << 5) | type; }
-
-// Property types.
-enum TPropType : uint16_t {
-    ptShort = 0x0002,
-    ptLong = 0x0003,
-    ptFloat = 0x0004,
-    ptDouble = 0x0005,
-    ptCurrency = 0x0006,
-    ptAppTime = 0x0007,
-    ptError = 0x000A,
-    ptBoolean = 0x000B,
-    ptObject = 0x000D,
-    ptInt64 = 0x0014,
-    ptString8 = 0x001E,
-    ptUnicode = 0x001F,
-    ptSysTime = 0x0040,
-    ptClsid = 0x0048,
-    ptBinary = 0x0102,
-};
-
-constexpr uint32_t Tag(uint16_t id, uint16_t type) { return (uint32_t(id) << 16) | type; }
-constexpr uint16_t TagId(uint32_t tag) { return uint16_t(tag >> 16); }
-constexpr uint16_t TagType(uint32_t tag) { return uint16_t(tag & 0xFFFF); }
-// Bytes a value of a fixed-size type takes; 0 for variable-size types.
-int FixedSize(uint16_t type);
 
 struct TSubnode {
     uint32_t nid = 0;
@@ -184,4 +141,4 @@ struct TTableRow {
 std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const std::vector<TTableRow>& rows,
     const TSubnodeSink& sink);
 
-} // namespace tessaly::tasks::pstfmt
+} // namespace tessaly::pstfile

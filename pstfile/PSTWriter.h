@@ -5,7 +5,7 @@
 // (by value or attached messages) and named properties. Messages are written
 // as they are added; folders, tables, the store and the maps at Finish.
 
-#include "tasks/PSTFormat.h"
+#include "pstfile/NdbWriter.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -13,26 +13,7 @@
 #include <map>
 #include <memory>
 
-namespace tessaly::tasks {
-
-// Property ids this program writes.
-namespace pid {
-constexpr uint16_t Importance = 0x0017, MessageClass = 0x001A, Priority = 0x0026, Sensitivity = 0x0036,
-                   Subject = 0x0037, ClientSubmitTime = 0x0039, SentRepresentingName = 0x0042,
-                   SentRepresentingAddrType = 0x0064, SentRepresentingEmail = 0x0065, ConversationTopic = 0x0070,
-                   TransportHeaders = 0x007D, SenderName = 0x0C1A, SenderAddrType = 0x0C1E, SenderEmail = 0x0C1F,
-                   RecipientType = 0x0C15, DisplayBcc = 0x0E02, DisplayCc = 0x0E03, DisplayTo = 0x0E04,
-                   DeliveryTime = 0x0E06, MessageFlags = 0x0E07, MessageSize = 0x0E08, MessageStatus = 0x0E17,
-                   HasAttach = 0x0E1B, RtfInSync = 0x0E1F, AttachSize = 0x0E20, Body = 0x1000, RtfCompressed = 0x1009,
-                   Html = 0x1013, InternetMessageId = 0x1035, RowId = 0x3000, DisplayName = 0x3001, AddrType = 0x3002,
-                   EmailAddress = 0x3003, CreationTime = 0x3007, LastModificationTime = 0x3008,
-                   ContentCount = 0x3602, ContentUnread = 0x3603, Subfolders = 0x360A, ContainerClass = 0x3613,
-                   AttachDataBin = 0x3701, AttachFilename = 0x3704, AttachMethod = 0x3705, AttachLongFilename = 0x3707,
-                   RenderingPosition = 0x370B, AttachMimeTag = 0x370E, AttachContentId = 0x3712,
-                   AttachContentLocation = 0x3713, SmtpAddress = 0x39FE, DisplayType = 0x3900, InternetCodepage = 0x3FDE,
-                   SenderSmtpAddress = 0x5D01, SentRepresentingSmtpAddress = 0x5D02, RecipientDisplayName = 0x5FF6,
-                   ObjectType = 0x0FFE, RecordKey = 0x0FF9, Responsibility = 0x0E0F;
-} // namespace pid
+namespace tessaly::pstfile {
 
 // The property sets of the named properties this program writes.
 QUuid PSETID_Appointment();
@@ -62,11 +43,11 @@ public:
     QByteArray Value(uint16_t id) const;
     // A string value as text; empty when it is not set.
     QString String(uint16_t id) const;
-    const std::vector<pstfmt::TProp>& Props() const { return m_props; }
+    const std::vector<TProp>& Props() const { return m_props; }
     const std::vector<TNamedProperty>& Named() const { return m_named; }
 
 private:
-    std::vector<pstfmt::TProp> m_props;
+    std::vector<TProp> m_props;
     std::vector<TNamedProperty> m_named;
 };
 
@@ -109,7 +90,7 @@ public:
     TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId = QUuid::createUuid());
     ~TPSTWriter();
 
-    static constexpr uint32_t RootFolder = 0x122;
+    static constexpr uint32_t RootFolder = nidRootFolder;
     uint32_t SpecialFolder(TPSTSpecialFolder folder) const;
     // A folder below parent; its class says what it holds ("IPF.Note",
     // "IPF.Contact", "IPF.Appointment", ...); an empty class is not written.
@@ -132,14 +113,14 @@ private:
         std::vector<QByteArray> rows;   // contents table cells, packed
         std::vector<std::pair<uint64_t, uint64_t>> blocks; // the messages' data and subnode blocks
     };
-    using TSubnodes = std::vector<pstfmt::TSubnode>;
+    using TSubnodes = std::vector<TSubnode>;
     struct TNodeData {
         uint64_t bidData, bidSub;
         uint32_t size;
     };
-    TNodeData WriteMessage(const TPSTMessage& message, std::vector<pstfmt::TProp> extra);
-    pstfmt::TSubnodeSink Sink(TSubnodes& subnodes);
-    std::vector<pstfmt::TProp> Resolve(const TPSTPropertyBag& bag);
+    TNodeData WriteMessage(const TPSTMessage& message, std::vector<TProp> extra);
+    TSubnodeSink Sink(TSubnodes& subnodes);
+    std::vector<TProp> Resolve(const TPSTPropertyBag& bag);
     uint16_t NamedId(const TNamedProperty& named);
     QByteArray EntryId(uint32_t nid) const;
     static TPSTPropertyBag FolderCells(const TFolder& folder);
@@ -149,7 +130,7 @@ private:
     void WriteNameMap();
     void WriteTemplates();
 
-    pstfmt::TNdbWriter m_ndb;
+    TNdbWriter m_ndb;
     QString m_storeName;
     QUuid m_storeId;
     std::map<uint32_t, TFolder> m_folders;
@@ -165,4 +146,4 @@ private:
     bool m_finished = false;
 };
 
-} // namespace tessaly::tasks
+} // namespace tessaly::pstfile

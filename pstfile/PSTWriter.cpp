@@ -1,30 +1,27 @@
-#include "tasks/PSTWriter.h"
+#include "pstfile/PSTWriter.h"
 
 #include "core/DateTime.h"
 #include "core/Exceptions.h"
+#include "pstfile/Endian.h"
 
 #include <algorithm>
 #include <cstring>
 
-namespace tessaly::tasks {
-
-using namespace pstfmt;
+namespace tessaly::pstfile {
 
 namespace {
 
 QByteArray Le32(uint32_t v)
 {
-    QByteArray b(4, '\0');
-    for (int i = 0; i < 4; ++i)
-        b[i] = char(v >> (8 * i));
+    QByteArray b;
+    Add32(b, v);
     return b;
 }
 
 QByteArray Le64(uint64_t v)
 {
-    QByteArray b(8, '\0');
-    for (int i = 0; i < 8; ++i)
-        b[i] = char(v >> (8 * i));
+    QByteArray b;
+    Add64(b, v);
     return b;
 }
 
@@ -42,16 +39,17 @@ QByteArray Utf16(const QString& text)
 // A GUID as stored: data1 to data3 little-endian, then data4 as it is.
 QByteArray GuidBytes(const QUuid& id)
 {
-    QByteArray b = Le32(id.data1);
-    b.append(char(id.data2 & 0xFF)).append(char(id.data2 >> 8));
-    b.append(char(id.data3 & 0xFF)).append(char(id.data3 >> 8));
+    QByteArray b;
+    Add32(b, id.data1);
+    Add16(b, id.data2);
+    Add16(b, id.data3);
     b.append(reinterpret_cast<const char*>(id.data4), 8);
     return b;
 }
 
 const QUuid PS_MAPI{0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46};
 
-constexpr uint32_t NidMessageStore = 0x21, NidNameToIdMap = 0x61, NidRecipientTable = 0x692,
+constexpr uint32_t NidRecipientTable = 0x692,
                    NidAttachmentTable = 0x671, NidHierarchyTemplate = 0x60D, NidContentsTemplate = 0x60E,
                    NidAssocTemplate = 0x60F;
 
@@ -98,14 +96,8 @@ QByteArray PackCells(const std::vector<TProp>& props)
 std::vector<TProp> UnpackCells(const QByteArray& b)
 {
     std::vector<TProp> cells;
-    auto u32 = [&](qsizetype at) {
-        uint32_t v = 0;
-        for (int i = 0; i < 4; ++i)
-            v |= uint32_t(uint8_t(b[at + i])) << (8 * i);
-        return v;
-    };
     for (qsizetype at = 0; at + 8 <= b.size();) {
-        const uint32_t tag = u32(at), size = u32(at + 4);
+        const uint32_t tag = Get32(b.constData() + at), size = Get32(b.constData() + at + 4);
         cells.push_back({tag, b.mid(at + 8, size)});
         at += 8 + qsizetype(size);
     }
@@ -565,7 +557,7 @@ void TPSTWriter::WriteStore()
     store.SetLong(0x67FF, 0);    // no password
     TSubnodes subnodes;
     const uint64_t bidData = m_ndb.WriteBlocks(BuildPropertyContext(store.Props(), Sink(subnodes)));
-    m_ndb.AddNode(NidMessageStore, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);
+    m_ndb.AddNode(nidMessageStore, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);
 }
 
 void TPSTWriter::WriteNameMap()
@@ -606,12 +598,11 @@ void TPSTWriter::WriteNameMap()
         }
         const uint16_t guidField = uint16_t(guidIndex << 1 | (isString ? 1 : 0));
         QByteArray record = Le32(key);
-        record.append(char(guidField & 0xFF)).append(char(guidField >> 8));
-        const uint16_t index = uint16_t(id - 0x8000);
-        record.append(char(index & 0xFF)).append(char(index >> 8));
+        Add16(record, guidField);
+        Add16(record, uint16_t(id - 0x8000));
         entries.append(record);
         QByteArray hashed = record;
-        memcpy(hashed.data(), Le32(hash).constData(), 4);
+        Put32(hashed.data(), hash);
         buckets[(hash ^ guidField) % Buckets].append(hashed);
     }
     TPSTPropertyBag map;
@@ -624,7 +615,7 @@ void TPSTWriter::WriteNameMap()
             map.Set(Tag(uint16_t(0x1000 + b), ptBinary), buckets[b]);
     TSubnodes subnodes;
     const uint64_t bidData = m_ndb.WriteBlocks(BuildPropertyContext(map.Props(), Sink(subnodes)));
-    m_ndb.AddNode(NidNameToIdMap, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);
+    m_ndb.AddNode(nidNameToIdMap, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);
 }
 
 void TPSTWriter::WriteTemplates()
@@ -657,4 +648,4 @@ void TPSTWriter::Finish()
     m_finished = true;
 }
 
-} // namespace tessaly::tasks
+} // namespace tessaly::pstfile
