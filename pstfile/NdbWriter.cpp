@@ -10,17 +10,28 @@ namespace tessaly::pstfile {
 
 namespace {
 
-constexpr uint64_t FirstAMap = 0x4400;
-constexpr uint64_t RegionSize = 496 * 8 * 64; // what one allocation map covers
+// The pages of the allocation maps ([MS-PST] 2.2.2.7.2 to 2.2.2.7.6): a
+// bitmap or byte map, and the trailer.
+struct TMapPageUnicode {
+    uint8_t rgb[496];
+    TPageTrailerUnicode trailer;
+};
+static_assert(sizeof(TMapPageUnicode) == 512);
+
 constexpr uint64_t PageSize = 512;
-constexpr uint32_t FMapStart = 128, FMapEvery = 496;
-constexpr uint32_t FPMapStart = 128 * 8 * 8, FPMapEvery = 496 * 8 * 8;
+constexpr uint64_t BlockAlign = 64;
+constexpr uint64_t FirstAMap = 0x4400;
+constexpr uint64_t MapBytes = sizeof(TMapPageUnicode::rgb);
+constexpr uint64_t RegionSize = MapBytes * 8 * BlockAlign; // what one allocation map covers
+constexpr uint32_t FMapStart = 128, FMapEvery = MapBytes;
+constexpr uint32_t FPMapStart = 128 * 8 * 8, FPMapEvery = MapBytes * 8 * 8;
+constexpr uint16_t VerClient = 19;
 
 uint64_t RegionStart(uint64_t r) { return FirstAMap + r * RegionSize; }
 bool HasPMap(uint64_t r) { return r % 8 == 0; }
 bool HasFMap(uint64_t r) { return r >= FMapStart && (r - FMapStart) % FMapEvery == 0; }
 bool HasFPMap(uint64_t r) { return r >= FPMapStart && (r - FPMapStart) % FPMapEvery == 0; }
-uint64_t MapBytes(uint64_t r) { return PageSize * (1 + HasPMap(r) + HasFMap(r) + HasFPMap(r)); }
+uint64_t MapPages(uint64_t r) { return PageSize * (1 + HasPMap(r) + HasFMap(r) + HasFPMap(r)); }
 
 constexpr size_t BufferLimit = 8 << 20;
 
@@ -75,7 +86,7 @@ uint64_t TNdbWriter::Allocate(uint32_t size, uint32_t align)
     uint64_t ib = (m_eof + align - 1) / align * align;
     for (;;) {
         const uint64_t r = (ib - FirstAMap) / RegionSize;
-        const uint64_t first = RegionStart(r) + MapBytes(r);
+        const uint64_t first = RegionStart(r) + MapPages(r);
         if (ib < first)
             ib = first;
         if (ib + size <= RegionStart(r + 1))
@@ -89,16 +100,16 @@ uint64_t TNdbWriter::Allocate(uint32_t size, uint32_t align)
 uint64_t TNdbWriter::WriteBlock(const char* data, uint32_t size, bool internal)
 {
     Q_ASSERT(size <= MaxBlockData);
-    const uint32_t total = (size + 16 + 63) / 64 * 64;
-    const uint64_t ib = Allocate(total, 64);
+    TBlockTrailerUnicode trailer{};
+    const uint32_t total = uint32_t((size + sizeof trailer + BlockAlign - 1) / BlockAlign * BlockAlign);
+    const uint64_t ib = Allocate(total, BlockAlign);
     const uint64_t bid = (m_nextBid++ << 2) | (internal ? 2 : 0);
-    char trailer[16];
-    Put16(trailer, uint16_t(size));
-    Put16(trailer + 2, Signature(ib, bid));
-    Put32(trailer + 4, Crc(data, size));
-    Put64(trailer + 8, bid);
+    trailer.cb = uint16_t(size);
+    trailer.wSig = Signature(ib, bid);
+    trailer.dwCRC = Crc(data, size);
+    trailer.bid = bid;
     Put(ib, data, size);
-    Put(ib + total - 16, trailer, 16);
+    Put(ib + total - sizeof trailer, reinterpret_cast<const char*>(&trailer), sizeof trailer);
     m_blocks.push_back({bid, ib, uint16_t(size)});
     return bid;
 }
@@ -128,14 +139,12 @@ uint64_t TNdbWriter::WriteBlocks(const std::vector<QByteArray>& blocks)
         return bids.front();
     // XBLOCKs over the data blocks, and an XXBLOCK over those when one is
     // not enough ([MS-PST] 2.2.2.8.3.2).
-    constexpr size_t PerXBlock = (MaxBlockData - 8) / 8;
+    constexpr size_t PerXBlock = (MaxBlockData - sizeof(TXBlockHeader)) / sizeof(uint64_t);
     if (total > 0xFFFFFFFFull || bids.size() > PerXBlock * PerXBlock)
         throw core::ETessalyError(QStringLiteral("A value of %1 bytes is too large for a data file").arg(total));
     auto xblock = [&](uint8_t level, const std::vector<uint64_t>& ids, uint64_t bytes) {
         QByteArray b;
-        b.append(char(0x01)).append(char(level));
-        Add16(b, uint16_t(ids.size()));
-        Add32(b, uint32_t(bytes));
+        Append(b, TXBlockHeader{0x01, level, uint16_t(ids.size()), uint32_t(bytes)});
         for (uint64_t id : ids)
             Add64(b, id);
         return WriteBlock(b.constData(), uint32_t(b.size()), true);
@@ -156,33 +165,31 @@ uint64_t TNdbWriter::WriteSubnodes(std::vector<TSubnode> subnodes)
     if (subnodes.empty())
         return 0;
     std::sort(subnodes.begin(), subnodes.end(), [](const TSubnode& a, const TSubnode& b) { return a.nid < b.nid; });
-    constexpr size_t PerSL = (MaxBlockData - 8) / 24, PerSI = (MaxBlockData - 8) / 16;
+    // Unicode files pad the header of a subnode block to 8 bytes.
+    constexpr size_t Header = sizeof(TSubnodeBlockHeader) + 4;
+    constexpr size_t PerSL = (MaxBlockData - Header) / sizeof(TSLEntryUnicode),
+                     PerSI = (MaxBlockData - Header) / sizeof(TSIEntryUnicode);
+    auto header = [](uint8_t level, size_t count) {
+        QByteArray b;
+        Append(b, TSubnodeBlockHeader{0x02, level, uint16_t(count)});
+        Add32(b, 0);
+        return b;
+    };
     if (subnodes.size() > PerSL * PerSI)
         throw core::ETessalyError(QStringLiteral("Too many parts in one item: %1").arg(subnodes.size()));
     std::vector<std::pair<uint32_t, uint64_t>> leaves;
     for (size_t at = 0; at < subnodes.size(); at += PerSL) {
         const size_t end = std::min(subnodes.size(), at + PerSL);
-        QByteArray b;
-        b.append(char(0x02)).append(char(0));
-        Add16(b, uint16_t(end - at));
-        Add32(b, 0);
-        for (size_t i = at; i < end; ++i) {
-            Add64(b, subnodes[i].nid);
-            Add64(b, subnodes[i].bidData);
-            Add64(b, subnodes[i].bidSub);
-        }
+        QByteArray b = header(0, end - at);
+        for (size_t i = at; i < end; ++i)
+            Append(b, TSLEntryUnicode{subnodes[i].nid, subnodes[i].bidData, subnodes[i].bidSub});
         leaves.emplace_back(subnodes[at].nid, WriteBlock(b.constData(), uint32_t(b.size()), true));
     }
     if (leaves.size() == 1)
         return leaves.front().second;
-    QByteArray b;
-    b.append(char(0x02)).append(char(1));
-    Add16(b, uint16_t(leaves.size()));
-    Add32(b, 0);
-    for (const auto& [nid, bid] : leaves) {
-        Add64(b, nid);
-        Add64(b, bid);
-    }
+    QByteArray b = header(1, leaves.size());
+    for (const auto& [nid, bid] : leaves)
+        Append(b, TSIEntryUnicode{nid, bid});
     return WriteBlock(b.constData(), uint32_t(b.size()), true);
 }
 
@@ -191,56 +198,52 @@ void TNdbWriter::AddNode(uint32_t nid, uint64_t bidData, uint64_t bidSub, uint32
     m_nodes.push_back({nid, nidParent, bidData, bidSub});
 }
 
-TNdbWriter::TPageRef TNdbWriter::WritePage(uint8_t ptype, const QByteArray& body, uint8_t cEnt, uint8_t cEntMax,
-    uint8_t cbEnt, uint8_t cLevel, uint64_t key)
+TNdbWriter::TPageRef TNdbWriter::WritePage(uint8_t ptype, const QByteArray& entries, const TBTPageCountsSmall& counts,
+    uint64_t key)
 {
-    char page[PageSize] = {};
-    memcpy(page, body.constData(), size_t(body.size()));
-    page[488] = char(cEnt);
-    page[489] = char(cEntMax);
-    page[490] = char(cbEnt);
-    page[491] = char(cLevel);
-    const uint64_t ib = Allocate(PageSize, PageSize);
+    TBTPageUnicode page{};
+    memcpy(page.rgentries, entries.constData(), size_t(entries.size()));
+    page.counts = counts;
+    const uint64_t ib = Allocate(sizeof page, PageSize);
     const uint64_t bid = m_nextPage++ << 2;
-    page[496] = char(ptype);
-    page[497] = char(ptype);
-    Put16(page + 498, Signature(ib, bid));
-    Put32(page + 500, Crc(page, 496));
-    Put64(page + 504, bid);
-    Put(ib, page, PageSize);
+    page.trailer.ptype = ptype;
+    page.trailer.ptypeRepeat = ptype;
+    page.trailer.wSig = Signature(ib, bid);
+    page.trailer.dwCRC = Crc(&page, offsetof(TBTPageUnicode, trailer));
+    page.trailer.bid = bid;
+    Put(ib, reinterpret_cast<const char*>(&page), sizeof page);
     return {key, bid, ib};
 }
 
 TNdbWriter::TPageRef TNdbWriter::WriteBTree(uint8_t ptype, size_t count, uint8_t cbEnt, const TEntryWriter& entry)
 {
     // Leaves, then index levels of (first key, BREF) until one page is left.
+    constexpr size_t EntryBytes = sizeof(TBTPageUnicode::rgentries);
     std::vector<TPageRef> level;
-    const size_t perLeaf = 488 / cbEnt;
+    const size_t perLeaf = EntryBytes / cbEnt;
     size_t at = 0;
     do {
         const size_t end = std::min(count, at + perLeaf);
-        QByteArray body(qsizetype((end - at) * cbEnt), '\0');
+        QByteArray entries(qsizetype((end - at) * cbEnt), '\0');
         uint64_t first = 0;
         for (size_t i = at; i < end; ++i) {
-            const uint64_t key = entry(i, body.data() + (i - at) * cbEnt);
+            const uint64_t key = entry(i, entries.data() + (i - at) * cbEnt);
             if (i == at)
                 first = key;
         }
-        level.push_back(WritePage(ptype, body, uint8_t(end - at), uint8_t(perLeaf), cbEnt, 0, first));
+        level.push_back(WritePage(ptype, entries, {uint8_t(end - at), uint8_t(perLeaf), cbEnt, 0}, first));
         at = end;
     } while (at < count);
-    constexpr size_t PerIndex = 488 / 24;
+    constexpr size_t PerIndex = EntryBytes / sizeof(TBTEntryUnicode);
     for (uint8_t depth = 1; level.size() > 1; ++depth) {
         std::vector<TPageRef> upper;
         for (size_t from = 0; from < level.size(); from += PerIndex) {
             const size_t end = std::min(level.size(), from + PerIndex);
-            QByteArray body;
-            for (size_t i = from; i < end; ++i) {
-                Add64(body, level[i].key);
-                Add64(body, level[i].bid);
-                Add64(body, level[i].ib);
-            }
-            upper.push_back(WritePage(ptype, body, uint8_t(end - from), uint8_t(PerIndex), 24, depth, level[from].key));
+            QByteArray entries;
+            for (size_t i = from; i < end; ++i)
+                Append(entries, TBTEntryUnicode{level[i].key, {level[i].bid, level[i].ib}});
+            upper.push_back(WritePage(ptype, entries,
+                {uint8_t(end - from), uint8_t(PerIndex), uint8_t(sizeof(TBTEntryUnicode)), depth}, level[from].key));
         }
         level = std::move(upper);
     }
@@ -250,23 +253,15 @@ TNdbWriter::TPageRef TNdbWriter::WriteBTree(uint8_t ptype, size_t count, uint8_t
 void TNdbWriter::Finish(const std::array<uint32_t, 32>& nextNids)
 {
     std::sort(m_nodes.begin(), m_nodes.end(), [](const TNodeRef& a, const TNodeRef& b) { return a.nid < b.nid; });
-    const TPageRef nbt = WriteBTree(ptypeNBT, m_nodes.size(), 32, [&](size_t i, char* out) {
+    const TPageRef nbt = WriteBTree(ptypeNBT, m_nodes.size(), sizeof(TNBTEntryUnicode), [&](size_t i, char* out) {
         const TNodeRef& node = m_nodes[i];
-        Put64(out, node.nid);
-        Put64(out + 8, node.bidData);
-        Put64(out + 16, node.bidSub);
-        Put32(out + 24, node.nidParent);
-        Put32(out + 28, 0);
+        Store(out, TNBTEntryUnicode{node.nid, node.bidData, node.bidSub, node.nidParent, 0});
         return uint64_t(node.nid);
     });
     // Block ids were handed out in increasing order, so the list is sorted.
-    const TPageRef bbt = WriteBTree(ptypeBBT, m_blocks.size(), 24, [&](size_t i, char* out) {
+    const TPageRef bbt = WriteBTree(ptypeBBT, m_blocks.size(), sizeof(TBBTEntryUnicode), [&](size_t i, char* out) {
         const TBlockRef& block = m_blocks[i];
-        Put64(out, block.bid);
-        Put64(out + 8, block.ib);
-        Put16(out + 16, block.cb);
-        Put16(out + 18, 1); // references
-        Put32(out + 20, 0);
+        Store(out, TBBTEntryUnicode{{block.bid, block.ib}, block.cb, 1, 0}); // one reference
         return block.bid;
     });
     Flush();
@@ -283,75 +278,77 @@ void TNdbWriter::WriteMaps()
     // Everything below the end of the file is in use (blocks are never
     // freed), so only the last region has free space.
     const uint64_t regions = (m_eof - FirstAMap + RegionSize - 1) / RegionSize;
-    auto freeSlots = [&](uint64_t r) { return RegionSize / 64 - std::min(RegionSize, m_eof - RegionStart(r)) / 64; };
-    auto freeRun = [&](uint64_t r) { return char(r < regions ? std::min<uint64_t>(255, freeSlots(r)) : 0); };
-    auto writeMap = [&](uint64_t ib, uint8_t ptype, const char* bits) {
-        char page[PageSize] = {};
-        memcpy(page, bits, 496);
-        page[496] = char(ptype);
-        page[497] = char(ptype);
-        Put32(page + 500, Crc(page, 496));
-        Put64(page + 504, ib);
-        if (!m_file.seek(qint64(ib)) || m_file.write(page, PageSize) != qint64(PageSize))
+    const uint64_t perRegion = RegionSize / BlockAlign;
+    auto freeSlots = [&](uint64_t r) { return perRegion - std::min(RegionSize, m_eof - RegionStart(r)) / BlockAlign; };
+    auto freeRun = [&](uint64_t r) { return uint8_t(r < regions ? std::min<uint64_t>(255, freeSlots(r)) : 0); };
+    auto writeMap = [&](uint64_t ib, uint8_t ptype, const TMapPageUnicode& map) {
+        TMapPageUnicode page = map;
+        page.trailer = {};
+        page.trailer.ptype = ptype;
+        page.trailer.ptypeRepeat = ptype;
+        page.trailer.dwCRC = Crc(page.rgb, sizeof page.rgb);
+        page.trailer.bid = ib;
+        if (!m_file.seek(qint64(ib)) || m_file.write(reinterpret_cast<const char*>(&page), sizeof page) != qint64(sizeof page))
             throw core::ETessalyError(
                 QStringLiteral("Can not write %1: %2").arg(m_file.fileName(), m_file.errorString()));
     };
-    const QByteArray allSet(496, char(0xFF));
+    TMapPageUnicode allSet{};
+    memset(allSet.rgb, 0xFF, sizeof allSet.rgb);
     for (uint64_t r = 0; r < regions; ++r) {
-        const uint64_t used = RegionSize / 64 - freeSlots(r);
-        char bits[496] = {};
+        const uint64_t used = perRegion - freeSlots(r);
+        TMapPageUnicode amap{};
         for (uint64_t slot = 0; slot < used; ++slot)
-            bits[slot / 8] = char(uint8_t(bits[slot / 8]) | (0x80 >> (slot % 8)));
-        m_amapFree += freeSlots(r) * 64;
+            amap.rgb[slot / 8] |= uint8_t(0x80 >> (slot % 8));
+        m_amapFree += freeSlots(r) * BlockAlign;
         m_lastAMap = RegionStart(r);
         uint64_t ib = RegionStart(r);
-        writeMap(ib, ptypeAMap, bits);
+        writeMap(ib, ptypeAMap, amap);
         if (HasPMap(r))
-            writeMap(ib += PageSize, ptypePMap, allSet.constData());
+            writeMap(ib += PageSize, ptypePMap, allSet);
         if (HasFMap(r)) {
-            char fmap[496];
-            for (uint64_t k = 0; k < 496; ++k)
-                fmap[k] = freeRun(r + k);
+            TMapPageUnicode fmap{};
+            for (uint64_t k = 0; k < sizeof fmap.rgb; ++k)
+                fmap.rgb[k] = freeRun(r + k);
             writeMap(ib += PageSize, ptypeFMap, fmap);
         }
         if (HasFPMap(r))
-            writeMap(ib += PageSize, ptypeFPMap, allSet.constData());
+            writeMap(ib += PageSize, ptypeFPMap, allSet);
     }
-    for (uint64_t r = 0; r < 128; ++r)
-        m_initialFMap[r] = uint8_t(freeRun(r));
+    for (uint64_t r = 0; r < m_initialFMap.size(); ++r)
+        m_initialFMap[r] = freeRun(r);
 }
 
 void TNdbWriter::WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPageRef& nbt, const TPageRef& bbt)
 {
-    char h[564] = {};
-    memcpy(h, "!BDN", 4);
-    Put16(h + 8, 0x4D53);  // "SM"
-    Put16(h + 10, 23);     // Unicode
-    Put16(h + 12, 19);
-    h[14] = 1;
-    h[15] = 1;
-    Put64(h + 32, m_nextPage << 2);
-    Put32(h + 40, 1);
-    for (int i = 0; i < 32; ++i)
-        Put32(h + 44 + 4 * i, nextNids[size_t(i)]);
-    char* root = h + 180;
-    Put64(root + 4, m_eof);
-    Put64(root + 12, m_lastAMap);
-    Put64(root + 20, m_amapFree);
-    Put64(root + 28, 0);
-    Put64(root + 36, nbt.bid);
-    Put64(root + 44, nbt.ib);
-    Put64(root + 52, bbt.bid);
-    Put64(root + 60, bbt.ib);
-    root[68] = 2; // VALID_AMAP2
-    memcpy(h + 256, m_initialFMap.data(), 128);
-    memset(h + 384, 0xFF, 128);
-    h[512] = char(0x80);
-    h[513] = 0; // no encoding
-    Put64(h + 516, m_nextBid << 2);
-    Put32(h + 4, Crc(h + 8, 471));
-    Put32(h + 524, Crc(h + 8, 516));
-    if (!m_file.resize(qint64(m_eof)) || !m_file.seek(0) || m_file.write(h, sizeof h) != qint64(sizeof h))
+    THeaderUnicode h{};
+    h.start.dwMagic = HeaderMagic;
+    h.start.wMagicClient = MagicClientPst;
+    h.start.wVer = VerUnicode;
+    h.start.wVerClient = VerClient;
+    h.start.bPlatformCreate = 1;
+    h.start.bPlatformAccess = 1;
+    h.bidNextP = m_nextPage << 2;
+    h.dwUnique = 1;
+    std::copy(nextNids.begin(), nextNids.end(), h.rgnid);
+    h.root.ibFileEof = m_eof;
+    h.root.ibAMapLast = m_lastAMap;
+    h.root.cbAMapFree = m_amapFree;
+    h.root.cbPMapFree = 0;
+    h.root.brefNBT = {nbt.bid, nbt.ib};
+    h.root.brefBBT = {bbt.bid, bbt.ib};
+    h.root.fAMapValid = 2; // VALID_AMAP2
+    std::copy(m_initialFMap.begin(), m_initialFMap.end(), h.rgbFM);
+    memset(h.rgbFP, 0xFF, sizeof h.rgbFP);
+    h.bSentinel = 0x80;
+    h.bCryptMethod = CryptNone;
+    h.bidNextB = m_nextBid << 2;
+    // Both checksums start after dwCRCPartial; the partial one covers 471
+    // bytes, the full one everything up to dwCRCFull.
+    constexpr size_t CrcStart = offsetof(THeaderStart, wMagicClient);
+    const auto* bytes = reinterpret_cast<const char*>(&h);
+    h.start.dwCRCPartial = Crc(bytes + CrcStart, 471);
+    h.dwCRCFull = Crc(bytes + CrcStart, offsetof(THeaderUnicode, dwCRCFull) - CrcStart);
+    if (!m_file.resize(qint64(m_eof)) || !m_file.seek(0) || m_file.write(bytes, sizeof h) != qint64(sizeof h))
         throw core::ETessalyError(
             QStringLiteral("Can not write %1: %2").arg(m_file.fileName(), m_file.errorString()));
 }
@@ -360,11 +357,18 @@ void TNdbWriter::WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPa
 
 THeapBuilder::THeapBuilder(uint8_t clientSig) : m_clientSig(clientSig) { m_pages.emplace_back(); }
 
+namespace {
+
+// Pages 8, 136, 264, ... of a heap start with a fill level bitmap.
+bool IsBitmapPage(size_t page) { return page >= 8 && (page - 8) % 128 == 0; }
+
+} // namespace
+
 int THeapBuilder::HeaderSize(size_t page) const
 {
     if (page == 0)
-        return 12;
-    return page >= 8 && (page - 8) % 128 == 0 ? 66 : 2;
+        return sizeof(THNHeader);
+    return IsBitmapPage(page) ? sizeof(THNBitmapHeader) : sizeof(THNPageHeader);
 }
 
 uint32_t THeapBuilder::Allocate(const char* data, int size)
@@ -373,7 +377,7 @@ uint32_t THeapBuilder::Allocate(const char* data, int size)
     auto fits = [&](const TPage& page, size_t index) {
         const size_t count = page.starts.size() + 1;
         const size_t used = size_t(HeaderSize(index)) + size_t(page.data.size()) + size_t(size);
-        return count < 2048 && (used + 1) / 2 * 2 + 4 + 2 * (count + 1) <= MaxBlockData;
+        return count < 2048 && (used + 1) / 2 * 2 + sizeof(THNPageMap) + 2 * (count + 1) <= MaxBlockData;
     };
     if (!fits(m_pages.back(), m_pages.size() - 1))
         m_pages.emplace_back();
@@ -390,17 +394,18 @@ std::vector<QByteArray> THeapBuilder::Pages() const
         const TPage& page = m_pages[i];
         const int header = HeaderSize(i);
         QByteArray b(header, '\0');
-        if (i == 0) {
-            b[2] = char(0xEC);
-            b[3] = char(m_clientSig);
-            Put32(b.data() + 4, m_userRoot);
-        }
         b.append(page.data);
         if (b.size() % 2)
             b.append('\0');
-        Put16(b.data(), uint16_t(b.size()));
-        Add16(b, uint16_t(page.starts.size()));
-        Add16(b, 0);
+        // The page map follows the allocations, at an even offset.
+        const uint16_t ibHnpm = uint16_t(b.size());
+        if (i == 0)
+            Store(b.data(), THNHeader{ibHnpm, HeapSig, m_clientSig, m_userRoot, {}});
+        else if (IsBitmapPage(i))
+            Store(b.data(), THNBitmapHeader{ibHnpm, {}});
+        else
+            Store(b.data(), THNPageHeader{ibHnpm});
+        Append(b, THNPageMap{uint16_t(page.starts.size()), 0});
         for (uint16_t start : page.starts)
             Add16(b, uint16_t(header + start));
         Add16(b, uint16_t(header + page.data.size()));
@@ -409,8 +414,7 @@ std::vector<QByteArray> THeapBuilder::Pages() const
     return pages;
 }
 
-uint32_t BuildBTree(THeapBuilder& heap, const std::vector<std::pair<QByteArray, QByteArray>>& records, uint8_t cbKey,
-    uint8_t cbEnt)
+uint32_t BuildBTree(THeapBuilder& heap, const std::vector<QByteArray>& records, uint8_t cbKey, uint8_t cbEnt)
 {
     uint8_t levels = 0;
     uint32_t root = 0;
@@ -420,8 +424,8 @@ uint32_t BuildBTree(THeapBuilder& heap, const std::vector<std::pair<QByteArray, 
         for (size_t at = 0; at < records.size(); at += perLeaf) {
             QByteArray b;
             for (size_t i = at; i < std::min(records.size(), at + perLeaf); ++i)
-                b.append(records[i].first).append(records[i].second);
-            nodes.emplace_back(records[at].first, heap.Allocate(b));
+                b.append(records[i]);
+            nodes.emplace_back(records[at].left(cbKey), heap.Allocate(b));
         }
         const size_t perIndex = MaxHeapItem / (cbKey + 4);
         while (nodes.size() > 1) {
@@ -440,8 +444,7 @@ uint32_t BuildBTree(THeapBuilder& heap, const std::vector<std::pair<QByteArray, 
         root = nodes.front().second;
     }
     QByteArray header;
-    header.append(char(0xB5)).append(char(cbKey)).append(char(cbEnt)).append(char(levels));
-    Add32(header, root);
+    Append(header, TBTHHeader{bTypeBTH, cbKey, cbEnt, levels, root});
     return heap.Allocate(header);
 }
 
@@ -469,28 +472,27 @@ uint32_t InlineValue(const QByteArray& value)
 std::vector<QByteArray> BuildPropertyContext(std::vector<TProp> props, const TSubnodeSink& sink)
 {
     std::stable_sort(props.begin(), props.end(), [](const TProp& a, const TProp& b) { return TagId(a.tag) < TagId(b.tag); });
-    THeapBuilder heap(0xBC);
-    std::vector<std::pair<QByteArray, QByteArray>> records;
+    THeapBuilder heap(bTypePC);
+    std::vector<QByteArray> records;
     for (size_t i = 0; i < props.size(); ++i) {
         if (i + 1 < props.size() && TagId(props[i].tag) == TagId(props[i + 1].tag))
             continue; // the last value set wins
         const TProp& prop = props[i];
         const int fixed = FixedSize(TagType(prop.tag));
         const uint32_t hnid = fixed > 0 && fixed <= 4 ? InlineValue(prop.value) : StoreValue(heap, prop.value, sink);
-        QByteArray key, data;
-        Add16(key, TagId(prop.tag));
-        Add16(data, TagType(prop.tag));
-        Add32(data, hnid);
-        records.emplace_back(key, data);
+        QByteArray record;
+        Append(record, TPCRecord{TagId(prop.tag), TagType(prop.tag), hnid});
+        records.push_back(record);
     }
-    heap.SetUserRoot(BuildBTree(heap, records, 2, 6));
+    constexpr uint8_t KeySize = sizeof(TPCRecord::wPropId);
+    heap.SetUserRoot(BuildBTree(heap, records, KeySize, sizeof(TPCRecord) - KeySize));
     return heap.Pages();
 }
 
 std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const std::vector<TTableRow>& rows,
     const TSubnodeSink& sink)
 {
-    constexpr uint32_t RowIdTag = Tag(0x67F2, ptLong), RowVerTag = Tag(0x67F3, ptLong);
+    constexpr uint32_t RowIdTag = Tag(pid::LtpRowId, ptLong), RowVerTag = Tag(pid::LtpRowVer, ptLong);
     columns.erase(std::remove_if(columns.begin(), columns.end(),
                       [](uint32_t tag) { return tag == RowIdTag || tag == RowVerTag; }),
         columns.end());
@@ -518,12 +520,12 @@ std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const s
             }
         }
         if (size <= 4)
-            ends[size == 4 ? 0 : size == 2 ? 1 : 2] = offset;
+            ends[size == 4 ? TCI_4b : size == 2 ? TCI_2b : TCI_1b] = offset;
     }
     const uint16_t rowSize = uint16_t(offset + (layout.size() + 7) / 8);
     const uint16_t cebOffset = offset;
 
-    THeapBuilder heap(0x7C);
+    THeapBuilder heap(bTypeTC);
     QByteArray matrix;
     matrix.reserve(qsizetype(rows.size()) * rowSize);
     std::vector<std::pair<uint32_t, uint32_t>> index; // row id, row number
@@ -552,12 +554,13 @@ std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const s
         index.emplace_back(row.rowId, uint32_t(r));
     }
     std::sort(index.begin(), index.end());
-    std::vector<std::pair<QByteArray, QByteArray>> records;
+    // The row index: row id -> row number.
+    std::vector<QByteArray> records;
     for (const auto& [id, number] : index) {
-        QByteArray key, data;
-        Add32(key, id);
-        Add32(data, number);
-        records.emplace_back(key, data);
+        QByteArray record;
+        Add32(record, id);
+        Add32(record, number);
+        records.push_back(record);
     }
     const uint32_t rowIndex = BuildBTree(heap, records, 4, 4);
 
@@ -571,22 +574,15 @@ std::vector<QByteArray> BuildTableContext(std::vector<uint32_t> columns, const s
             hnidRows = sink(SplitBlocks(matrix, qsizetype(MaxBlockData / rowSize) * rowSize));
         }
     }
-    QByteArray info;
-    info.append(char(0x7C)).append(char(layout.size()));
-    Add16(info, ends[0]);
-    Add16(info, ends[1]);
-    Add16(info, ends[2]);
-    Add16(info, rowSize);
-    Add32(info, rowIndex);
-    Add32(info, hnidRows);
-    Add32(info, 0);
+    TTCInfo info{bTypeTC, uint8_t(layout.size()), {}, rowIndex, hnidRows, 0};
+    std::copy(std::begin(ends), std::end(ends), info.rgib);
+    info.rgib[TCI_bm] = rowSize;
+    QByteArray infoBytes;
+    Append(infoBytes, info);
     std::sort(layout.begin(), layout.end(), [](const TColumn& a, const TColumn& b) { return a.tag < b.tag; });
-    for (const TColumn& c : layout) {
-        Add32(info, c.tag);
-        Add16(info, c.ib);
-        info.append(char(c.cb)).append(char(c.bit));
-    }
-    heap.SetUserRoot(heap.Allocate(info));
+    for (const TColumn& c : layout)
+        Append(infoBytes, TTCColDesc{c.tag, c.ib, c.cb, c.bit});
+    heap.SetUserRoot(heap.Allocate(infoBytes));
     return heap.Pages();
 }
 

@@ -19,12 +19,21 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <type_traits>
 #include <vector>
 
 namespace tessaly::pstfile {
 
-constexpr uint32_t MaxBlockData = 8176; // 8192 less the block trailer
-constexpr uint32_t MaxHeapItem = 3580;  // the largest heap allocation
+constexpr uint32_t MaxBlockData = 8192 - sizeof(TBlockTrailerUnicode);
+constexpr uint32_t MaxHeapItem = 3580; // the largest heap allocation
+
+// The bytes of an on-disk structure, appended.
+template <class T>
+void Append(QByteArray& b, const T& value)
+{
+    static_assert(std::is_trivially_copyable_v<T>);
+    b.append(reinterpret_cast<const char*>(&value), qsizetype(sizeof value));
+}
 
 struct TSubnode {
     uint32_t nid = 0;
@@ -74,8 +83,7 @@ private:
     // Leaf entry i written to out (cbEnt bytes); returns its key.
     using TEntryWriter = std::function<uint64_t(size_t i, char* out)>;
     TPageRef WriteBTree(uint8_t ptype, size_t count, uint8_t cbEnt, const TEntryWriter& entry);
-    TPageRef WritePage(uint8_t ptype, const QByteArray& body, uint8_t cEnt, uint8_t cEntMax, uint8_t cbEnt,
-        uint8_t cLevel, uint64_t key);
+    TPageRef WritePage(uint8_t ptype, const QByteArray& entries, const TBTPageCountsSmall& counts, uint64_t key);
     void WriteMaps();
     void WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPageRef& nbt, const TPageRef& bbt);
 
@@ -113,10 +121,9 @@ private:
     std::vector<TPage> m_pages;
 };
 
-// A B-tree on a heap ([MS-PST] 2.3.2) over records sorted by key; returns
-// the header's allocation.
-uint32_t BuildBTree(THeapBuilder& heap, const std::vector<std::pair<QByteArray, QByteArray>>& records, uint8_t cbKey,
-    uint8_t cbEnt);
+// A B-tree on a heap ([MS-PST] 2.3.2) over records of cbKey + cbEnt bytes,
+// key first, sorted by key; returns the header's allocation.
+uint32_t BuildBTree(THeapBuilder& heap, const std::vector<QByteArray>& records, uint8_t cbKey, uint8_t cbEnt);
 
 // Writes a value too large for the heap, cut into blocks, as a subnode of
 // the node being built and returns the subnode's id.

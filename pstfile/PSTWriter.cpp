@@ -597,13 +597,10 @@ void TPSTWriter::WriteNameMap()
                 strings.append('\0');
         }
         const uint16_t guidField = uint16_t(guidIndex << 1 | (isString ? 1 : 0));
-        QByteArray record = Le32(key);
-        Add16(record, guidField);
-        Add16(record, uint16_t(id - 0x8000));
-        entries.append(record);
-        QByteArray hashed = record;
-        Put32(hashed.data(), hash);
-        buckets[(hash ^ guidField) % Buckets].append(hashed);
+        TNameIdEntry entry{key, guidField, uint16_t(id - 0x8000)};
+        Append(entries, entry);
+        entry.dwPropertyID = hash; // the buckets hold the hash in its place
+        Append(buckets[(hash ^ guidField) % Buckets], entry);
     }
     TPSTPropertyBag map;
     map.SetLong(0x0001, int32_t(Buckets));
