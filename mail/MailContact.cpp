@@ -1,5 +1,7 @@
 #include "mail/MailContact.h"
 
+#include "pstfile/PropTags.h"
+
 #include <QStringList>
 #include <array>
 #include <utility>
@@ -8,9 +10,13 @@ namespace tessaly::mail {
 
 uint32_t ContactFieldTag(int field)
 {
-    static constexpr std::array<uint32_t, cfCount> Tags = {0x3001, 0x0037, 0x3A05, 0x3A06, 0x3A0A, 0x3A11, 0x3A15,
-        0x3A16, 0x3A17, 0x3A18, 0x3A19, 0x3A02, 0x3A1A, 0x3A09, 0x3A08, 0x3A1B, 0x3A1C, 0x3A24, 0x3A26, 0x3A27, 0x3A45,
-        0x8083, 0x8093, 0x80A3, 0x8062, 0x801B, 0x80DE, 0x802B, 0, 0};
+    namespace pid = pstfile::pid;
+    static constexpr std::array<uint32_t, cfCount> Tags = {pid::DisplayName, pid::Subject, pid::Generation,
+        pid::GivenName, pid::Initials, pid::Surname, pid::PostalAddress, pid::CompanyName, pid::Title,
+        pid::DepartmentName, pid::OfficeLocation, pid::CallbackTelephone, pid::PrimaryTelephone, pid::HomeTelephone,
+        pid::BusinessTelephone, pid::Business2Telephone, pid::MobileTelephone, pid::BusinessFax, pid::Country,
+        pid::Locality, pid::DisplayNamePrefix, pid::Email1Address, pid::Email2Address, pid::Email3Address,
+        pid::InstantMessagingAddress, pid::WorkAddress, pid::Birthday, pid::WebPage, 0, 0};
     return field >= 0 && field < cfCount ? Tags[size_t(field)] : 0;
 }
 

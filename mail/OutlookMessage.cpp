@@ -3,6 +3,8 @@
 #include "core/Charset.h"
 #include "core/Rtf.h"
 #include "platform/CodePage.h"
+#include "pstfile/Endian.h"
+#include "pstfile/PropTags.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -19,40 +21,8 @@ namespace tessaly::mail {
 
 namespace {
 
-// [MS-OXMSG] property tags (ids) used here.
-constexpr uint16_t PidSubject = 0x0037;
-constexpr uint16_t PidMessageClass = 0x001A;
-constexpr uint16_t PidClientSubmitTime = 0x0039;
-constexpr uint16_t PidDeliveryTime = 0x0E06;
-constexpr uint16_t PidCreationTime = 0x3007;
-constexpr uint16_t PidModificationTime = 0x3008;
-constexpr uint16_t PidTransportHeaders = 0x007D;
-constexpr uint16_t PidSenderName = 0x0C1A;
-constexpr uint16_t PidSenderAddrType = 0x0C1E;
-constexpr uint16_t PidSenderEmail = 0x0C1F;
-constexpr uint16_t PidSenderSmtp = 0x5D01;
-constexpr uint16_t PidSentRepresentingName = 0x0042;
-constexpr uint16_t PidSentRepresentingAddrType = 0x0064;
-constexpr uint16_t PidSentRepresentingEmail = 0x0065;
-constexpr uint16_t PidSentRepresentingSmtp = 0x5D02;
-constexpr uint16_t PidBody = 0x1000;
-constexpr uint16_t PidHtml = 0x1013;
-constexpr uint16_t PidRtfCompressed = 0x1009;
-constexpr uint16_t PidMessageCodePage = 0x3FFD;
-constexpr uint16_t PidMessageLocaleId = 0x3FF1;
-constexpr uint16_t PidRecipientType = 0x0C15;
-constexpr uint16_t PidDisplayName = 0x3001;
-constexpr uint16_t PidAddrType = 0x3002;
-constexpr uint16_t PidEmailAddress = 0x3003;
-constexpr uint16_t PidSmtpAddress = 0x39FE;
-constexpr uint16_t PidAttachData = 0x3701;
-constexpr uint16_t PidAttachFilename = 0x3704;
-constexpr uint16_t PidAttachLongFilename = 0x3707;
-constexpr uint16_t PidAttachMimeTag = 0x370E;
-constexpr uint16_t PidAttachContentId = 0x3712;
-
-constexpr uint16_t TypeInt16 = 0x0002, TypeInt32 = 0x0003, TypeBool = 0x000B, TypeFileTime = 0x0040,
-                   TypeString8 = 0x001E, TypeUnicode = 0x001F, TypeBinary = 0x0102;
+namespace pid = pstfile::pid;
+using pstfile::Get32;
 
 // Streams larger than this are not read: a damaged directory can claim any size.
 constexpr qint64 MaxStreamSize = 256LL * 1024 * 1024;
@@ -76,11 +46,6 @@ QByteArray ReadInput(GsfInput* input)
     return data;
 }
 
-uint32_t LE32(const char* p)
-{
-    return uint32_t(uchar(p[0])) | uint32_t(uchar(p[1])) << 8 | uint32_t(uchar(p[2])) << 16 | uint32_t(uchar(p[3])) << 24;
-}
-
 QString StreamName(uint16_t id, uint16_t type)
 {
     return QStringLiteral("__substg1.0_")
@@ -100,8 +65,8 @@ std::shared_ptr<TMsgNameMap> ReadNameMap(GsfInfile* root)
         if (entries)
             g_object_unref(entries);
         for (qsizetype pos = 0; pos + 8 <= data.size(); pos += 8) {
-            const uint32_t nameOrOffset = LE32(data.constData() + pos);
-            const uint32_t indexAndKind = LE32(data.constData() + pos + 4);
+            const uint32_t nameOrOffset = Get32(data.constData() + pos);
+            const uint32_t indexAndKind = Get32(data.constData() + pos + 4);
             if (indexAndKind & 1)
                 continue; // a named property by string
             const uint16_t propertyIndex = uint16_t(indexAndKind >> 16);
@@ -164,15 +129,15 @@ TMsgStorage::TMsgStorage(GsfInfile* storage, int headerSize, int codePage, std::
         g_object_ref(m_storage);
     const QByteArray properties = Stream(QStringLiteral("__properties_version1.0"));
     for (qsizetype pos = headerSize; pos + 16 <= properties.size(); pos += 16) {
-        const uint32_t tag = LE32(properties.constData() + pos);
+        const uint32_t tag = Get32(properties.constData() + pos);
         m_fixed.insert(uint16_t(tag >> 16), {uint16_t(tag & 0xFFFF), properties.mid(pos + 8, 8)});
     }
     // 8-bit strings are in the message's code page, or else in the ANSI code
     // page of its locale. (PR_INTERNET_CPID names the body's charset, not
     // theirs.)
-    if (const auto cp = Int32(PidMessageCodePage))
+    if (const auto cp = Int32(pid::MessageCodepage))
         m_codePage = int(*cp);
-    else if (const auto lcid = Int32(PidMessageLocaleId); lcid && core::LocaleCodePage(*lcid) != 0)
+    else if (const auto lcid = Int32(pid::MessageLocaleId); lcid && core::LocaleCodePage(*lcid) != 0)
         m_codePage = core::LocaleCodePage(*lcid);
 }
 
@@ -230,10 +195,10 @@ std::optional<uint32_t> TMsgStorage::Int32(uint32_t tag) const
     if (it == m_fixed.constEnd() || it->second.size() < 4)
         return std::nullopt;
     const uint16_t type = it->first;
-    if (type == TypeInt32)
-        return LE32(it->second.constData());
-    if (type == TypeInt16 || type == TypeBool)
-        return LE32(it->second.constData()) & 0xFFFF;
+    if (type == pstfile::ptLong)
+        return Get32(it->second.constData());
+    if (type == pstfile::ptShort || type == pstfile::ptBoolean)
+        return Get32(it->second.constData()) & 0xFFFF;
     return std::nullopt;
 }
 
@@ -243,9 +208,9 @@ uint64_t TMsgStorage::FileTime(uint32_t tag) const
     if (!id)
         return 0;
     const auto it = m_fixed.constFind(*id);
-    if (it == m_fixed.constEnd() || it->first != TypeFileTime || it->second.size() < 8)
+    if (it == m_fixed.constEnd() || it->first != pstfile::ptSysTime || it->second.size() < 8)
         return 0;
-    return uint64_t(LE32(it->second.constData())) | uint64_t(LE32(it->second.constData() + 4)) << 32;
+    return pstfile::Get64(it->second.constData());
 }
 
 QString TMsgStorage::String(uint32_t tag) const
@@ -253,13 +218,13 @@ QString TMsgStorage::String(uint32_t tag) const
     const auto id = Resolve(tag);
     if (!id)
         return {};
-    const QByteArray unicode = Stream(StreamName(*id, TypeUnicode));
+    const QByteArray unicode = Stream(StreamName(*id, pstfile::ptUnicode));
     if (!unicode.isEmpty()) {
         QString text = QString::fromUtf16(reinterpret_cast<const char16_t*>(unicode.constData()), unicode.size() / 2);
         const qsizetype nul = text.indexOf(QChar(0));
         return nul >= 0 ? text.left(nul) : text;
     }
-    QByteArray bytes = Stream(StreamName(*id, TypeString8));
+    QByteArray bytes = Stream(StreamName(*id, pstfile::ptString8));
     const qsizetype nul = bytes.indexOf('\0');
     if (nul >= 0)
         bytes.truncate(nul);
@@ -269,7 +234,7 @@ QString TMsgStorage::String(uint32_t tag) const
 QByteArray TMsgStorage::Binary(uint32_t tag) const
 {
     const auto id = Resolve(tag);
-    return id ? Stream(StreamName(*id, TypeBinary)) : QByteArray();
+    return id ? Stream(StreamName(*id, pstfile::ptBinary)) : QByteArray();
 }
 
 std::vector<TMsgStorage> TMsgStorage::Children(const char* prefix, int headerSize) const
@@ -398,10 +363,10 @@ bool TOutlookMessage::IsStorage(QIODevice& stream)
 void TOutlookMessage::ReadBodies()
 {
     const TMsgStorage& root = *m_root;
-    m_body.Text = root.String(PidBody);
-    const QByteArray html = root.Binary(PidHtml);
-    m_body.HTML = !html.isEmpty() ? core::DecodeHtml(html, root.String(PidTransportHeaders)) : root.String(PidHtml);
-    const QByteArray compressed = root.Binary(PidRtfCompressed);
+    m_body.Text = root.String(pid::Body);
+    const QByteArray html = root.Binary(pid::Html);
+    m_body.HTML = !html.isEmpty() ? core::DecodeHtml(html, root.String(pid::TransportHeaders)) : root.String(pid::Html);
+    const QByteArray compressed = root.Binary(pid::RtfCompressed);
     if (!compressed.isEmpty()) {
         try {
             m_body.RTF = core::DecompressRtf(compressed);
@@ -417,7 +382,7 @@ void TOutlookMessage::ReadBodies()
 
 QString TOutlookMessage::MessageClass() const
 {
-    return m_root ? m_root->String(PidMessageClass).trimmed() : QString();
+    return m_root ? m_root->String(pid::MessageClass).trimmed() : QString();
 }
 
 bool TOutlookMessage::IsContact() const
@@ -440,7 +405,7 @@ TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
         TMimeFile file;
         if (auto embedded = attach.EmbeddedMessage()) {
             const TOutlookMessage inner(std::move(*embedded));
-            QString subject = inner.Root().String(PidSubject).trimmed();
+            QString subject = inner.Root().String(pid::Subject).trimmed();
             if (subject.isEmpty())
                 subject = QStringLiteral("Attached message %1").arg(++embeddedCount);
             file.name = subject + QStringLiteral(".msg");
@@ -448,17 +413,17 @@ TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
             attachments.push_back(std::move(file));
             continue;
         }
-        QString name = attach.String(PidAttachLongFilename);
+        QString name = attach.String(pid::AttachLongFilename);
         if (name.isEmpty())
-            name = attach.String(PidAttachFilename);
+            name = attach.String(pid::AttachFilename);
         if (name.isEmpty())
-            name = attach.String(PidDisplayName);
+            name = attach.String(pid::DisplayName);
         file.name = DecodeAttachName(name);
-        file.data = attach.Binary(PidAttachData);
-        file.contentType = attach.String(PidAttachMimeTag).trimmed().toLower();
+        file.data = attach.Binary(pid::AttachDataBin);
+        file.contentType = attach.String(pid::AttachMimeTag).trimmed().toLower();
         if (!file.contentType.contains(QLatin1Char('/')))
             file.contentType.clear();
-        file.contentId = attach.String(PidAttachContentId).trimmed();
+        file.contentId = attach.String(pid::AttachContentId).trimmed();
         (IsImageName(file.name) ? images : attachments).push_back(std::move(file));
     }
 
@@ -470,7 +435,7 @@ TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
     GMimeObject* object = GMIME_OBJECT(message.get());
 
     // The transport headers, less those that describe the body we built.
-    const QString headers = root.String(PidTransportHeaders);
+    const QString headers = root.String(pid::TransportHeaders);
     if (!headers.trimmed().isEmpty()) {
         const TGPtr<GMimeMessage> parsed = ParseMimeMessage(headers.toUtf8() + "\r\n\r\n");
         GMimeHeaderList* list = parsed ? g_mime_object_get_header_list(GMIME_OBJECT(parsed.get())) : nullptr;
@@ -483,22 +448,22 @@ TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
             g_mime_object_append_header(object, name, g_mime_header_get_value(header), "UTF-8");
         }
     }
-    g_mime_message_set_subject(message.get(), root.String(PidSubject).toUtf8().constData(), "UTF-8");
+    g_mime_message_set_subject(message.get(), root.String(pid::Subject).toUtf8().constData(), "UTF-8");
 
     // From: the name, with the address when the message holds one.
-    QString senderName = root.String(PidSenderName);
+    QString senderName = root.String(pid::SenderName);
     if (senderName.isEmpty())
-        senderName = root.String(PidSentRepresentingName);
-    QString senderAddress = root.String(PidSenderSmtp);
-    if (senderAddress.isEmpty() && root.String(PidSenderAddrType).compare(QLatin1String("SMTP"), Qt::CaseInsensitive) == 0)
-        senderAddress = root.String(PidSenderEmail);
+        senderName = root.String(pid::SentRepresentingName);
+    QString senderAddress = root.String(pid::SenderSmtpAddress);
+    if (senderAddress.isEmpty() && root.String(pid::SenderAddrType).compare(QLatin1String("SMTP"), Qt::CaseInsensitive) == 0)
+        senderAddress = root.String(pid::SenderEmail);
     if (senderAddress.isEmpty())
-        senderAddress = root.String(PidSentRepresentingSmtp);
+        senderAddress = root.String(pid::SentRepresentingSmtpAddress);
     if (senderAddress.isEmpty()
-        && root.String(PidSentRepresentingAddrType).compare(QLatin1String("SMTP"), Qt::CaseInsensitive) == 0)
-        senderAddress = root.String(PidSentRepresentingEmail);
+        && root.String(pid::SentRepresentingAddrType).compare(QLatin1String("SMTP"), Qt::CaseInsensitive) == 0)
+        senderAddress = root.String(pid::SentRepresentingEmail);
     if (senderAddress.isEmpty())
-        senderAddress = root.String(PidSenderEmail);
+        senderAddress = root.String(pid::SenderEmail);
     if (!senderName.isEmpty() || !senderAddress.isEmpty()) {
         InternetAddressList* from = g_mime_message_get_from(message.get());
         internet_address_list_clear(from);
@@ -516,21 +481,21 @@ TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
     }
     for (const TMsgStorage& recipient : recipients) {
         GMimeAddressType type;
-        switch (recipient.Int32(PidRecipientType).value_or(1) & 0x0F) {
+        switch (recipient.Int32(pid::RecipientType).value_or(1) & 0x0F) {
         case 2: type = GMIME_ADDRESS_TYPE_CC; break;
         case 3: type = GMIME_ADDRESS_TYPE_BCC; break;
         default: type = GMIME_ADDRESS_TYPE_TO;
         }
-        QString address = recipient.String(PidSmtpAddress);
+        QString address = recipient.String(pid::SmtpAddress);
         if (address.isEmpty())
-            address = recipient.String(PidEmailAddress);
-        g_mime_message_add_mailbox(message.get(), type, recipient.String(PidDisplayName).toUtf8().constData(),
+            address = recipient.String(pid::EmailAddress);
+        g_mime_message_add_mailbox(message.get(), type, recipient.String(pid::DisplayName).toUtf8().constData(),
             address.toUtf8().constData());
     }
 
-    uint64_t date = root.FileTime(PidClientSubmitTime);
+    uint64_t date = root.FileTime(pid::ClientSubmitTime);
     if (date == 0)
-        date = root.FileTime(PidDeliveryTime);
+        date = root.FileTime(pid::DeliveryTime);
     if (GDateTime* when = ToGDateTime(date)) {
         g_mime_message_set_date(message.get(), when);
         g_date_time_unref(when);
@@ -566,19 +531,19 @@ QVariant TOutlookContact::Value(int field) const
 QByteArray TOutlookContact::ContactPicture() const
 {
     for (const TMsgStorage& attach : m_message->Root().Children("__attach_version1.0_#", 8)) {
-        QString name = attach.String(PidAttachLongFilename);
+        QString name = attach.String(pid::AttachLongFilename);
         if (name.isEmpty())
-            name = attach.String(PidAttachFilename);
+            name = attach.String(pid::AttachFilename);
         if (name.compare(QLatin1String("ContactPicture.jpg"), Qt::CaseInsensitive) == 0)
-            return attach.Binary(PidAttachData);
+            return attach.Binary(pid::AttachDataBin);
     }
     return {};
 }
 
 QString TMailOutlookContact::Subject() const
 {
-    const QString subject = m_message->Root().String(PidSubject);
-    return subject.isEmpty() ? m_message->Root().String(PidDisplayName) : subject;
+    const QString subject = m_message->Root().String(pid::Subject);
+    return subject.isEmpty() ? m_message->Root().String(pid::DisplayName) : subject;
 }
 
 QString TMailOutlookContact::Body(TMailBodyType kind) const
@@ -592,7 +557,7 @@ QString TMailOutlookContact::Body(TMailBodyType kind) const
 
 TDateTime TMailOutlookContact::Date(TMailDateType kind) const
 {
-    static constexpr uint16_t Tags[] = {PidClientSubmitTime, PidDeliveryTime, PidCreationTime, PidModificationTime};
+    static constexpr uint16_t Tags[] = {pid::ClientSubmitTime, pid::DeliveryTime, pid::CreationTime, pid::LastModificationTime};
     return FiletimeToLocal(m_message->Root().FileTime(Tags[kind]));
 }
 

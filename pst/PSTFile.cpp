@@ -2,6 +2,8 @@
 
 #include "platform/CodePage.h"
 #include "pst/PffProperty.h"
+#include "pstfile/Endian.h"
+#include "pstfile/PropTags.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -14,7 +16,8 @@ namespace {
 // Special folders of an OST by kind (inbox, sent, drafts, trash, outbox, other).
 constexpr std::array<uint32_t, 6> OstFolderIDs = {0x2182, 0x21C2, 0x8102, 0x2162, 0x2112, 0};
 // Store properties holding the entry identifiers of a PST's special folders.
-constexpr std::array<uint32_t, 6> PstFolderTags = {0, 0x35E4, 0, 0x35E3, 0x35E2, 0};
+constexpr std::array<uint32_t, 6> PstFolderTags = {0, pstfile::pid::IpmSentMailEntryId, 0,
+    pstfile::pid::IpmWastebasketEntryId, pstfile::pid::IpmOutboxEntryId, 0};
 constexpr uint32_t PstInboxID = 0x8082;
 constexpr uint32_t PstDraftsID = 0x81C2;
 constexpr uint32_t OstRootID = 0x2142;
@@ -44,8 +47,7 @@ uint32_t TPSTMessageStore::EntryDescriptor(uint32_t tag) const
     const QByteArray data = ReadBinary(Handle(), 0, tag);
     if (data.size() < 24)
         return 0;
-    const auto* p = reinterpret_cast<const uchar*>(data.constData()) + 20;
-    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+    return pstfile::Get32(data.constData() + 20);
 }
 
 TPSTFolderKind TPSTMessageStore::GetFolderKind(uint32_t id) const

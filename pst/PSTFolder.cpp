@@ -3,6 +3,7 @@
 #include "core/Exceptions.h"
 #include "pst/PSTFile.h"
 #include "pst/PffProperty.h"
+#include "pstfile/PropTags.h"
 
 #include <stdexcept>
 
@@ -10,8 +11,7 @@ namespace tessaly::pst {
 
 namespace {
 
-constexpr uint32_t TagDisplayName = 0x3001;
-constexpr uint32_t TagContainerClass = 0x3613;
+namespace pid = pstfile::pid;
 constexpr int MeetingItemType = 15;
 
 // Folder types libpff reports for folders worth listing.
@@ -80,12 +80,12 @@ TPSTFolder::~TPSTFolder()
 
 QString TPSTFolder::Name() const
 {
-    return ReadString(Handle(), 0, TagDisplayName, NameChars);
+    return ReadString(Handle(), 0, pid::DisplayName, NameChars);
 }
 
 QString TPSTFolder::ContainerClass() const
 {
-    return ReadUtf8(Handle(), 0, TagContainerClass, 1023);
+    return ReadUtf8(Handle(), 0, pid::ContainerClass, 1023);
 }
 
 int TPSTFolder::FolderCount()
@@ -111,16 +111,16 @@ void TPSTFolder::LoadFolders()
         TPffItemHandle sub;
         if (libpff_folder_get_sub_folder(Handle(), i, sub.Out(), nullptr) != 1 || !sub)
             continue;
-        const bool hasClass = FindEntry(sub.Get(), 0, TagContainerClass) ? true : false;
-        const QString containerClass = ReadUtf8(sub.Get(), 0, TagContainerClass, 1023);
+        const bool hasClass = FindEntry(sub.Get(), 0, pid::ContainerClass) ? true : false;
+        const QString containerClass = ReadUtf8(sub.Get(), 0, pid::ContainerClass, 1023);
         const auto type = FolderContentType(sub.Get(), containerClass, !hasClass || !containerClass.isEmpty());
         if (!type || !IsListedFolderType(*type))
             continue;
         if (!IsListedContainerClass(containerClass))
             continue;
-        if (!FindEntry(sub.Get(), 0, TagDisplayName))
+        if (!FindEntry(sub.Get(), 0, pid::DisplayName))
             continue;
-        const QString name = ReadString(sub.Get(), 0, TagDisplayName, NameChars);
+        const QString name = ReadString(sub.Get(), 0, pid::DisplayName, NameChars);
         if (name.startsWith(QLatin1String("MS-OLK")))
             continue;
         if (name.startsWith(QLatin1String("IPM")) && SubFolderCount(sub.Get()) < 1)
@@ -255,7 +255,7 @@ void TPSTFolder::ClearItems(bool initItem)
 TPSTRootFolder::TPSTRootFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item)
     : TPSTMailFolder(store, std::move(file), std::move(item))
 {
-    m_name = ReadString(Handle(), 0, TagDisplayName, NameChars);
+    m_name = ReadString(Handle(), 0, pid::DisplayName, NameChars);
 }
 
 } // namespace tessaly::pst

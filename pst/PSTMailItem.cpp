@@ -5,6 +5,7 @@
 #include "platform/AddressBook.h"
 #include "pst/PSTFolder.h"
 #include "pst/PffProperty.h"
+#include "pstfile/PropTags.h"
 
 #include <QBuffer>
 
@@ -12,32 +13,9 @@ namespace tessaly::pst {
 
 namespace {
 
-constexpr uint32_t TagSubject = 0x0037;
-constexpr uint32_t TagMessageClass = 0x001A;
-constexpr uint32_t TagHeaders = 0x007D;
-constexpr std::array<uint32_t, 4> DateTags = {0x0039, 0x0E06, 0x3007, 0x3008};
-constexpr uint32_t TagSenderName = 0x0C1A;
-constexpr uint32_t TagSenderAddrType = 0x0C1E;
-constexpr uint32_t TagSenderEMail = 0x0C1F;
-constexpr uint32_t TagSenderSmtp = 0x5D01;
-constexpr uint32_t TagSentRepresentingEMail = 0x0065;
-constexpr uint32_t TagSentRepresentingSmtp = 0x5D02;
-constexpr uint32_t TagRecipientSmtp = 0x39FE;
-constexpr uint32_t TagRecipientType = 0x0C15;
-constexpr uint32_t TagDisplayName = 0x3001;
-constexpr uint32_t TagRecipientDisplayName = 0x5FF6;
-constexpr uint32_t TagAddrType = 0x3002;
-constexpr uint32_t TagEMail = 0x3003;
-constexpr uint32_t TagAppointmentStart = 0x820D;
-constexpr uint32_t TagAppointmentEnd = 0x820E;
-constexpr uint32_t TagLocation = 0x8208;
-constexpr uint32_t TagAttachContentID = 0x3712;
-constexpr uint32_t TagAttachContentLocation = 0x3713;
-constexpr uint32_t TagAttachMimeTag = 0x370E;
-constexpr uint32_t TagAttachSize = 0x0E20;
-constexpr uint32_t TagMessageSize = 0x0E08;
-constexpr uint32_t TagAttachLongFileName = 0x3707;
-constexpr uint32_t TagAttachFileName = 0x3704;
+namespace pid = pstfile::pid;
+constexpr std::array<uint32_t, 4> DateTags = {pid::ClientSubmitTime, pid::DeliveryTime, pid::CreationTime,
+    pid::LastModificationTime};
 constexpr int AttachTypeData = 'd';
 constexpr int AttachTypeItem = 'i';
 constexpr qint64 ContentChunk = 8192;
@@ -134,14 +112,14 @@ const TPSTAttachItem::TFields& TPSTAttachItem::Fields() const
     TFields fields;
     if (m_mail)
         fields.fileName = AttachFileName(
-            true, ReadString(Handle(), 0, TagDisplayName, ShortStringChars), m_mail->Subject(), {}, {}, m_index);
+            true, ReadString(Handle(), 0, pid::DisplayName, ShortStringChars), m_mail->Subject(), {}, {}, m_index);
     else
-        fields.fileName = AttachFileName(false, {}, {}, ReadString(Handle(), 0, TagAttachLongFileName, ShortStringChars),
-            ReadString(Handle(), 0, TagAttachFileName, ShortStringChars), m_index);
-    fields.contentID = ReadUtf8(Handle(), 0, TagAttachContentID, Utf8Bytes);
-    fields.contentType = ReadUtf8(Handle(), 0, TagAttachMimeTag, Utf8Bytes);
-    fields.contentLocation = ReadUtf8(Handle(), 0, TagAttachContentLocation, Utf8Bytes);
-    fields.size = qint32(ReadUInt32(Handle(), 0, TagAttachSize).value_or(0));
+        fields.fileName = AttachFileName(false, {}, {}, ReadString(Handle(), 0, pid::AttachLongFilename, ShortStringChars),
+            ReadString(Handle(), 0, pid::AttachFilename, ShortStringChars), m_index);
+    fields.contentID = ReadUtf8(Handle(), 0, pid::AttachContentId, Utf8Bytes);
+    fields.contentType = ReadUtf8(Handle(), 0, pid::AttachMimeTag, Utf8Bytes);
+    fields.contentLocation = ReadUtf8(Handle(), 0, pid::AttachContentLocation, Utf8Bytes);
+    fields.size = qint32(ReadUInt32(Handle(), 0, pid::AttachSize).value_or(0));
     m_fields = std::move(fields);
     return *m_fields;
 }
@@ -276,7 +254,7 @@ int TPSTDetailItem::ItemType() const
 qint64 TPSTDetailItem::MessageSize() const
 {
     std::lock_guard lock(FileContext()->Lock);
-    return qint64(ReadUInt32(Handle(), 0, TagMessageSize).value_or(0));
+    return qint64(ReadUInt32(Handle(), 0, pid::MessageSize).value_or(0));
 }
 
 // --- TPSTMailItem -------------------------------------------------------------
@@ -284,19 +262,19 @@ qint64 TPSTDetailItem::MessageSize() const
 QString TPSTMailItem::Subject() const
 {
     if (!m_subject)
-        m_subject = TrimControl(ReadString(Handle(), 0, TagSubject, ShortStringChars));
+        m_subject = TrimControl(ReadString(Handle(), 0, pid::Subject, ShortStringChars));
     return *m_subject;
 }
 
 QString TPSTMailItem::MessageClass() const
 {
-    return ReadString(Handle(), 0, TagMessageClass, ShortStringChars);
+    return ReadString(Handle(), 0, pid::MessageClass, ShortStringChars);
 }
 
 QString TPSTMailItem::Headers() const
 {
     if (!m_headers)
-        m_headers = ReadUtf8(Handle(), 0, TagHeaders, Utf8Bytes);
+        m_headers = ReadUtf8(Handle(), 0, pid::TransportHeaders, Utf8Bytes);
     return *m_headers;
 }
 
@@ -315,15 +293,15 @@ const TPSTSender& TPSTMailItem::Sender() const
 {
     if (!m_sender) {
         TPSTSender sender;
-        sender.Name = ReadUtf8(Handle(), 0, TagSenderName, SenderBytes);
-        sender.AddrType = ReadString(Handle(), 0, TagSenderAddrType, ShortStringChars);
-        sender.EMail = ReadUtf8(Handle(), 0, TagSenderEMail, SenderBytes);
-        sender.SmtpAddress = ReadString(Handle(), 0, TagSenderSmtp, ShortStringChars);
+        sender.Name = ReadUtf8(Handle(), 0, pid::SenderName, SenderBytes);
+        sender.AddrType = ReadString(Handle(), 0, pid::SenderAddrType, ShortStringChars);
+        sender.EMail = ReadUtf8(Handle(), 0, pid::SenderEmail, SenderBytes);
+        sender.SmtpAddress = ReadString(Handle(), 0, pid::SenderSmtpAddress, ShortStringChars);
         // What the file knows of Exchange addresses feeds the address book.
         auto& book = platform::DataFileAddressBook();
         book.AddSmtp(sender.EMail, sender.SmtpAddress);
-        book.AddSmtp(ReadString(Handle(), 0, TagSentRepresentingEMail, ShortStringChars),
-            ReadString(Handle(), 0, TagSentRepresentingSmtp, ShortStringChars));
+        book.AddSmtp(ReadString(Handle(), 0, pid::SentRepresentingEmail, ShortStringChars),
+            ReadString(Handle(), 0, pid::SentRepresentingSmtpAddress, ShortStringChars));
         sender.Caption = sender.Name;
         // Only an internet address is worth showing; an Exchange sender is
         // shown by name until resolved.
@@ -350,16 +328,16 @@ void TPSTMailItem::FillRecipients() const
     if (libpff_item_get_number_of_record_sets(recipients.Get(), &sets, nullptr) != 1)
         return;
     for (int set = 0; set < sets; ++set) {
-        const auto type = ReadUInt32(recipients.Get(), set, TagRecipientType);
+        const auto type = ReadUInt32(recipients.Get(), set, pid::RecipientType);
         if (!type)
             continue;
         TMailRecipient recipient;
         recipient.Type = *type;
-        recipient.DisplayName = ReadString(recipients.Get(), set, TagDisplayName, ShortStringChars);
-        recipient.RecipientDisplayName = ReadString(recipients.Get(), set, TagRecipientDisplayName, ShortStringChars);
-        recipient.AddrType = ReadString(recipients.Get(), set, TagAddrType, ShortStringChars);
-        recipient.EMail = ReadString(recipients.Get(), set, TagEMail, ShortStringChars);
-        recipient.SmtpAddress = ReadString(recipients.Get(), set, TagRecipientSmtp, ShortStringChars);
+        recipient.DisplayName = ReadString(recipients.Get(), set, pid::DisplayName, ShortStringChars);
+        recipient.RecipientDisplayName = ReadString(recipients.Get(), set, pid::RecipientDisplayName, ShortStringChars);
+        recipient.AddrType = ReadString(recipients.Get(), set, pid::AddrType, ShortStringChars);
+        recipient.EMail = ReadString(recipients.Get(), set, pid::EmailAddress, ShortStringChars);
+        recipient.SmtpAddress = ReadString(recipients.Get(), set, pid::SmtpAddress, ShortStringChars);
         if (recipient.AddrType != QLatin1String("SMTP"))
             platform::DataFileAddressBook().AddSmtp(recipient.EMail, recipient.SmtpAddress);
         const size_t list = *type <= 3 ? size_t(*type) : size_t(rlOther);
@@ -415,8 +393,8 @@ void TPSTMailItem::ResolveFields() const
 const TPSTMeetingItem::TMeeting& TPSTMeetingItem::Meeting() const
 {
     if (!m_meeting)
-        m_meeting = TMeeting{ReadLocalDate(Handle(), 0, TagAppointmentStart), ReadLocalDate(Handle(), 0, TagAppointmentEnd),
-            ReadString(Handle(), 0, TagLocation, ShortStringChars)};
+        m_meeting = TMeeting{ReadLocalDate(Handle(), 0, pid::AppointmentStart), ReadLocalDate(Handle(), 0, pid::AppointmentEnd),
+            ReadString(Handle(), 0, pid::Location, ShortStringChars)};
     return *m_meeting;
 }
 

@@ -148,14 +148,14 @@ public:
         m.SetString(pid::MessageClass, QStringLiteral("IPM.Contact"));
         m.SetString(pid::Subject, name);
         m.SetString(pid::DisplayName, name);
-        m.SetString(0x3A06, parts.value(0)); // given name
-        m.SetString(0x3A11, parts.value(1)); // surname
-        m.SetString(0x3A16, Words(2));       // company
-        m.SetString(0x3A17, Words(1));       // job title
-        m.SetString(0x3A08, QStringLiteral("+41 44 %1").arg(1000000 + Next(8999999))); // business phone
-        m.SetString(0x3A1C, QStringLiteral("+41 79 %1").arg(1000000 + Next(8999999))); // mobile phone
-        m.SetNamedString(PSETID_Address(), 0x8083, address);
-        m.SetNamedString(PSETID_Address(), 0x8080, name + QStringLiteral(" (") + address + QLatin1Char(')'));
+        m.SetString(pid::GivenName, parts.value(0));
+        m.SetString(pid::Surname, parts.value(1));
+        m.SetString(pid::CompanyName, Words(2));
+        m.SetString(pid::Title, Words(1));
+        m.SetString(pid::BusinessTelephone, QStringLiteral("+41 44 %1").arg(1000000 + Next(8999999)));
+        m.SetString(pid::MobileTelephone, QStringLiteral("+41 79 %1").arg(1000000 + Next(8999999)));
+        m.SetNamedString(PSETID_Address(), pid::Email1Address, address);
+        m.SetNamedString(PSETID_Address(), pid::Email1DisplayName, name + QStringLiteral(" (") + address + QLatin1Char(')'));
         m.SetString(pid::Body, Text(200));
         return m;
     }
@@ -169,11 +169,11 @@ public:
         m.SetString(pid::Subject, Words(4));
         const auto [name, address] = Person();
         m.SetSender(name, QStringLiteral("SMTP"), address);
-        m.SetTime(0x0060, start);
-        m.SetTime(0x0061, end);
-        m.SetNamedTime(PSETID_Appointment(), 0x820D, start);
-        m.SetNamedTime(PSETID_Appointment(), 0x820E, end);
-        m.SetNamedString(PSETID_Appointment(), 0x8208, QStringLiteral("Room ") + Words(1));
+        m.SetTime(pid::StartDate, start);
+        m.SetTime(pid::EndDate, end);
+        m.SetNamedTime(PSETID_Appointment(), pid::AppointmentStart, start);
+        m.SetNamedTime(PSETID_Appointment(), pid::AppointmentEnd, end);
+        m.SetNamedString(PSETID_Appointment(), pid::Location, QStringLiteral("Room ") + Words(1));
         m.SetString(pid::Body, Text(300));
         return m;
     }

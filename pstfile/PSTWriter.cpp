@@ -295,8 +295,8 @@ TPSTWriter::TPSTWriter(const QString& fileName, const QString& storeName, const 
     }
     // Readers expect every stream of the name-to-id map to hold data, so the
     // map starts with properties that every store may use.
-    NamedId({PSETID_Address(), 0x8083, {}, ptUnicode, {}});
-    NamedId({PSETID_Appointment(), 0x8208, {}, ptUnicode, {}});
+    NamedId({PSETID_Address(), pid::Email1Address, {}, ptUnicode, {}});
+    NamedId({PSETID_Appointment(), pid::Location, {}, ptUnicode, {}});
     NamedId({PS_PUBLIC_STRINGS(), 0, QStringLiteral("Keywords"), ptUnicode, {}});
 }
 
@@ -525,7 +525,7 @@ void TPSTWriter::WriteFolder(uint32_t nid, const TFolder& folder)
     };
     TPSTPropertyBag pc = FolderCells(folder);
     if (nid == RootFolder)
-        pc.SetBinary(0x36D7, EntryId(SpecialNids[psfDrafts])); // the drafts folder
+        pc.SetBinary(pid::IpmDraftsEntryId, EntryId(SpecialNids[psfDrafts]));
     writeNode(nid, [&](const TSubnodeSink& sink) { return BuildPropertyContext(pc.Props(), sink); }, folder.parent);
 
     std::vector<TTableRow> rows;
@@ -549,12 +549,12 @@ void TPSTWriter::WriteStore()
     TPSTPropertyBag store;
     store.Set(Tag(pid::RecordKey, ptBinary), GuidBytes(m_storeId));
     store.SetString(pid::DisplayName, m_storeName);
-    store.SetBinary(0x35E0, EntryId(SpecialNids[psfTopOfStore]));
-    store.SetBinary(0x35E2, EntryId(SpecialNids[psfOutbox]));
-    store.SetBinary(0x35E3, EntryId(SpecialNids[psfDeletedItems]));
-    store.SetBinary(0x35E4, EntryId(SpecialNids[psfSentItems]));
-    store.SetLong(0x35DF, 0x1D); // valid: the subtree, outbox, deleted items and sent items ids
-    store.SetLong(0x67FF, 0);    // no password
+    store.SetBinary(pid::IpmSubtreeEntryId, EntryId(SpecialNids[psfTopOfStore]));
+    store.SetBinary(pid::IpmOutboxEntryId, EntryId(SpecialNids[psfOutbox]));
+    store.SetBinary(pid::IpmWastebasketEntryId, EntryId(SpecialNids[psfDeletedItems]));
+    store.SetBinary(pid::IpmSentMailEntryId, EntryId(SpecialNids[psfSentItems]));
+    store.SetLong(pid::ValidFolderMask, 0x1D); // valid: the subtree, outbox, deleted items and sent items ids
+    store.SetLong(pid::PstPassword, 0);        // no password
     TSubnodes subnodes;
     const uint64_t bidData = m_ndb.WriteBlocks(BuildPropertyContext(store.Props(), Sink(subnodes)));
     m_ndb.AddNode(nidMessageStore, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);
@@ -603,13 +603,13 @@ void TPSTWriter::WriteNameMap()
         Append(buckets[(hash ^ guidField) % Buckets], entry);
     }
     TPSTPropertyBag map;
-    map.SetLong(0x0001, int32_t(Buckets));
-    map.Set(Tag(0x0002, ptBinary), guids);
-    map.Set(Tag(0x0003, ptBinary), entries);
-    map.Set(Tag(0x0004, ptBinary), strings);
+    map.SetLong(pid::NameidBucketCount, int32_t(Buckets));
+    map.Set(Tag(pid::NameidStreamGuid, ptBinary), guids);
+    map.Set(Tag(pid::NameidStreamEntry, ptBinary), entries);
+    map.Set(Tag(pid::NameidStreamString, ptBinary), strings);
     for (uint32_t b = 0; b < Buckets; ++b)
         if (!buckets[b].isEmpty())
-            map.Set(Tag(uint16_t(0x1000 + b), ptBinary), buckets[b]);
+            map.Set(Tag(uint16_t(pid::NameidBucketBase + b), ptBinary), buckets[b]);
     TSubnodes subnodes;
     const uint64_t bidData = m_ndb.WriteBlocks(BuildPropertyContext(map.Props(), Sink(subnodes)));
     m_ndb.AddNode(nidNameToIdMap, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);

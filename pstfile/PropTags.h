@@ -54,7 +54,8 @@ namespace pid {
 constexpr uint16_t
     // message
     Importance = 0x0017, MessageClass = 0x001A, Priority = 0x0026, Sensitivity = 0x0036, Subject = 0x0037,
-    ClientSubmitTime = 0x0039, SentRepresentingName = 0x0042, SentRepresentingAddrType = 0x0064,
+    ClientSubmitTime = 0x0039, SentRepresentingName = 0x0042, StartDate = 0x0060, EndDate = 0x0061,
+    SentRepresentingAddrType = 0x0064,
     SentRepresentingEmail = 0x0065, ConversationTopic = 0x0070, TransportHeaders = 0x007D,
     SenderName = 0x0C1A, SenderAddrType = 0x0C1E, SenderEmail = 0x0C1F, RecipientType = 0x0C15,
     DisplayBcc = 0x0E02, DisplayCc = 0x0E03, DisplayTo = 0x0E04, DeliveryTime = 0x0E06, MessageFlags = 0x0E07,
@@ -66,7 +67,10 @@ constexpr uint16_t
     LastModificationTime = 0x3008,
     // store
     IpmSubtreeEntryId = 0x35E0, IpmOutboxEntryId = 0x35E2, IpmWastebasketEntryId = 0x35E3,
-    IpmSentMailEntryId = 0x35E4, ValidFolderMask = 0x35DF,
+    IpmSentMailEntryId = 0x35E4, ValidFolderMask = 0x35DF, IpmDraftsEntryId = 0x36D7, PstPassword = 0x67FF,
+    // the name-to-id map ([MS-PST] 2.4.7)
+    NameidBucketCount = 0x0001, NameidStreamGuid = 0x0002, NameidStreamEntry = 0x0003, NameidStreamString = 0x0004,
+    NameidBucketBase = 0x1000,
     // folder
     FolderType = 0x3601, ContentCount = 0x3602, ContentUnread = 0x3603, Subfolders = 0x360A,
     ContainerClass = 0x3613,
@@ -89,7 +93,7 @@ constexpr uint16_t
 
 // Named properties as the program addresses them: the numbers of their
 // property sets ([MS-OXPROPS]), which the writer also uses as their ids.
-constexpr uint16_t Email1Address = 0x8083, Email2Address = 0x8093, Email3Address = 0x80A3,
+constexpr uint16_t Email1DisplayName = 0x8080, Email1Address = 0x8083, Email2Address = 0x8093, Email3Address = 0x80A3,
                    InstantMessagingAddress = 0x8062, WorkAddress = 0x801B, Birthday = 0x80DE,
                    WebPage = 0x802B, Location = 0x8208, AppointmentStart = 0x820D, AppointmentEnd = 0x820E;
 } // namespace pid

@@ -182,10 +182,10 @@ std::shared_ptr<TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int
     out->SetString(pid::TransportHeaders, message.Headers());
     if (meeting) {
         if (meeting->AppoitmentStart() > 0)
-            out->SetNamedTime(PSETID_Appointment(), 0x820D, core::DateTimeToQDateTime(meeting->AppoitmentStart()).toUTC());
+            out->SetNamedTime(PSETID_Appointment(), pid::AppointmentStart, core::DateTimeToQDateTime(meeting->AppoitmentStart()).toUTC());
         if (meeting->AppoitmentEnd() > 0)
-            out->SetNamedTime(PSETID_Appointment(), 0x820E, core::DateTimeToQDateTime(meeting->AppoitmentEnd()).toUTC());
-        out->SetNamedString(PSETID_Appointment(), 0x8208, meeting->Location());
+            out->SetNamedTime(PSETID_Appointment(), pid::AppointmentEnd, core::DateTimeToQDateTime(meeting->AppoitmentEnd()).toUTC());
+        out->SetNamedString(PSETID_Appointment(), pid::Location, meeting->Location());
     }
     AddAttachments(*out, message, depth);
     return out;
