@@ -275,7 +275,7 @@ void TNdbWriter::Finish(const std::array<uint32_t, 32>& nextNids)
 
 void TNdbWriter::WriteMaps()
 {
-    // Everything below the end of the file is in use (blocks are never
+    // Everything below the end of the data is in use (blocks are never
     // freed), so only the last region has free space.
     const uint64_t regions = (m_eof - FirstAMap + RegionSize - 1) / RegionSize;
     const uint64_t perRegion = RegionSize / BlockAlign;
@@ -316,6 +316,9 @@ void TNdbWriter::WriteMaps()
     }
     for (uint64_t r = 0; r < m_initialFMap.size(); ++r)
         m_initialFMap[r] = freeRun(r);
+    // The file ends where its last region does, as Outlook's files do: the
+    // free space the maps declare lies inside the file.
+    m_eof = RegionStart(regions);
 }
 
 void TNdbWriter::WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPageRef& nbt, const TPageRef& bbt)

@@ -62,6 +62,7 @@ public:
     // Writes the B-trees, the maps and the header, and closes the file.
     void Finish(const std::array<uint32_t, 32>& nextNids);
     void Abort();
+    // The bytes written so far; after Finish, the size of the file.
     qint64 Size() const { return qint64(m_eof); }
 
 private:

@@ -18,7 +18,10 @@
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QProcess>
 #include <QRandomGenerator>
+#include <QRegularExpression>
+#include <QStandardPaths>
 
 using namespace tessaly;
 using namespace tessaly::pstfile;
@@ -50,6 +53,18 @@ QByteArray Bytes(int size, quint32 seed)
         c = char(random.bounded(256));
     return data;
 }
+
+// A libpff tool's standard output; empty when it did not run or failed.
+QString RunTool(const QString& tool, const QStringList& args)
+{
+    QProcess process;
+    process.start(tool, args);
+    if (!process.waitForFinished(300000) || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0)
+        return {};
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+bool HaveTool(const char* tool) { return !QStandardPaths::findExecutable(QLatin1String(tool)).isEmpty(); }
 
 uint32_t BitwiseCrc(const QByteArray& data, uint32_t crc = 0)
 {
@@ -237,6 +252,34 @@ TEST_F(PSTWriterTest, GeneratorIsDeterministic)
     };
     EXPECT_EQ(hash(QStringLiteral("1.pst")), hash(QStringLiteral("2.pst")));
     EXPECT_NE(hash(QStringLiteral("1.pst")), hash(QStringLiteral("3.pst")));
+}
+
+TEST_F(PSTWriterTest, FreeSpaceOfTheAllocationMapsLiesInsideTheFile)
+{
+    if (!HaveTool("pffinfo"))
+        GTEST_SKIP() << "pffinfo is not installed (package pff-tools)";
+    // An empty store (one region), and one of many regions.
+    for (const int messages : {0, 300}) {
+        TGeneratorOptions options;
+        options.messages = messages;
+        options.contacts = options.appointments = messages ? 10 : 0;
+        options.attachSize = 40000;
+        const QString path = Path(QStringLiteral("m%1.pst").arg(messages));
+        GenerateDataFile(path, options);
+        const qint64 size = QFileInfo(path).size();
+        const QString info = RunTool(QStringLiteral("pffinfo"), {QStringLiteral("-a"), path});
+        ASSERT_TRUE(info.contains(QStringLiteral("Unallocated data blocks:"))) << info.toStdString();
+        static const QRegularExpression Range(
+            QStringLiteral("(\\d+) \\(0x[0-9a-f]+\\) - (\\d+) \\(0x[0-9a-f]+\\) size: (\\d+)"));
+        int ranges = 0;
+        for (auto it = Range.globalMatch(info); it.hasNext(); ++ranges) {
+            const auto m = it.next();
+            EXPECT_LE(m.captured(2).toLongLong(), size) << messages << " messages: " << m.captured(0).toStdString();
+            EXPECT_EQ(m.captured(2).toLongLong() - m.captured(1).toLongLong(), m.captured(3).toLongLong());
+        }
+        // The last region is never full in these files.
+        EXPECT_GT(ranges, 0) << info.toStdString();
+    }
 }
 
 TEST_F(PSTWriterTest, ItemsReadersMustTreatWithCare)
