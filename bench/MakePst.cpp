@@ -40,6 +40,13 @@ int main(int argc, char** argv)
     for (const auto& n : numbers)
         parser.addOption({QString::fromLatin1(n.name), QStringLiteral("%1 (default %2).").arg(QLatin1String(n.help)).arg(n.value),
             QStringLiteral("N")});
+    parser.addOption({QStringLiteral("order"),
+        QStringLiteral("Message node ids folder by folder (tree, the default) or as the mail arrived, interleaved "
+                       "across folders (arrival)."),
+        QStringLiteral("tree|arrival"), QStringLiteral("tree")});
+    parser.addOption({QStringLiteral("encoding"),
+        QStringLiteral("Encoding of the data blocks: none (the default), permute or cyclic."),
+        QStringLiteral("none|permute|cyclic"), QStringLiteral("none")});
     parser.addOption({QStringLiteral("edge-cases"),
         QStringLiteral("Add the folders and items readers must treat with care.")});
     parser.addOption({QStringLiteral("quiet"), QStringLiteral("No progress on standard error.")});
@@ -69,6 +76,26 @@ int main(int argc, char** argv)
     options.contacts = int(values[8]);
     options.appointments = int(values[9]);
     options.edgeCases = parser.isSet(QStringLiteral("edge-cases"));
+    const QString order = parser.value(QStringLiteral("order"));
+    if (order == QLatin1String("tree")) {
+        options.order = pstfile::pmoTree;
+    } else if (order == QLatin1String("arrival")) {
+        options.order = pstfile::pmoArrival;
+    } else {
+        std::fprintf(stderr, "make-pst: --order takes tree or arrival\n");
+        return 2;
+    }
+    const QString encoding = parser.value(QStringLiteral("encoding"));
+    if (encoding == QLatin1String("none")) {
+        options.cryptMethod = pstfile::CryptNone;
+    } else if (encoding == QLatin1String("permute")) {
+        options.cryptMethod = pstfile::CryptPermute;
+    } else if (encoding == QLatin1String("cyclic")) {
+        options.cryptMethod = pstfile::CryptCyclic;
+    } else {
+        std::fprintf(stderr, "make-pst: --encoding takes none, permute or cyclic\n");
+        return 2;
+    }
     const bool quiet = parser.isSet(QStringLiteral("quiet"));
 
     QElapsedTimer timer;

@@ -39,8 +39,10 @@ constexpr size_t BufferLimit = 8 << 20;
 
 // --- node database -----------------------------------------------------------
 
-TNdbWriter::TNdbWriter(const QString& fileName) : m_file(fileName)
+TNdbWriter::TNdbWriter(const QString& fileName, uint8_t cryptMethod) : m_file(fileName), m_cryptMethod(cryptMethod)
 {
+    if (cryptMethod != CryptNone && cryptMethod != CryptPermute && cryptMethod != CryptCyclic)
+        throw core::ETessalyError(QStringLiteral("Unknown encoding %1").arg(cryptMethod));
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         throw core::ETessalyError(QStringLiteral("Can not create %1: %2").arg(fileName, m_file.errorString()));
     m_buffer.reserve(BufferLimit + MaxBlockData * 2);
@@ -104,6 +106,16 @@ uint64_t TNdbWriter::WriteBlock(const char* data, uint32_t size, bool internal)
     const uint32_t total = uint32_t((size + sizeof trailer + BlockAlign - 1) / BlockAlign * BlockAlign);
     const uint64_t ib = Allocate(total, BlockAlign);
     const uint64_t bid = (m_nextBid++ << 2) | (internal ? 2 : 0);
+    if (!IsInternalBid(bid) && m_cryptMethod != CryptNone) {
+        m_encoded.resize(qsizetype(size));
+        memcpy(m_encoded.data(), data, size);
+        if (m_cryptMethod == CryptPermute)
+            EncodePermute(m_encoded.data(), size);
+        else
+            Cyclic(m_encoded.data(), size, uint32_t(bid));
+        data = m_encoded.constData();
+    }
+    // The checksum is over the bytes as stored.
     trailer.cb = uint16_t(size);
     trailer.wSig = Signature(ib, bid);
     trailer.dwCRC = Crc(data, size);
@@ -343,7 +355,7 @@ void TNdbWriter::WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPa
     std::copy(m_initialFMap.begin(), m_initialFMap.end(), h.rgbFM);
     memset(h.rgbFP, 0xFF, sizeof h.rgbFP);
     h.bSentinel = 0x80;
-    h.bCryptMethod = CryptNone;
+    h.bCryptMethod = m_cryptMethod;
     h.bidNextB = m_nextBid << 2;
     // Both checksums start after dwCRCPartial; the partial one covers 471
     // bytes, the full one everything up to dwCRCFull.

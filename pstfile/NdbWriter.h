@@ -42,10 +42,12 @@ struct TSubnode {
 };
 
 // The file and its node database. Throws core::ETessalyError when the file
-// cannot be written.
+// cannot be written. cryptMethod (CryptNone, CryptPermute or CryptCyclic)
+// encodes the data blocks; internal blocks (data trees, subnode trees) are
+// never encoded ([MS-PST] 5.1).
 class TNdbWriter {
 public:
-    explicit TNdbWriter(const QString& fileName);
+    explicit TNdbWriter(const QString& fileName, uint8_t cryptMethod = CryptNone);
     ~TNdbWriter();
     TNdbWriter(const TNdbWriter&) = delete;
     TNdbWriter& operator=(const TNdbWriter&) = delete;
@@ -89,6 +91,8 @@ private:
     void WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPageRef& nbt, const TPageRef& bbt);
 
     QFile m_file;
+    uint8_t m_cryptMethod;
+    QByteArray m_encoded;      // a data block as stored
     QByteArray m_buffer;       // bytes from m_bufferStart on, not yet written
     uint64_t m_bufferStart = 0;
     uint64_t m_eof = 0;

@@ -5,6 +5,7 @@
 #include <QRegularExpression>
 #include <QStringList>
 #include <algorithm>
+#include <optional>
 #include <random>
 
 namespace tessaly::pstfile {
@@ -26,6 +27,9 @@ const char* const Extensions[][2] = {{"pdf", "application/pdf"}, {"docx",
     "application/vnd.openxmlformats-officedocument.wordprocessingml.document"}, {"xlsx",
     "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"}, {"png", "image/png"},
     {"jpg", "image/jpeg"}, {"zip", "application/zip"}, {"txt", "text/plain"}};
+
+// Mail is sent within five years from 2020-01-01.
+constexpr int64_t Start = 1577836800, Span = 5 * 365 * 86400;
 
 template <class T, size_t N>
 constexpr size_t Count(const T (&)[N])
@@ -96,9 +100,10 @@ public:
         return m_pool.mid(Next(uint32_t(m_pool.size() - size + 1)), size);
     }
 
-    QDateTime Date() { return QDateTime::fromSecsSinceEpoch(1577836800 + int64_t(Next(5 * 365 * 86400)), Qt::UTC); }
+    QDateTime Date() { return QDateTime::fromSecsSinceEpoch(Start + int64_t(Next(Span)), Qt::UTC); }
 
-    TPSTMessage Mail()
+    // Sent at a random time, or at the one given.
+    TPSTMessage Mail(const std::optional<QDateTime>& when = {})
     {
         TPSTMessage m;
         const QString subject = Words(3 + int(Next(6)));
@@ -117,7 +122,7 @@ public:
         }
         m.SetString(pid::DisplayTo, to.join(QStringLiteral("; ")));
         m.SetString(pid::DisplayCc, cc.join(QStringLiteral("; ")));
-        const QDateTime sent = Date();
+        const QDateTime sent = when ? *when : Date();
         m.SetTime(pid::ClientSubmitTime, sent);
         m.SetTime(pid::DeliveryTime, sent.addSecs(5 + Next(600)));
         m.SetTime(pid::CreationTime, sent.addSecs(700));
@@ -248,12 +253,21 @@ TGeneratorResult GenerateDataFile(const QString& fileName, const TGeneratorOptio
 {
     TSynth synth(options);
     const QUuid storeId(options.seed, 0x7E55, 0xA1, 1, 2, 3, 4, 5, 6, 7, 8);
-    TPSTWriter writer(fileName, QStringLiteral("Synthetic %1").arg(options.seed), storeId);
+    TPSTWriter writer(fileName, QStringLiteral("Synthetic %1").arg(options.seed), storeId,
+        {options.order, options.cryptMethod});
     TGeneratorResult result;
     std::vector<uint32_t> mailFolders{writer.SpecialFolder(psfInbox), writer.SpecialFolder(psfSentItems)};
     AddFolders(writer, synth, writer.SpecialFolder(psfInbox), options.folders, std::max(1, options.depth), mailFolders);
+    // Arriving mail comes over the same five years as random mail, in order.
+    const int64_t step = options.messages > 0 ? std::max<int64_t>(1, Span / options.messages) : 1;
     for (int64_t i = 0; i < options.messages; ++i) {
-        writer.AddMessage(mailFolders[synth.Next(uint32_t(mailFolders.size()))], synth.Mail());
+        std::optional<QDateTime> when;
+        if (options.order == pmoArrival)
+            when = QDateTime::fromSecsSinceEpoch(Start + i * step + synth.Next(uint32_t(step)), Qt::UTC);
+        // The message first, then its folder: the order of random draws the
+        // generator has always had, so tree-ordered files stay the same.
+        const TPSTMessage mail = synth.Mail(when);
+        writer.AddMessage(mailFolders[synth.Next(uint32_t(mailFolders.size()))], mail);
         if (progress && (i + 1) % 1000 == 0)
             progress(i + 1);
     }

@@ -3,6 +3,8 @@
 // Synthetic data files for tests and benchmarks: from a seed and a few
 // parameters, the same file every time.
 
+#include "pstfile/PSTWriter.h"
+
 #include <QString>
 #include <cstdint>
 #include <functional>
@@ -24,6 +26,10 @@ struct TGeneratorOptions {
     // "MS-OLK..." and "IPM...", an IPF.Task folder, a recipient of type 5, an
     // Exchange sender, nameless attachments, an attached message.
     bool edgeCases = false;
+    // Tree: mail in random order, numbered folder by folder. Arrival: mail
+    // in date order, spread over the folders and numbered as it comes.
+    TPSTMessageOrder order = pmoTree;
+    uint8_t cryptMethod = CryptNone; // the encoding of the data blocks
 };
 
 struct TGeneratorResult {

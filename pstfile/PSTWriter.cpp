@@ -281,8 +281,9 @@ QByteArray CompressRtf(const QByteArray& rtf)
 
 // --- the writer ------------------------------------------------------------------
 
-TPSTWriter::TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId)
-    : m_ndb(fileName), m_storeName(storeName), m_storeId(storeId)
+TPSTWriter::TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId,
+    const TPSTWriterOptions& options)
+    : m_options(options), m_ndb(fileName, options.cryptMethod), m_storeName(storeName), m_storeId(storeId)
 {
     m_folders[RootFolder] = {RootFolder, {}, {}, {}, {}, {}, {}};
     static const char* const Names[] = {"Top of Personal Folders", "Inbox", "Outbox", "Sent Items", "Deleted Items",
@@ -468,7 +469,13 @@ void TPSTWriter::AddMessage(uint32_t folder, const TPSTMessage& message)
     SetDefault(cells, Tag(pid::MessageSize, ptLong), Le32(node.size));
     SetDefault(cells, Tag(pid::MessageFlags, ptLong), Le32(message.attachments.empty() ? 0x01 : 0x11));
     it->second.rows.push_back(PackCells(cells));
-    it->second.blocks.emplace_back(node.bidData, node.bidSub);
+    if (m_options.order == pmoArrival) {
+        const uint32_t nid = MakeNid(nidNormalMessage, m_nextMessage++);
+        it->second.rowIds.push_back(nid);
+        m_ndb.AddNode(nid, node.bidData, node.bidSub, folder);
+    } else {
+        it->second.blocks.emplace_back(node.bidData, node.bidSub);
+    }
     ++m_messageCount;
 }
 
@@ -489,7 +496,6 @@ void TPSTWriter::NumberMessages()
     walk(RootFolder);
     for (auto it = preorder.rbegin(); it != preorder.rend(); ++it) {
         TFolder& folder = m_folders.at(*it);
-        folder.rowIds.clear();
         for (const auto& [bidData, bidSub] : folder.blocks) {
             const uint32_t nid = MakeNid(nidNormalMessage, m_nextMessage++);
             folder.rowIds.push_back(nid);

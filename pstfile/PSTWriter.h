@@ -83,11 +83,27 @@ QByteArray CompressRtf(const QByteArray& rtf);
 
 enum TPSTSpecialFolder { psfTopOfStore, psfInbox, psfOutbox, psfSentItems, psfDeletedItems, psfDrafts };
 
+// How messages get their node ids.
+enum TPSTMessageOrder {
+    // At Finish, folder by folder in reverse tree order: libpff, which looks
+    // each parent up among the items already read, opens such files fastest.
+    pmoTree,
+    // In the order messages are added, as in a mailbox that received its mail
+    // over time: consecutive messages of different folders interleave.
+    pmoArrival,
+};
+
+struct TPSTWriterOptions {
+    TPSTMessageOrder order = pmoTree;
+    uint8_t cryptMethod = CryptNone; // CryptNone, CryptPermute or CryptCyclic
+};
+
 class TPSTWriter {
 public:
     // Throws core::ETessalyError when the file cannot be created. A writer
     // destroyed before Finish removes its file.
-    TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId = QUuid::createUuid());
+    TPSTWriter(const QString& fileName, const QString& storeName, const QUuid& storeId = QUuid::createUuid(),
+        const TPSTWriterOptions& options = {});
     ~TPSTWriter();
 
     static constexpr uint32_t RootFolder = nidRootFolder;
@@ -98,7 +114,8 @@ public:
     void RenameFolder(uint32_t folder, const QString& name);
     // The sub-folder of that name (compared without regard to case), or 0.
     uint32_t FindFolder(uint32_t parent, const QString& name) const;
-    // The message is written at once; its node id is given at Finish.
+    // The message is written at once; its node id is given now or at Finish,
+    // as the order of the options says.
     void AddMessage(uint32_t folder, const TPSTMessage& message);
     void Finish();
     qint64 Size() const { return m_ndb.Size(); }
@@ -109,9 +126,9 @@ private:
         uint32_t parent = 0;
         QString name, containerClass;
         std::vector<uint32_t> children;
-        std::vector<uint32_t> rowIds;   // the messages' node ids, given at Finish
+        std::vector<uint32_t> rowIds;   // the messages' node ids
         std::vector<QByteArray> rows;   // contents table cells, packed
-        std::vector<std::pair<uint64_t, uint64_t>> blocks; // the messages' data and subnode blocks
+        std::vector<std::pair<uint64_t, uint64_t>> blocks; // data and subnode blocks of messages not yet numbered
     };
     using TSubnodes = std::vector<TSubnode>;
     struct TNodeData {
@@ -130,6 +147,7 @@ private:
     void WriteNameMap();
     void WriteTemplates();
 
+    TPSTWriterOptions m_options;
     TNdbWriter m_ndb;
     QString m_storeName;
     QUuid m_storeId;
