@@ -318,15 +318,14 @@ void TNdb::ForEachNode(const std::function<void(const TNodeEntry&)>& visit) cons
     }
 }
 
-std::optional<TNdb::TBBTEntry> TNdb::FindBlock(uint64_t bid) const
+std::optional<TNdb::TBlockRef> TNdb::FindBlock(uint64_t bid) const
 {
-    // The B-tree keys blocks by id without the "internal" bit's neighbour,
-    // the reference count bit 0, which readers ignore.
+    // Bit 0 of a block id is reserved: readers ignore it.
     QByteArray e;
     const uint64_t key = bid & ~uint64_t(1);
     if (!SearchTree(m_bbtBid, m_bbtIb, ptypeBBT, key, e))
         return std::nullopt;
-    TBBTEntry block;
+    TBlockRef block;
     switch (m_layout.kind) {
     case TFileKind::Ansi: {
         const auto b = Load<TBBTEntryAnsi>(e.constData());

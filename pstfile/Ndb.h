@@ -73,6 +73,13 @@ public:
     // leaves; pages that fail are skipped).
     void ForEachNode(const std::function<void(const TNodeEntry&)>& visit) const;
 
+    // Where a block is stored and its sizes, as the block index gives them.
+    struct TBlockRef {
+        uint64_t bid = 0, ib = 0;
+        uint32_t cb = 0, cbInflated = 0;
+    };
+    std::optional<TBlockRef> FindBlock(uint64_t bid) const;
+
     // One block's data, decoded and inflated; null when it cannot be read.
     TBlock ReadBlock(uint64_t bid) const;
     // The size of a block's data (inflated) as the block index gives it.
@@ -93,11 +100,6 @@ public:
     static constexpr qint64 MaxStream = qint64(1) << 31;
 
 private:
-    struct TBBTEntry {
-        uint64_t bid = 0, ib = 0;
-        uint32_t cb = 0, cbInflated = 0;
-    };
-    std::optional<TBBTEntry> FindBlock(uint64_t bid) const;
     // Searches a B-tree for the leaf entry of key; entryOut gets its bytes.
     bool SearchTree(uint64_t rootBid, uint64_t rootIb, uint8_t ptype, uint64_t key, QByteArray& entryOut) const;
     // One B-tree page, checked; null when it fails.

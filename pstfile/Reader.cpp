@@ -368,7 +368,9 @@ qint64 TAttachment::ReadData(qint64 offset, char* out, qint64 size) const
     if (!m_dataOk || offset < 0 || size < 0)
         return -1;
     if (m_blocks.empty()) {
-        const qint64 n = std::clamp<qint64>(m_inline.size() - offset, 0, size);
+        if (offset >= m_inline.size())
+            return 0;
+        const qint64 n = std::min<qint64>(m_inline.size() - offset, size);
         std::memcpy(out, m_inline.constData() + offset, size_t(n));
         return n;
     }
