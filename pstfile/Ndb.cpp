@@ -47,28 +47,26 @@ TNdb::TNdb(const QString& fileName) : m_fileName(fileName), m_file(fileName)
     if (start.dwMagic != HeaderMagic)
         throw EPstFileError(QStringLiteral("%1 is not an Outlook data file").arg(fileName));
     m_isOst = start.wMagicClient == MagicClientOst;
-    if (start.wVer >= VerAnsiMin && start.wVer <= VerAnsiMax) {
-        m_layout = TLayout::For(TFileKind::Ansi);
-        const auto header = Load<THeaderAnsi>(h);
-        if (Crc(h + 8, 471) != header.start.dwCRCPartial)
+    // Both kinds of header keep the same fields at different places.
+    auto take = [&](const auto& header, uint32_t crc, uint32_t storedCrc) {
+        if (crc != storedCrc)
             Report(0, QStringLiteral("the header's checksum is wrong"));
         m_crypt = header.bCryptMethod;
         m_nbtBid = header.root.brefNBT.bid;
         m_nbtIb = header.root.brefNBT.ib;
         m_bbtBid = header.root.brefBBT.bid;
         m_bbtIb = header.root.brefBBT.ib;
-    } else if (start.wVer == VerUnicode || start.wVer == VerUnicode4K || (start.wVer > 15 && start.wVer < 36)) {
+    };
+    if (start.wVer >= VerAnsiMin && start.wVer <= VerAnsiMax) {
+        m_layout = TLayout::For(TFileKind::Ansi);
+        const auto header = Load<THeaderAnsi>(h);
+        take(header, Crc(h + 8, 471), header.start.dwCRCPartial);
+    } else if (start.wVer > VerAnsiMax && start.wVer <= VerUnicode4K) {
         if (m_fileSize < qint64(sizeof(THeaderUnicode)))
             throw EPstFileError(QStringLiteral("%1 is not an Outlook data file: it is too short").arg(fileName));
         m_layout = TLayout::For(start.wVer == VerUnicode4K ? TFileKind::Unicode4K : TFileKind::Unicode);
         const auto header = Load<THeaderUnicode>(h);
-        if (Crc(h + 8, 516) != header.dwCRCFull)
-            Report(0, QStringLiteral("the header's checksum is wrong"));
-        m_crypt = header.bCryptMethod;
-        m_nbtBid = header.root.brefNBT.bid;
-        m_nbtIb = header.root.brefNBT.ib;
-        m_bbtBid = header.root.brefBBT.bid;
-        m_bbtIb = header.root.brefBBT.ib;
+        take(header, Crc(h + 8, 516), header.dwCRCFull);
     } else {
         throw EPstFileError(
             QStringLiteral("%1 is an Outlook data file of an unknown version (%2)").arg(fileName).arg(start.wVer));

@@ -24,6 +24,15 @@ QUuid GuidFromBytes(const char* p)
 const QUuid PS_MAPI(0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
 const QUuid PS_PUBLIC_STRINGS(0x00020329, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
 
+// The property context of a node, or invalid properties.
+TProperties OpenProperties(std::shared_ptr<const TPstFile> file, const TNodeScope& scope)
+{
+    auto pc = TPropertyContext::Open(scope);
+    if (!pc)
+        return {};
+    return TProperties(std::move(file), std::make_shared<const TPropertyContext>(std::move(*pc)));
+}
+
 } // namespace
 
 // --- name-to-id map ------------------------------------------------------------------
@@ -222,10 +231,8 @@ TMessage::TMessage(std::shared_ptr<const TPstFile> file, uint32_t nid, TNodeScop
 
 const TProperties& TMessage::Properties() const
 {
-    if (!m_props) {
-        auto pc = TPropertyContext::Open(m_scope);
-        m_props = pc ? TProperties(m_file, std::make_shared<const TPropertyContext>(std::move(*pc))) : TProperties();
-    }
+    if (!m_props)
+        m_props = OpenProperties(m_file, m_scope);
     return *m_props;
 }
 
@@ -295,10 +302,8 @@ TAttachment::TAttachment(std::shared_ptr<const TPstFile> file, uint32_t nid, TNo
 
 const TProperties& TAttachment::Properties() const
 {
-    if (!m_props) {
-        auto pc = TPropertyContext::Open(m_scope);
-        m_props = pc ? TProperties(m_file, std::make_shared<const TPropertyContext>(std::move(*pc))) : TProperties();
-    }
+    if (!m_props)
+        m_props = OpenProperties(m_file, m_scope);
     return *m_props;
 }
 
@@ -415,10 +420,7 @@ TProperties TPstFile::Properties(uint32_t nid) const
     const auto node = m_ndb.FindNode(nid);
     if (!node)
         return {};
-    auto pc = TPropertyContext::Open(TNodeScope(m_ndb, node->bidData, node->bidSub));
-    if (!pc)
-        return {};
-    return TProperties(shared_from_this(), std::make_shared<const TPropertyContext>(std::move(*pc)));
+    return OpenProperties(shared_from_this(), TNodeScope(m_ndb, node->bidData, node->bidSub));
 }
 
 std::optional<std::vector<uint32_t>> TPstFile::TableRowIds(uint32_t tableNid) const
