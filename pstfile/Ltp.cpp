@@ -3,6 +3,7 @@
 #include "pstfile/Endian.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace tessaly::pstfile {
 
@@ -113,12 +114,13 @@ std::optional<TBTreeRecords> ReadBTree(const THeap& heap, uint32_t hidHeader)
         return out;
     const size_t leafSize = size_t(header.cbKey) + header.cbEnt, indexSize = size_t(header.cbKey) + 4;
     // Depth first, left to right: the records come out in key order.
+    // A damaged tree may point back at its own nodes: each is read once.
     std::vector<std::pair<uint32_t, int>> stack{{header.hidRoot, header.bIdxLevels}};
-    size_t visited = 0;
+    std::unordered_set<uint32_t> visited;
     while (!stack.empty()) {
         const auto [hid, level] = stack.back();
         stack.pop_back();
-        if (++visited > 1 << 20)
+        if (!visited.insert(hid).second)
             return std::nullopt;
         const auto node = heap.Item(hid);
         if (!node)

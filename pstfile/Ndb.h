@@ -97,7 +97,8 @@ public:
     // What failed so far, each block or page once.
     QStringList Problems() const;
 
-    static constexpr qint64 MaxStream = qint64(1) << 31;
+    // The largest value read whole; attachment data is read in parts.
+    static constexpr qint64 MaxStream = qint64(256) << 20;
 
 private:
     // Searches a B-tree for the leaf entry of key; entryOut gets its bytes.

@@ -463,9 +463,11 @@ std::vector<uint32_t> TPstFile::ChildrenByParent(uint32_t folder, bool folders) 
 
 std::vector<uint32_t> TPstFile::SubFolders(uint32_t folder) const
 {
-    if (auto ids = TableRowIds((folder & ~0x1Fu) | nidHierarchyTable))
-        return std::move(*ids);
-    return ChildrenByParent(folder, true);
+    auto ids = TableRowIds((folder & ~0x1Fu) | nidHierarchyTable);
+    std::vector<uint32_t> out = ids ? std::move(*ids) : ChildrenByParent(folder, true);
+    // A damaged table may name the folder itself.
+    out.erase(std::remove(out.begin(), out.end(), folder), out.end());
+    return out;
 }
 
 std::vector<uint32_t> TPstFile::Contents(uint32_t folder) const
