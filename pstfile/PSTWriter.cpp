@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 
 namespace tessaly::pstfile {
 
@@ -486,14 +487,17 @@ void TPSTWriter::NumberMessages()
     // messages of the folders last in that order get the lowest message
     // ids, so a lookup never passes the messages already in the tree.
     std::vector<uint32_t> preorder;
-    std::function<void(uint32_t)> walk = [&](uint32_t nid) {
+    std::vector<uint32_t> pending{RootFolder};
+    while (!pending.empty()) {
+        const uint32_t nid = pending.back();
+        pending.pop_back();
         preorder.push_back(nid);
-        std::vector<uint32_t> children = m_folders.at(nid).children;
-        std::sort(children.begin(), children.end());
-        for (uint32_t child : children)
-            walk(child);
-    };
-    walk(RootFolder);
+        // Children go on the stack highest id first, so the lowest comes off next.
+        const size_t first = pending.size();
+        const std::vector<uint32_t>& children = m_folders.at(nid).children;
+        pending.insert(pending.end(), children.begin(), children.end());
+        std::sort(pending.begin() + std::ptrdiff_t(first), pending.end(), std::greater<>());
+    }
     for (auto it = preorder.rbegin(); it != preorder.rend(); ++it) {
         TFolder& folder = m_folders.at(*it);
         for (const auto& [bidData, bidSub] : folder.blocks) {

@@ -431,6 +431,46 @@ TEST_F(PSTWriterTest, EveryOrderAndEncodingReadsBackWhole)
     }
 }
 
+TEST_F(PSTWriterTest, TreeOrderNumbersTheFoldersOfADepthFirstWalkFromTheLast)
+{
+    // Inbox > A > A1, A2 > A2x and Inbox > B > B1, made in an order that
+    // differs from the walk; two messages each, added round robin.
+    const QString path = Path(QStringLiteral("tree.pst"));
+    std::vector<uint32_t> walk; // the folders depth first, children by id
+    {
+        TPSTWriter writer(path, QStringLiteral("Test"));
+        const uint32_t inbox = writer.SpecialFolder(psfInbox);
+        const uint32_t a = writer.AddFolder(inbox, QStringLiteral("A"));
+        const uint32_t b = writer.AddFolder(inbox, QStringLiteral("B"));
+        const uint32_t a1 = writer.AddFolder(a, QStringLiteral("A1"));
+        const uint32_t b1 = writer.AddFolder(b, QStringLiteral("B1"));
+        const uint32_t a2 = writer.AddFolder(a, QStringLiteral("A2"));
+        const uint32_t a2x = writer.AddFolder(a2, QStringLiteral("A2x"));
+        walk = {inbox, a, a1, a2, a2x, b, b1};
+        const std::vector<uint32_t> added{b1, a2x, inbox, a1, b, a2, a};
+        for (int round = 0; round < 2; ++round) {
+            for (const uint32_t folder : added) {
+                TPSTMessage m;
+                m.SetString(pid::Subject, QStringLiteral("%1 %2").arg(folder).arg(round));
+                writer.AddMessage(folder, m);
+            }
+        }
+        writer.Finish();
+    }
+    std::vector<uint32_t> expected;
+    for (auto it = walk.rbegin(); it != walk.rend(); ++it)
+        expected.insert(expected.end(), 2, *it);
+    EXPECT_EQ(MessageParentsByNid(ReadAll(path)), expected);
+
+    pst::TPSTFile pst(path);
+    ASSERT_NE(pst.RootFolder(), nullptr);
+    for (const char* name : {"A", "A1", "A2", "A2x", "B", "B1"}) {
+        pst::TPSTFolder* folder = Find(pst.RootFolder(), QLatin1String(name));
+        ASSERT_NE(folder, nullptr) << name;
+        EXPECT_EQ(folder->ItemCount(), 2) << name;
+    }
+}
+
 TEST_F(PSTWriterTest, GeneratedFilesOfEveryOrderAndEncodingReadBackAlike)
 {
     TGeneratorOptions options;
