@@ -60,13 +60,13 @@ TNdb::TNdb(const QString& fileName) : m_fileName(fileName), m_file(fileName)
     if (start.wVer >= VerAnsiMin && start.wVer <= VerAnsiMax) {
         m_layout = TLayout::For(TFileKind::Ansi);
         const auto header = Load<THeaderAnsi>(h);
-        take(header, Crc(h + 8, 471), header.start.dwCRCPartial);
+        take(header, Crc(h + 8, HeaderCrcPartialSize), header.start.dwCRCPartial);
     } else if (start.wVer > VerAnsiMax && start.wVer <= VerUnicode4K) {
         if (m_fileSize < qint64(sizeof(THeaderUnicode)))
             throw EPstFileError(QStringLiteral("%1 is not an Outlook data file: it is too short").arg(fileName));
         m_layout = TLayout::For(start.wVer == VerUnicode4K ? TFileKind::Unicode4K : TFileKind::Unicode);
         const auto header = Load<THeaderUnicode>(h);
-        take(header, Crc(h + 8, 516), header.dwCRCFull);
+        take(header, Crc(h + 8, HeaderCrcFullSize), header.dwCRCFull);
     } else {
         throw EPstFileError(
             QStringLiteral("%1 is an Outlook data file of an unknown version (%2)").arg(fileName).arg(start.wVer));

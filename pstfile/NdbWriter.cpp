@@ -10,14 +10,6 @@ namespace tessaly::pstfile {
 
 namespace {
 
-// The pages of the allocation maps ([MS-PST] 2.2.2.7.2 to 2.2.2.7.6): a
-// bitmap or byte map, and the trailer.
-struct TMapPageUnicode {
-    uint8_t rgb[496];
-    TPageTrailerUnicode trailer;
-};
-static_assert(sizeof(TMapPageUnicode) == 512);
-
 constexpr uint64_t PageSize = 512;
 constexpr uint64_t BlockAlign = 64;
 constexpr uint64_t FirstAMap = 0x4400;
@@ -25,7 +17,6 @@ constexpr uint64_t MapBytes = sizeof(TMapPageUnicode::rgb);
 constexpr uint64_t RegionSize = MapBytes * 8 * BlockAlign; // what one allocation map covers
 constexpr uint32_t FMapStart = 128, FMapEvery = MapBytes;
 constexpr uint32_t FPMapStart = 128 * 8 * 8, FPMapEvery = MapBytes * 8 * 8;
-constexpr uint16_t VerClient = 19;
 
 uint64_t RegionStart(uint64_t r) { return FirstAMap + r * RegionSize; }
 bool HasPMap(uint64_t r) { return r % 8 == 0; }
@@ -357,12 +348,9 @@ void TNdbWriter::WriteHeader(const std::array<uint32_t, 32>& nextNids, const TPa
     h.bSentinel = 0x80;
     h.bCryptMethod = m_cryptMethod;
     h.bidNextB = m_nextBid << 2;
-    // Both checksums start after dwCRCPartial; the partial one covers 471
-    // bytes, the full one everything up to dwCRCFull.
-    constexpr size_t CrcStart = offsetof(THeaderStart, wMagicClient);
     const auto* bytes = reinterpret_cast<const char*>(&h);
-    h.start.dwCRCPartial = Crc(bytes + CrcStart, 471);
-    h.dwCRCFull = Crc(bytes + CrcStart, offsetof(THeaderUnicode, dwCRCFull) - CrcStart);
+    h.start.dwCRCPartial = Crc(bytes + HeaderCrcStart, HeaderCrcPartialSize);
+    h.dwCRCFull = Crc(bytes + HeaderCrcStart, HeaderCrcFullSize);
     if (!m_file.resize(qint64(m_eof)) || !m_file.seek(0) || m_file.write(bytes, sizeof h) != qint64(sizeof h))
         throw core::ETessalyError(
             QStringLiteral("Can not write %1: %2").arg(m_file.fileName(), m_file.errorString()));

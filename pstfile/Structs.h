@@ -44,6 +44,8 @@ enum class TFileKind { Ansi, Unicode, Unicode4K };
 
 // wVer of the header.
 constexpr uint16_t VerAnsiMin = 14, VerAnsiMax = 15, VerUnicode = 23, VerUnicode4K = 36;
+// wVerClient of the header: the client file format version [MS-PST] describes.
+constexpr uint16_t VerClient = 19;
 constexpr uint32_t HeaderMagic = 0x4E444221;        // "!BDN"
 constexpr uint16_t MagicClientPst = 0x4D53;         // "SM"
 constexpr uint16_t MagicClientOst = 0x4F53;         // "SO"
@@ -199,6 +201,13 @@ struct TBTPage4K {
     uint8_t rgentries[4056];
     TBTPageCounts4K counts;
     TPageTrailer4K trailer;
+};
+
+// The pages of the allocation maps of Unicode files ([MS-PST] 2.2.2.7.2 to
+// 2.2.2.7.6): the AMap, PMap and FPMap bitmaps and the FMap byte map.
+struct TMapPageUnicode {
+    uint8_t rgb[496];
+    TPageTrailerUnicode trailer;
 };
 
 // Entries of B-tree pages: index entries, and the leaves of the node
@@ -386,6 +395,7 @@ static_assert(sizeof(TBTPageAnsi) == 512 && offsetof(TBTPageAnsi, counts) == 496
 static_assert(sizeof(TBTPageUnicode) == 512 && offsetof(TBTPageUnicode, counts) == 488
     && offsetof(TBTPageUnicode, trailer) == 496);
 static_assert(sizeof(TBTPage4K) == 4096 && offsetof(TBTPage4K, counts) == 4056 && offsetof(TBTPage4K, trailer) == 4072);
+static_assert(sizeof(TMapPageUnicode) == 512 && offsetof(TMapPageUnicode, trailer) == 496);
 static_assert(sizeof(TBTEntryAnsi) == 12 && sizeof(TBTEntryUnicode) == 24);
 static_assert(sizeof(TNBTEntryAnsi) == 16 && sizeof(TNBTEntryUnicode) == 32 && offsetof(TNBTEntryUnicode, nidParent) == 24);
 static_assert(sizeof(TBBTEntryAnsi) == 12 && sizeof(TBBTEntryUnicode) == 24 && sizeof(TBBTEntry4K) == 24
@@ -399,6 +409,15 @@ static_assert(sizeof(THNHeader) == 12 && sizeof(THNPageHeader) == 2 && sizeof(TH
 static_assert(sizeof(THNPageMap) == 4 && sizeof(TBTHHeader) == 8 && sizeof(TPCRecord) == 8);
 static_assert(sizeof(TTCInfo) == 22 && offsetof(TTCInfo, hidRowIndex) == 10 && sizeof(TTCColDesc) == 8);
 static_assert(sizeof(TNameIdEntry) == 8);
+
+// The header's checksums ([MS-PST] 2.2.2.6) both start at wMagicClient.
+// dwCRCPartial covers 471 bytes, which in the ANSI header end before
+// bReserved (in the Unicode header inside rgbFP); dwCRCFull of the Unicode
+// header covers everything up to itself.
+constexpr size_t HeaderCrcStart = offsetof(THeaderStart, wMagicClient);
+constexpr size_t HeaderCrcPartialSize = offsetof(THeaderAnsi, bReserved) - HeaderCrcStart;
+constexpr size_t HeaderCrcFullSize = offsetof(THeaderUnicode, dwCRCFull) - HeaderCrcStart;
+static_assert(HeaderCrcStart == 8 && HeaderCrcPartialSize == 471 && HeaderCrcFullSize == 516);
 
 // Node ids ([MS-PST] 2.2.2.1): a type in the low five bits, an index above.
 enum TNidType : uint32_t {

@@ -131,7 +131,7 @@ int ParentChanges(const std::vector<uint32_t>& parents)
 
 } // namespace
 
-TEST(PSTFormat, CrcAgreesWithTheBitwiseDefinitionAndChains)
+TEST(Crypt, CrcAgreesWithTheBitwiseDefinitionAndChains)
 {
     for (int size : {0, 1, 3, 4, 5, 511, 8176}) {
         const QByteArray data = Bytes(size, uint32_t(size));
@@ -143,7 +143,7 @@ TEST(PSTFormat, CrcAgreesWithTheBitwiseDefinitionAndChains)
     }
 }
 
-TEST(PSTFormat, CompressedRtfReadsBackAtEverySizeAroundTheDictionaryWrap)
+TEST(PSTWriterRtf, CompressedRtfReadsBackAtEverySizeAroundTheDictionaryWrap)
 {
     // 207 bytes of the dictionary are preset; the end marker wraps at 4096.
     for (int size : {0, 1, 7, 8, 9, 4096 - 207 - 1, 4096 - 207, 4096 - 207 + 1, 20000}) {
@@ -375,6 +375,10 @@ TEST_F(PSTWriterTest, EveryOrderAndEncodingReadsBackWhole)
             // Every block's checksum is over its bytes as stored; internal
             // blocks keep their plain block type byte.
             const auto header = Load<THeaderUnicode>(file.constData());
+            // Both header checksums start at wMagicClient: 471 bytes, and
+            // everything up to dwCRCFull.
+            EXPECT_EQ(header.start.dwCRCPartial, BitwiseCrc(file.mid(8, 471)));
+            EXPECT_EQ(header.dwCRCFull, BitwiseCrc(file.mid(8, 516)));
             const auto blocks = BTreeLeaves<TBBTEntryUnicode>(file, header.root.brefBBT.ib);
             ASSERT_FALSE(blocks.empty());
             int internal = 0;
