@@ -60,13 +60,13 @@ TNdb::TNdb(const QString& fileName) : m_fileName(fileName), m_file(fileName)
     if (start.wVer >= VerAnsiMin && start.wVer <= VerAnsiMax) {
         m_layout = TLayout::For(TFileKind::Ansi);
         const auto header = Load<THeaderAnsi>(h);
-        take(header, Crc(h + 8, HeaderCrcPartialSize), header.start.dwCRCPartial);
+        take(header, Crc(h + HeaderCrcStart, HeaderCrcPartialSize), header.start.dwCRCPartial);
     } else if (start.wVer > VerAnsiMax && start.wVer <= VerUnicode4K) {
         if (m_fileSize < qint64(sizeof(THeaderUnicode)))
             throw EPstFileError(QStringLiteral("%1 is not an Outlook data file: it is too short").arg(fileName));
         m_layout = TLayout::For(start.wVer == VerUnicode4K ? TFileKind::Unicode4K : TFileKind::Unicode);
         const auto header = Load<THeaderUnicode>(h);
-        take(header, Crc(h + 8, HeaderCrcFullSize), header.dwCRCFull);
+        take(header, Crc(h + HeaderCrcStart, HeaderCrcFullSize), header.dwCRCFull);
     } else {
         throw EPstFileError(
             QStringLiteral("%1 is an Outlook data file of an unknown version (%2)").arg(fileName).arg(start.wVer));
@@ -145,15 +145,15 @@ TBlock TNdb::ReadPage(uint64_t bid, uint64_t ib, uint8_t ptype) const
     uint64_t storedBid;
     switch (m_layout.kind) {
     case TFileKind::Ansi: {
-        const auto t = Load<TPageTrailerAnsi>(p + 500);
+        const auto t = Load<TPageTrailerAnsi>(p + offsetof(TBTPageAnsi, trailer));
         type = t.ptype, repeat = t.ptypeRepeat, storedCrc = t.dwCRC, storedBid = t.bid;
-        crc = Crc(p, 500);
+        crc = Crc(p, offsetof(TBTPageAnsi, trailer));
         break;
     }
     case TFileKind::Unicode: {
-        const auto t = Load<TPageTrailerUnicode>(p + 496);
+        const auto t = Load<TPageTrailerUnicode>(p + offsetof(TBTPageUnicode, trailer));
         type = t.ptype, repeat = t.ptypeRepeat, storedCrc = t.dwCRC, storedBid = t.bid;
-        crc = Crc(p, 496);
+        crc = Crc(p, offsetof(TBTPageUnicode, trailer));
         break;
     }
     default: {
