@@ -40,6 +40,24 @@ TEST(Inspect, JsonOfOneAndOfSeveralFiles)
     EXPECT_EQ(QJsonDocument::fromJson(two.out.toUtf8()).array().size(), 2);
 }
 
+// Everything tessaly-inspect reads from every sample data file, as the
+// golden files keep it: the folder tree, every item and its fields.
+TEST(Inspect, EverySampleDataFileGivesItsGoldenJson)
+{
+    const QDir samples(TestData(QStringLiteral("pst")));
+    int compared = 0;
+    for (const QString& name : samples.entryList(QDir::Files)) {
+        QFile golden(TestData(QStringLiteral("golden/inspect/%1.json").arg(name)));
+        ASSERT_TRUE(golden.open(QIODevice::ReadOnly)) << name.toStdString() << " has no golden file";
+        const TRun run = RunProgram(QStringLiteral("tessaly-inspect"),
+            {QStringLiteral("--json"), QStringLiteral("--messages"), name}, samples.path());
+        ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+        EXPECT_EQ(run.out.toUtf8(), golden.readAll()) << name.toStdString();
+        ++compared;
+    }
+    EXPECT_GE(compared, 7);
+}
+
 TEST(Inspect, MissingFileAndBadOption)
 {
     const TRun missing = RunProgram(QStringLiteral("tessaly-inspect"), {QStringLiteral("/no/such.pst")});
