@@ -1,13 +1,13 @@
 #include "pst/PSTFile.h"
 
 #include "platform/CodePage.h"
-#include "pst/PffProperty.h"
+#include "pst/PSTProperty.h"
 #include "pstfile/Endian.h"
 #include "pstfile/PropTags.h"
 
-#include <QFile>
 #include <QFileInfo>
-#include <string>
+#include <algorithm>
+#include <iterator>
 
 namespace tessaly::pst {
 
@@ -27,8 +27,8 @@ constexpr uint32_t RootEntryTag = 0x8022;
 
 // --- TPSTMessageStore --------------------------------------------------------
 
-TPSTMessageStore::TPSTMessageStore(TPSTFile& file, TPffItemHandle item)
-    : TPSTItem(file.Context(), std::move(item)), m_file(file)
+TPSTMessageStore::TPSTMessageStore(TPSTFile& file, pstfile::TProperties props)
+    : TPSTItem(file.Context(), pstfile::nidMessageStore, std::move(props)), m_file(file)
 {
     if (file.IsOST()) {
         m_ids = OstFolderIDs;
@@ -44,7 +44,7 @@ TPSTMessageStore::TPSTMessageStore(TPSTFile& file, TPffItemHandle item)
 // 32-bit descriptor of the object (the [MS-PST] form of an entry identifier).
 uint32_t TPSTMessageStore::EntryDescriptor(uint32_t tag) const
 {
-    const QByteArray data = ReadBinary(Handle(), 0, tag);
+    const QByteArray data = ReadBinary(Props(), tag);
     if (data.size() < 24)
         return 0;
     return pstfile::Get32(data.constData() + 20);
@@ -60,16 +60,17 @@ TPSTFolderKind TPSTMessageStore::GetFolderKind(uint32_t id) const
 
 std::unique_ptr<TPSTRootFolder> TPSTMessageStore::Root()
 {
-    libpff_file_t* file = m_file.Handle();
+    pstfile::TPstFile* file = m_file.Reader();
     if (!file)
         return nullptr;
-    const uint32_t id = m_file.IsOST() ? OstRootID : EntryDescriptor(RootEntryTag);
-    TPffItemHandle root;
-    if (id == 0 || libpff_file_get_item_by_identifier(file, id, root.Out(), nullptr) != 1 || !root) {
-        if (libpff_file_get_root_folder(file, root.Out(), nullptr) != 1 || !root)
-            return nullptr;
-    }
-    return std::make_unique<TPSTRootFolder>(this, m_file.Context(), std::move(root));
+    // The root named by the store, else the root of the folder hierarchy.
+    uint32_t id = m_file.IsOST() ? OstRootID : EntryDescriptor(RootEntryTag);
+    if (id == 0 || !file->Ndb().FindNode(id))
+        id = pstfile::nidRootFolder;
+    pstfile::TProperties props = file->Properties(id);
+    if (!props.IsValid())
+        return nullptr;
+    return std::make_unique<TPSTRootFolder>(this, m_file.Context(), id, std::move(props));
 }
 
 // --- TPSTFile -------------------------------------------------------------
@@ -78,38 +79,27 @@ TPSTFile::TPSTFile(const QString& fileName)
     : m_fileName(fileName), m_caption(QFileInfo(fileName).completeBaseName()), m_displayCaption(m_caption)
 {
     auto context = std::make_shared<TPSTFileContext>();
-    if (libpff_file_initialize(context->Handle.Out(), nullptr) != 1)
+    try {
+        context->File = pstfile::TPstFile::Open(fileName); // read only, always
+    } catch (const pstfile::EPstFileError& e) {
+        m_openError = e.Message();
         return;
-    // Read only, always. Windows takes the name in UTF-16, elsewhere the
-    // name is bytes in the file system's encoding.
-#ifdef _WIN32
-    const std::wstring name = fileName.toStdWString();
-    const int opened = libpff_file_open_wide(context->Handle.Get(), name.c_str(), LIBPFF_OPEN_READ, nullptr);
-#else
-    const QByteArray name = QFile::encodeName(fileName);
-    const int opened = libpff_file_open(context->Handle.Get(), name.constData(), LIBPFF_OPEN_READ, nullptr);
-#endif
-    if (opened != 1)
-        return;
+    }
     m_context = std::move(context);
-
-    uint8_t contentType = 0;
-    m_isOST = libpff_file_get_content_type(Handle(), &contentType, nullptr) == 1
-        && contentType == LIBPFF_FILE_CONTENT_TYPE_OST;
+    m_isOST = m_context->File->IsOst();
 
     if (TPSTMessageStore* store = MessageStore())
         m_root = store->Root();
 
-    // The root's name above is read with libpff's default code page; only
+    // The root's name above is read with the default code page (1252); only
     // then does a 32-bit file get the user's.
-    uint8_t type = 0;
-    m_is64 = libpff_file_get_type(Handle(), &type, nullptr) == 1 && type > 32;
+    m_is64 = m_context->File->IsUnicode();
     if (!m_is64)
         SetAsciiCodePage(platform::DefaultAnsiCodePage());
 }
 
-// Folders and the store go first; the libpff file stays open for as long
-// as any item handed out still lives.
+// Folders and the store go first; the file stays open for as long as any
+// item handed out still lives.
 TPSTFile::~TPSTFile()
 {
     m_root.reset();
@@ -119,9 +109,9 @@ TPSTFile::~TPSTFile()
 TPSTMessageStore* TPSTFile::MessageStore()
 {
     if (!m_store && IsOpen()) {
-        TPffItemHandle item;
-        if (libpff_file_get_message_store(Handle(), item.Out(), nullptr) == 1 && item)
-            m_store = std::make_unique<TPSTMessageStore>(*this, std::move(item));
+        pstfile::TProperties props = Reader()->Store();
+        if (props.IsValid())
+            m_store = std::make_unique<TPSTMessageStore>(*this, std::move(props));
     }
     return m_store.get();
 }
@@ -142,15 +132,17 @@ void TPSTFile::ExpandAll()
 
 int TPSTFile::AsciiCodePage() const
 {
-    int codePage = 0;
-    if (!Handle() || libpff_file_get_ascii_codepage(Handle(), &codePage, nullptr) != 1)
-        return 0;
-    return codePage;
+    return Reader() ? Reader()->CodePage() : 0;
 }
 
 bool TPSTFile::SetAsciiCodePage(int codePage)
 {
-    return Handle() && libpff_file_set_ascii_codepage(Handle(), codePage, nullptr) == 1;
+    // The code pages of 8-bit strings that Windows versions of Outlook write.
+    static const int Known[] = {20127, 874, 932, 936, 949, 950, 1250, 1251, 1252, 1253, 1254, 1255, 1256, 1257, 1258};
+    if (!Reader() || std::find(std::begin(Known), std::end(Known), codePage) == std::end(Known))
+        return false;
+    Reader()->SetCodePage(codePage);
+    return true;
 }
 
 } // namespace tessaly::pst

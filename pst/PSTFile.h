@@ -10,7 +10,7 @@ class TPSTFile;
 
 class TPSTMessageStore : public TPSTItem {
 public:
-    TPSTMessageStore(TPSTFile& file, TPffItemHandle item);
+    TPSTMessageStore(TPSTFile& file, pstfile::TProperties props);
 
     // The special folder the identifier stands for; fkOther for any other.
     TPSTFolderKind GetFolderKind(uint32_t id) const;
@@ -43,7 +43,7 @@ public:
     const QString& Caption() const { return m_displayCaption; }
     void SetCaption(const QString& caption) { m_displayCaption = caption; }
 
-    bool IsOpen() const { return m_context && m_context->Handle; }
+    bool IsOpen() const { return m_context && m_context->File; }
     bool IsOST() const { return m_isOST; }
     bool Is64Bit() const { return m_is64; }
     TPSTMessageStore* MessageStore();
@@ -54,7 +54,10 @@ public:
     int AsciiCodePage() const;
     bool SetAsciiCodePage(int codePage);
 
-    libpff_file_t* Handle() const { return m_context ? m_context->Handle.Get() : nullptr; }
+    // The reader of the file; null when it could not be opened.
+    pstfile::TPstFile* Reader() const { return m_context ? m_context->File.get() : nullptr; }
+    // Why the file could not be opened; empty when it is open.
+    const QString& OpenError() const { return m_openError; }
     const TPSTFileContextPtr& Context() const { return m_context; }
     std::recursive_mutex& Lock() { return m_context->Lock; }
 
@@ -62,6 +65,7 @@ private:
     QString m_fileName;
     QString m_caption;
     QString m_displayCaption;
+    QString m_openError;
     TPSTFileContextPtr m_context;
     bool m_isOST = false;
     bool m_is64 = false;

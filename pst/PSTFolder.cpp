@@ -1,10 +1,10 @@
 #include "pst/PSTFolder.h"
 
-#include "core/Exceptions.h"
 #include "pst/PSTFile.h"
-#include "pst/PffProperty.h"
+#include "pst/PSTProperty.h"
 #include "pstfile/PropTags.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace tessaly::pst {
@@ -14,12 +14,6 @@ namespace {
 namespace pid = pstfile::pid;
 constexpr int MeetingItemType = 15;
 
-// Folder types libpff reports for folders worth listing.
-bool IsListedFolderType(int type)
-{
-    return type == 0 || type == 2 || type == 8 || type == 11;
-}
-
 bool IsListedContainerClass(const QString& containerClass)
 {
     return containerClass.isEmpty() || containerClass == QLatin1String("IPF.Note")
@@ -27,43 +21,11 @@ bool IsListedContainerClass(const QString& containerClass)
         || containerClass == QLatin1String("IPF.Appointment");
 }
 
-// The content type libpff gives a folder: 0 undefined, 2 appointments,
-// 8 contacts, 11 mail, other values for other classes. Some libpff versions
-// fail on container classes stored as Unicode strings; the type then comes
-// from the class as we read it.
-std::optional<int> FolderContentType(libpff_item_t* folder, const QString& containerClass, bool classReadable)
-{
-    uint8_t type = 0;
-    if (libpff_folder_get_type(folder, &type, nullptr) == 1)
-        return type;
-    if (!classReadable)
-        return std::nullopt;
-    if (containerClass.isEmpty())
-        return 0;
-    if (containerClass == QLatin1String("IPF.Appointment"))
-        return 2;
-    if (containerClass == QLatin1String("IPF.Contact"))
-        return 8;
-    if (containerClass == QLatin1String("IPF.Note") || containerClass == QLatin1String("IPF.Imap"))
-        return 11;
-    return -1;
-}
-
-int SubFolderCount(libpff_item_t* folder)
-{
-    int count = 0;
-    if (!folder || libpff_folder_get_number_of_sub_folders(folder, &count, nullptr) != 1)
-        return 0;
-    return count;
-}
-
 } // namespace
 
-TPSTFolder::TPSTFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item)
-    : TPSTItem(std::move(file), std::move(item)), m_store(store)
+TPSTFolder::TPSTFolder(TPSTMessageStore* store, TPSTFileContextPtr file, uint32_t id, pstfile::TProperties props)
+    : TPSTItem(std::move(file), id, std::move(props)), m_store(store)
 {
-    if (libpff_item_clone(m_srcItem.Out(), Handle(), nullptr) != 1)
-        m_srcItem.Reset();
     m_kind = m_store ? m_store->GetFolderKind(ID()) : fkOther;
 }
 
@@ -80,12 +42,12 @@ TPSTFolder::~TPSTFolder()
 
 QString TPSTFolder::Name() const
 {
-    return ReadString(Handle(), 0, pid::DisplayName, NameChars);
+    return ReadString(Props(), pid::DisplayName, NameChars);
 }
 
 QString TPSTFolder::ContainerClass() const
 {
-    return ReadUtf8(Handle(), 0, pid::ContainerClass, 1023);
+    return ReadUtf8(Props(), pid::ContainerClass, 1023);
 }
 
 int TPSTFolder::FolderCount()
@@ -106,58 +68,77 @@ TPSTFolder* TPSTFolder::GetFolder(int index) const
 void TPSTFolder::LoadFolders()
 {
     m_folders.emplace();
-    const int count = SubFolderCount(Handle());
-    for (int i = 0; i < count; ++i) {
-        TPffItemHandle sub;
-        if (libpff_folder_get_sub_folder(Handle(), i, sub.Out(), nullptr) != 1 || !sub)
+    const pstfile::TPstFile& file = *FileContext()->File;
+    // In node id order: the order in which the tree has always listed them.
+    std::vector<uint32_t> ids = file.SubFolders(ID());
+    std::sort(ids.begin(), ids.end());
+    for (uint32_t id : ids) {
+        pstfile::TProperties props = file.Properties(id);
+        if (!props.IsValid())
             continue;
-        const bool hasClass = FindEntry(sub.Get(), 0, pid::ContainerClass) ? true : false;
-        const QString containerClass = ReadUtf8(sub.Get(), 0, pid::ContainerClass, 1023);
-        const auto type = FolderContentType(sub.Get(), containerClass, !hasClass || !containerClass.isEmpty());
-        if (!type || !IsListedFolderType(*type))
-            continue;
+        // Folders of other kinds than mail, contacts and calendars are not
+        // listed; a folder without a class is.
+        const QString containerClass = ReadUtf8(props, pid::ContainerClass, 1023);
         if (!IsListedContainerClass(containerClass))
             continue;
-        if (!FindEntry(sub.Get(), 0, pid::DisplayName))
+        if (!HasProperty(props, pid::DisplayName))
             continue;
-        const QString name = ReadString(sub.Get(), 0, pid::DisplayName, NameChars);
+        const QString name = ReadString(props, pid::DisplayName, NameChars);
         if (name.startsWith(QLatin1String("MS-OLK")))
             continue;
-        if (name.startsWith(QLatin1String("IPM")) && SubFolderCount(sub.Get()) < 1)
+        if (name.startsWith(QLatin1String("IPM")) && file.SubFolders(id).empty())
             continue;
 
         std::unique_ptr<TPSTFolder> folder;
         if (containerClass == QLatin1String("IPF.Contact"))
-            folder = std::make_unique<TPSTContactFolder>(m_store, FileContext(), std::move(sub));
+            folder = std::make_unique<TPSTContactFolder>(m_store, FileContext(), id, std::move(props));
         else if (containerClass == QLatin1String("IPF.Appointment"))
-            folder = std::make_unique<TPSTAppointmentFolder>(m_store, FileContext(), std::move(sub));
+            folder = std::make_unique<TPSTAppointmentFolder>(m_store, FileContext(), id, std::move(props));
         else
-            folder = std::make_unique<TPSTMailFolder>(m_store, FileContext(), std::move(sub));
+            folder = std::make_unique<TPSTMailFolder>(m_store, FileContext(), id, std::move(props));
         m_folders->push_back(std::move(folder));
     }
 }
 
-std::shared_ptr<TPSTDetailItem> TPSTFolder::CreateItem(int index, TPffItemHandle item)
+std::shared_ptr<TPSTDetailItem> TPSTFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    return std::make_shared<TPSTMailItem>(this, index, FileContext(), std::move(item));
+    return std::make_shared<TPSTMailItem>(this, index, FileContext(), std::move(message));
 }
 
-std::shared_ptr<TPSTDetailItem> TPSTMailFolder::CreateItem(int index, TPffItemHandle item)
+std::shared_ptr<TPSTDetailItem> TPSTMailFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    uint8_t type = 0;
-    if (libpff_item_get_type(item.Get(), &type, nullptr) == 1 && type == MeetingItemType)
-        return std::make_shared<TPSTMeetingItem>(this, index, FileContext(), std::move(item));
-    return std::make_shared<TPSTMailItem>(this, index, FileContext(), std::move(item));
+    const QString messageClass = ReadString(message->Properties(), pid::MessageClass, ShortStringChars);
+    if (ItemTypeOfClass(messageClass) == MeetingItemType)
+        return std::make_shared<TPSTMeetingItem>(this, index, FileContext(), std::move(message));
+    return std::make_shared<TPSTMailItem>(this, index, FileContext(), std::move(message));
 }
 
-std::shared_ptr<TPSTDetailItem> TPSTContactFolder::CreateItem(int index, TPffItemHandle item)
+std::shared_ptr<TPSTDetailItem> TPSTContactFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    return std::make_shared<TPSTContactItem>(this, index, FileContext(), std::move(item));
+    return std::make_shared<TPSTContactItem>(this, index, FileContext(), std::move(message));
 }
 
-std::shared_ptr<TPSTDetailItem> TPSTAppointmentFolder::CreateItem(int index, TPffItemHandle item)
+std::shared_ptr<TPSTDetailItem> TPSTAppointmentFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    return std::make_shared<TPSTMeetingItem>(this, index, FileContext(), std::move(item));
+    return std::make_shared<TPSTMeetingItem>(this, index, FileContext(), std::move(message));
+}
+
+const std::vector<uint32_t>& TPSTFolder::ItemIds()
+{
+    if (!m_itemIds)
+        m_itemIds = FileContext()->File->Contents(ID());
+    return *m_itemIds;
+}
+
+std::shared_ptr<TPSTDetailItem> TPSTFolder::OpenItem(int index)
+{
+    const auto& ids = ItemIds();
+    if (index < 0 || index >= int(ids.size()))
+        return nullptr;
+    auto message = FileContext()->File->OpenMessage(ids[size_t(index)]);
+    if (!message || !message->Properties().IsValid())
+        return nullptr;
+    return CreateItem(index, std::move(message));
 }
 
 int TPSTFolder::ItemCount()
@@ -165,15 +146,10 @@ int TPSTFolder::ItemCount()
     std::lock_guard lock(FileContext()->Lock);
     if (m_items)
         return int(m_items->size());
-    // Counted on a fresh clone, so that the folder's own item does not start
-    // caching its sub-items.
-    TPffItemHandle clone;
-    if (libpff_item_clone(clone.Out(), Handle(), nullptr) != 1 || !clone)
-        return 0;
-    int count = 0;
-    if (libpff_folder_get_number_of_sub_messages(clone.Get(), &count, nullptr) != 1)
-        return 0;
-    return std::max(0, count);
+    if (m_itemIds)
+        return int(m_itemIds->size());
+    // Counted without reading the rows of the contents table.
+    return int(FileContext()->File->ContentCount(ID()));
 }
 
 void TPSTFolder::Keep(TSlot& slot, const std::shared_ptr<TPSTDetailItem>& item, bool strong)
@@ -186,37 +162,33 @@ void TPSTFolder::Keep(TSlot& slot, const std::shared_ptr<TPSTDetailItem>& item, 
 std::shared_ptr<TPSTDetailItem> TPSTFolder::GetItem(int index)
 {
     std::lock_guard lock(FileContext()->Lock);
-    if (!m_items) {
-        const int count = ItemCount();
-        m_items.emplace(size_t(count));
-    }
+    if (!m_items)
+        m_items.emplace(ItemIds().size());
     if (index < 0 || index >= int(m_items->size()))
         throw std::out_of_range("item index out of range");
     TSlot& slot = (*m_items)[size_t(index)];
     if (auto item = slot.weak.lock())
         return item;
-    TPffItemHandle sub;
-    if (libpff_folder_get_sub_message(Handle(), index, sub.Out(), nullptr) != 1 || !sub)
+    auto item = OpenItem(index);
+    if (!item)
         return nullptr;
-    auto item = CreateItem(index, std::move(sub));
     Keep(slot, item, m_cached);
     return item;
 }
 
 void TPSTFolder::PrepareItems()
 {
+    std::lock_guard lock(FileContext()->Lock);
     if (m_items)
         return;
     m_items.emplace();
-    int count = 0;
-    if (libpff_folder_get_number_of_sub_messages(Handle(), &count, nullptr) != 1)
-        return;
-    for (int i = 0; i < count; ++i) {
-        TPffItemHandle sub;
-        if (libpff_folder_get_sub_message(Handle(), i, sub.Out(), nullptr) != 1 || !sub)
-            continue;
+    const size_t count = ItemIds().size();
+    for (size_t i = 0; i < count; ++i) {
         const int index = int(m_items->size());
-        auto item = CreateItem(index, std::move(sub));
+        auto item = OpenItem(int(i));
+        if (!item)
+            continue;
+        item->m_index = index;
         m_items->emplace_back();
         Keep(m_items->back(), item, true);
     }
@@ -244,18 +216,14 @@ void TPSTFolder::ClearItems(bool initItem)
         if (!slot.weak.expired())
             return; // still in use elsewhere
     m_items.reset();
-    if (initItem && m_srcItem) {
-        TPffItemHandle fresh;
-        if (libpff_item_clone(fresh.Out(), m_srcItem.Get(), nullptr) != 1 || !fresh)
-            throw core::ETessalyError(QStringLiteral("Can not clear items"));
-        ReplaceHandle(std::move(fresh));
-    }
+    if (initItem)
+        m_itemIds.reset();
 }
 
-TPSTRootFolder::TPSTRootFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item)
-    : TPSTMailFolder(store, std::move(file), std::move(item))
+TPSTRootFolder::TPSTRootFolder(TPSTMessageStore* store, TPSTFileContextPtr file, uint32_t id, pstfile::TProperties props)
+    : TPSTMailFolder(store, std::move(file), id, std::move(props))
 {
-    m_name = ReadString(Handle(), 0, pid::DisplayName, NameChars);
+    m_name = ReadString(Props(), pid::DisplayName, NameChars);
 }
 
 } // namespace tessaly::pst

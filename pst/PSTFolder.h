@@ -12,7 +12,7 @@ enum TPSTFolderKind { fkInbox, fkSent, fkDrafts, fkTrash, fkOutbox, fkOther };
 
 class TPSTFolder : public TPSTItem {
 public:
-    TPSTFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item);
+    TPSTFolder(TPSTMessageStore* store, TPSTFileContextPtr file, uint32_t id, pstfile::TProperties props);
     ~TPSTFolder() override;
 
     virtual QString Name() const;
@@ -25,7 +25,7 @@ public:
     int FolderCount();
     TPSTFolder* GetFolder(int index) const;
 
-    // Items hold the file's lock while they touch libpff.
+    // Items hold the file's lock while they are looked up and counted.
     int ItemCount();
     // Throws std::out_of_range for an index outside the folder.
     std::shared_ptr<TPSTDetailItem> GetItem(int index);
@@ -33,8 +33,8 @@ public:
     // may shift. The items stay until ClearItems.
     void PrepareItems();
     // Lets go of the items; when none is held elsewhere any more, the item
-    // list goes and (with initItem) libpff's cache of the folder with it.
-    // Throws ETessalyError "Can not clear items" when that fails.
+    // list goes and (with initItem) the folder's list of item ids with it,
+    // to be read again when next asked for.
     void ClearItems(bool initItem);
     // In cached mode the folder keeps every item it hands out.
     bool Cached() const { return m_cached; }
@@ -42,7 +42,10 @@ public:
 
 protected:
     virtual void LoadFolders();
-    virtual std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item);
+    virtual std::shared_ptr<TPSTDetailItem> CreateItem(int index, std::unique_ptr<pstfile::TMessage> message);
+    // The node ids of the items, in the order of the contents table.
+    const std::vector<uint32_t>& ItemIds();
+    std::shared_ptr<TPSTDetailItem> OpenItem(int index);
 
 private:
     struct TSlot {
@@ -52,7 +55,7 @@ private:
     void Keep(TSlot& slot, const std::shared_ptr<TPSTDetailItem>& item, bool strong);
 
     TPSTMessageStore* m_store;
-    TPffItemHandle m_srcItem;
+    std::optional<std::vector<uint32_t>> m_itemIds;
     std::optional<std::vector<TSlot>> m_items;
     std::optional<std::vector<std::unique_ptr<TPSTFolder>>> m_folders;
     TPSTFolderKind m_kind = fkOther;
@@ -64,7 +67,7 @@ public:
     using TPSTFolder::TPSTFolder;
 
 protected:
-    std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item) override;
+    std::shared_ptr<TPSTDetailItem> CreateItem(int index, std::unique_ptr<pstfile::TMessage> message) override;
 };
 
 class TPSTContactFolder : public TPSTFolder {
@@ -72,7 +75,7 @@ public:
     using TPSTFolder::TPSTFolder;
 
 protected:
-    std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item) override;
+    std::shared_ptr<TPSTDetailItem> CreateItem(int index, std::unique_ptr<pstfile::TMessage> message) override;
 };
 
 class TPSTAppointmentFolder : public TPSTFolder {
@@ -80,12 +83,12 @@ public:
     using TPSTFolder::TPSTFolder;
 
 protected:
-    std::shared_ptr<TPSTDetailItem> CreateItem(int index, TPffItemHandle item) override;
+    std::shared_ptr<TPSTDetailItem> CreateItem(int index, std::unique_ptr<pstfile::TMessage> message) override;
 };
 
 class TPSTRootFolder : public TPSTMailFolder {
 public:
-    TPSTRootFolder(TPSTMessageStore* store, TPSTFileContextPtr file, TPffItemHandle item);
+    TPSTRootFolder(TPSTMessageStore* store, TPSTFileContextPtr file, uint32_t id, pstfile::TProperties props);
     QString Name() const override { return m_name; }
 
 private:

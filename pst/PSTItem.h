@@ -1,6 +1,6 @@
 #pragma once
 
-#include "pst/PffHandle.h"
+#include "pstfile/Reader.h"
 
 #include <QString>
 #include <cstdint>
@@ -9,34 +9,32 @@
 
 namespace tessaly::pst {
 
-// What every object of one opened file shares: the libpff file, kept open
-// while any of them lives, and the lock around item lookup and counting.
+// What every object of one opened file shares: the file, kept open while
+// any of them lives, and the lock around item lookup and counting.
 struct TPSTFileContext {
-    TPffFileHandle Handle;
+    std::shared_ptr<pstfile::TPstFile> File;
     std::recursive_mutex Lock;
 };
 using TPSTFileContextPtr = std::shared_ptr<TPSTFileContext>;
 
-// An object over one libpff item, which it owns.
+// An object of the file (the store, a folder, a message, an attachment)
+// with its properties.
 class TPSTItem {
 public:
-    TPSTItem(TPSTFileContextPtr file, TPffItemHandle item);
+    TPSTItem(TPSTFileContextPtr file, uint32_t id, pstfile::TProperties props);
     virtual ~TPSTItem();
     TPSTItem(const TPSTItem&) = delete;
     TPSTItem& operator=(const TPSTItem&) = delete;
 
-    libpff_item_t* Handle() const { return m_item.Get(); }
-    // The libpff identifier (descriptor) of the item; 0 when unreadable.
-    uint32_t ID() const;
+    const pstfile::TProperties& Props() const { return m_props; }
+    // The node id of the object in the file; 0 for none.
+    uint32_t ID() const { return m_id; }
     const TPSTFileContextPtr& FileContext() const { return m_file; }
 
-protected:
-    // Swaps the libpff item for another (a folder resetting its cache).
-    void ReplaceHandle(TPffItemHandle item) { m_item = std::move(item); }
-
 private:
-    TPSTFileContextPtr m_file;  // declared first: outlives the item handle
-    TPffItemHandle m_item;
+    TPSTFileContextPtr m_file;
+    uint32_t m_id;
+    pstfile::TProperties m_props;
 };
 
 } // namespace tessaly::pst

@@ -4,7 +4,7 @@
 #include "core/Rtf.h"
 #include "platform/AddressBook.h"
 #include "pst/PSTFolder.h"
-#include "pst/PffProperty.h"
+#include "pst/PSTProperty.h"
 #include "pstfile/PropTags.h"
 
 #include <QBuffer>
@@ -32,17 +32,10 @@ QString TrimControl(const QString& text)
     return text.mid(start, end - start);
 }
 
-// A body as libpff gives it: size, then the bytes with a terminating zero.
-template <class SizeFn, class ReadFn>
-QByteArray ReadBody(libpff_item_t* item, SizeFn sizeFn, ReadFn readFn)
+// A body's bytes as stored, without trailing NULs.
+QByteArray ReadBody(const pstfile::TProperties& props, uint32_t tag)
 {
-    size_t size = 0;
-    if (!item || sizeFn(item, &size, nullptr) != 1 || size == 0)
-        return {};
-    QByteArray data(qsizetype(size) + 1, '\0');
-    if (readFn(item, reinterpret_cast<uint8_t*>(data.data()), size_t(data.size()), nullptr) != 1)
-        return {};
-    data.truncate(qsizetype(size));
+    QByteArray data = ReadBinary(props, tag);
     while (!data.isEmpty() && data.back() == '\0')
         data.chop(1);
     return data;
@@ -50,9 +43,22 @@ QByteArray ReadBody(libpff_item_t* item, SizeFn sizeFn, ReadFn readFn)
 
 } // namespace
 
-QString ReadPlainTextBody(libpff_item_t* item)
+QString ReadPlainTextBody(const pstfile::TProperties& props)
 {
-    return QString::fromUtf8(ReadBody(item, libpff_message_get_plain_text_body_size, libpff_message_get_plain_text_body));
+    return props.String(pid::Body).value_or(QString());
+}
+
+int ItemTypeOfClass(const QString& messageClass)
+{
+    if (messageClass.startsWith(QLatin1String("IPM.Schedule.Meeting"), Qt::CaseInsensitive))
+        return 15;
+    if (messageClass.startsWith(QLatin1String("IPM.Appointment"), Qt::CaseInsensitive))
+        return 2;
+    if (messageClass.startsWith(QLatin1String("IPM.Contact"), Qt::CaseInsensitive))
+        return 8;
+    if (messageClass.startsWith(QLatin1String("IPM.Note"), Qt::CaseInsensitive))
+        return 11;
+    return 0;
 }
 
 // --- TRecipientList ------------------------------------------------------
@@ -81,15 +87,12 @@ QString TRecipientList::EMails(int maxChars) const
 
 // --- TPSTAttachItem and TAttachList -----------------------------------------
 
-TPSTAttachItem::TPSTAttachItem(TPSTFileContextPtr file, TPffItemHandle item, int index)
-    : TPSTItem(std::move(file), std::move(item)), m_index(index)
+TPSTAttachItem::TPSTAttachItem(TPSTFileContextPtr file, std::unique_ptr<pstfile::TAttachment> attachment, int index)
+    : TPSTItem(std::move(file), attachment->Nid(), attachment->Properties()), m_attachment(std::move(attachment)),
+      m_index(index)
 {
-    int type = 0;
-    if (libpff_attachment_get_type(Handle(), &type, nullptr) == 1 && type == AttachTypeItem) {
-        TPffItemHandle embedded;
-        if (libpff_attachment_get_item(Handle(), embedded.Out(), nullptr) == 1 && embedded)
-            m_mail = std::make_shared<TPSTAttachMailItem>(FileContext(), std::move(embedded));
-    }
+    if (auto embedded = m_attachment->Embedded(); embedded && embedded->Properties().IsValid())
+        m_mail = std::make_shared<TPSTAttachMailItem>(FileContext(), std::move(embedded));
 }
 
 TPSTAttachItem::~TPSTAttachItem() = default;
@@ -112,14 +115,14 @@ const TPSTAttachItem::TFields& TPSTAttachItem::Fields() const
     TFields fields;
     if (m_mail)
         fields.fileName = AttachFileName(
-            true, ReadString(Handle(), 0, pid::DisplayName, ShortStringChars), m_mail->Subject(), {}, {}, m_index);
+            true, ReadString(Props(), pid::DisplayName, ShortStringChars), m_mail->Subject(), {}, {}, m_index);
     else
-        fields.fileName = AttachFileName(false, {}, {}, ReadString(Handle(), 0, pid::AttachLongFilename, ShortStringChars),
-            ReadString(Handle(), 0, pid::AttachFilename, ShortStringChars), m_index);
-    fields.contentID = ReadUtf8(Handle(), 0, pid::AttachContentId, Utf8Bytes);
-    fields.contentType = ReadUtf8(Handle(), 0, pid::AttachMimeTag, Utf8Bytes);
-    fields.contentLocation = ReadUtf8(Handle(), 0, pid::AttachContentLocation, Utf8Bytes);
-    fields.size = qint32(ReadUInt32(Handle(), 0, pid::AttachSize).value_or(0));
+        fields.fileName = AttachFileName(false, {}, {}, ReadString(Props(), pid::AttachLongFilename, ShortStringChars),
+            ReadString(Props(), pid::AttachFilename, ShortStringChars), m_index);
+    fields.contentID = ReadUtf8(Props(), pid::AttachContentId, Utf8Bytes);
+    fields.contentType = ReadUtf8(Props(), pid::AttachMimeTag, Utf8Bytes);
+    fields.contentLocation = ReadUtf8(Props(), pid::AttachContentLocation, Utf8Bytes);
+    fields.size = qint32(ReadUInt32(Props(), pid::AttachSize).value_or(0));
     m_fields = std::move(fields);
     return *m_fields;
 }
@@ -134,21 +137,19 @@ const QByteArray& TPSTAttachItem::ContentBytes() const
     if (m_content)
         return *m_content;
     m_content.emplace();
-    int type = 0;
-    size64_t size = 0;
-    if (m_mail || libpff_attachment_get_type(Handle(), &type, nullptr) != 1 || type != AttachTypeData
-        || libpff_attachment_get_data_size(Handle(), &size, nullptr) != 1 || size == 0
-        || size > size64_t(std::numeric_limits<qsizetype>::max() / 2))
+    // Only data held by value; an attached message has none.
+    const auto data = Props().FindRaw(pid::AttachDataBin);
+    if (m_mail || !data || data->type != pstfile::ptBinary)
         return *m_content;
-    if (libpff_attachment_data_seek_offset(Handle(), 0, SEEK_SET, nullptr) != 0)
+    const qint64 size = m_attachment->DataSize();
+    if (size <= 0 || size > std::numeric_limits<qsizetype>::max() / 2)
         return *m_content;
-    QByteArray& data = *m_content;
-    data.resize(qsizetype(size));
+    QByteArray& bytes = *m_content;
+    bytes.resize(qsizetype(size));
     qint64 done = 0;
-    while (done < qint64(size)) {
-        const qint64 want = std::min<qint64>(ContentChunk, qint64(size) - done);
-        const ssize_t got = libpff_attachment_data_read_buffer(
-            Handle(), reinterpret_cast<uint8_t*>(data.data()) + done, size_t(want), nullptr);
+    while (done < size) {
+        const qint64 want = std::min<qint64>(ContentChunk, size - done);
+        const qint64 got = m_attachment->ReadData(done, bytes.data() + done, want);
         if (got <= 0)
             break;
         done += got;
@@ -156,7 +157,7 @@ const QByteArray& TPSTAttachItem::ContentBytes() const
             break;
     }
     // What could not be read stays zero-filled at the reported size.
-    return data;
+    return bytes;
 }
 
 std::unique_ptr<QIODevice> TPSTAttachItem::Content() const
@@ -194,12 +195,8 @@ qint32 TPSTAttachItem::Size() const
 
 int TAttachList::Count() const
 {
-    if (m_count < 0) {
-        int count = 0;
-        if (libpff_message_get_number_of_attachments(m_owner.Handle(), &count, nullptr) != 1 || count < 0)
-            count = 0;
-        m_count = count;
-    }
+    if (m_count < 0)
+        m_count = int(m_owner.Message().AttachmentCount());
     return m_count;
 }
 
@@ -209,11 +206,9 @@ std::shared_ptr<TPSTAttachItem> TAttachList::GetAttach(int index) const
         m_fetched = true;
         const int count = Count();
         m_items.resize(size_t(count));
-        for (int i = 0; i < count; ++i) {
-            TPffItemHandle attachment;
-            if (libpff_message_get_attachment(m_owner.Handle(), i, attachment.Out(), nullptr) == 1 && attachment)
+        for (int i = 0; i < count; ++i)
+            if (auto attachment = m_owner.Message().OpenAttachment(size_t(i)))
                 m_items[size_t(i)] = std::make_shared<TPSTAttachItem>(m_owner.FileContext(), std::move(attachment), i);
-        }
     }
     if (index < 0 || index >= int(m_items.size()))
         return nullptr;
@@ -222,8 +217,10 @@ std::shared_ptr<TPSTAttachItem> TAttachList::GetAttach(int index) const
 
 // --- TPSTDetailItem ---------------------------------------------------------
 
-TPSTDetailItem::TPSTDetailItem(TPSTFolder* owner, int index, TPSTFileContextPtr file, TPffItemHandle item)
-    : TPSTItem(std::move(file), std::move(item)), m_owner(owner), m_index(index)
+TPSTDetailItem::TPSTDetailItem(
+    TPSTFolder* owner, int index, TPSTFileContextPtr file, std::unique_ptr<pstfile::TMessage> message)
+    : TPSTItem(std::move(file), message->Nid(), message->Properties()), m_message(std::move(message)), m_owner(owner),
+      m_index(index)
 {
 }
 
@@ -245,16 +242,13 @@ TAttachList& TPSTDetailItem::Attaches() const
 
 int TPSTDetailItem::ItemType() const
 {
-    uint8_t type = 0;
-    if (libpff_item_get_type(Handle(), &type, nullptr) != 1)
-        return -1;
-    return type;
+    return ItemTypeOfClass(ReadString(Props(), pid::MessageClass, ShortStringChars));
 }
 
 qint64 TPSTDetailItem::MessageSize() const
 {
     std::lock_guard lock(FileContext()->Lock);
-    return qint64(ReadUInt32(Handle(), 0, pid::MessageSize).value_or(0));
+    return qint64(ReadUInt32(Props(), pid::MessageSize).value_or(0));
 }
 
 // --- TPSTMailItem -------------------------------------------------------------
@@ -262,19 +256,19 @@ qint64 TPSTDetailItem::MessageSize() const
 QString TPSTMailItem::Subject() const
 {
     if (!m_subject)
-        m_subject = TrimControl(ReadString(Handle(), 0, pid::Subject, ShortStringChars));
+        m_subject = TrimControl(ReadString(Props(), pid::Subject, ShortStringChars));
     return *m_subject;
 }
 
 QString TPSTMailItem::MessageClass() const
 {
-    return ReadString(Handle(), 0, pid::MessageClass, ShortStringChars);
+    return ReadString(Props(), pid::MessageClass, ShortStringChars);
 }
 
 QString TPSTMailItem::Headers() const
 {
     if (!m_headers)
-        m_headers = ReadUtf8(Handle(), 0, pid::TransportHeaders, Utf8Bytes);
+        m_headers = ReadUtf8(Props(), pid::TransportHeaders, Utf8Bytes);
     return *m_headers;
 }
 
@@ -283,7 +277,7 @@ core::TDateTime TPSTMailItem::Date(TPSTDateKind kind) const
     if (!m_dates) {
         std::array<core::TDateTime, 4> dates {};
         for (size_t i = 0; i < dates.size(); ++i)
-            dates[i] = ReadLocalDate(Handle(), 0, DateTags[i]);
+            dates[i] = ReadLocalDate(Props(), DateTags[i]);
         m_dates = dates;
     }
     return (*m_dates)[size_t(kind)];
@@ -293,15 +287,15 @@ const TPSTSender& TPSTMailItem::Sender() const
 {
     if (!m_sender) {
         TPSTSender sender;
-        sender.Name = ReadUtf8(Handle(), 0, pid::SenderName, SenderBytes);
-        sender.AddrType = ReadString(Handle(), 0, pid::SenderAddrType, ShortStringChars);
-        sender.EMail = ReadUtf8(Handle(), 0, pid::SenderEmail, SenderBytes);
-        sender.SmtpAddress = ReadString(Handle(), 0, pid::SenderSmtpAddress, ShortStringChars);
+        sender.Name = ReadUtf8(Props(), pid::SenderName, SenderBytes);
+        sender.AddrType = ReadString(Props(), pid::SenderAddrType, ShortStringChars);
+        sender.EMail = ReadUtf8(Props(), pid::SenderEmail, SenderBytes);
+        sender.SmtpAddress = ReadString(Props(), pid::SenderSmtpAddress, ShortStringChars);
         // What the file knows of Exchange addresses feeds the address book.
         auto& book = platform::DataFileAddressBook();
         book.AddSmtp(sender.EMail, sender.SmtpAddress);
-        book.AddSmtp(ReadString(Handle(), 0, pid::SentRepresentingEmail, ShortStringChars),
-            ReadString(Handle(), 0, pid::SentRepresentingSmtpAddress, ShortStringChars));
+        book.AddSmtp(ReadString(Props(), pid::SentRepresentingEmail, ShortStringChars),
+            ReadString(Props(), pid::SentRepresentingSmtpAddress, ShortStringChars));
         sender.Caption = sender.Name;
         // Only an internet address is worth showing; an Exchange sender is
         // shown by name until resolved.
@@ -321,23 +315,17 @@ void TPSTMailItem::FillRecipients() const
     if (m_recipients)
         return;
     m_recipients.emplace();
-    TPffItemHandle recipients;
-    if (libpff_message_get_recipients(Handle(), recipients.Out(), nullptr) != 1 || !recipients)
-        return;
-    int sets = 0;
-    if (libpff_item_get_number_of_record_sets(recipients.Get(), &sets, nullptr) != 1)
-        return;
-    for (int set = 0; set < sets; ++set) {
-        const auto type = ReadUInt32(recipients.Get(), set, pid::RecipientType);
+    for (const pstfile::TProperties& row : Message().Recipients()) {
+        const auto type = ReadUInt32(row, pid::RecipientType);
         if (!type)
             continue;
         TMailRecipient recipient;
         recipient.Type = *type;
-        recipient.DisplayName = ReadString(recipients.Get(), set, pid::DisplayName, ShortStringChars);
-        recipient.RecipientDisplayName = ReadString(recipients.Get(), set, pid::RecipientDisplayName, ShortStringChars);
-        recipient.AddrType = ReadString(recipients.Get(), set, pid::AddrType, ShortStringChars);
-        recipient.EMail = ReadString(recipients.Get(), set, pid::EmailAddress, ShortStringChars);
-        recipient.SmtpAddress = ReadString(recipients.Get(), set, pid::SmtpAddress, ShortStringChars);
+        recipient.DisplayName = ReadString(row, pid::DisplayName, ShortStringChars);
+        recipient.RecipientDisplayName = ReadString(row, pid::RecipientDisplayName, ShortStringChars);
+        recipient.AddrType = ReadString(row, pid::AddrType, ShortStringChars);
+        recipient.EMail = ReadString(row, pid::EmailAddress, ShortStringChars);
+        recipient.SmtpAddress = ReadString(row, pid::SmtpAddress, ShortStringChars);
         if (recipient.AddrType != QLatin1String("SMTP"))
             platform::DataFileAddressBook().AddSmtp(recipient.EMail, recipient.SmtpAddress);
         const size_t list = *type <= 3 ? size_t(*type) : size_t(rlOther);
@@ -368,10 +356,12 @@ const TMailBody& TPSTMailItem::Body() const
     if (m_body)
         return *m_body;
     TMailBody body;
-    body.Text = ReadPlainTextBody(Handle());
-    const QByteArray html = ReadBody(Handle(), libpff_message_get_html_body_size, libpff_message_get_html_body);
-    body.HTML = core::DecodeHtml(html, Headers());
-    body.RTF = ReadBody(Handle(), libpff_message_get_rtf_body_size, libpff_message_get_rtf_body);
+    body.Text = ReadPlainTextBody(Props());
+    body.HTML = core::DecodeHtml(ReadBody(Props(), pid::Html), Headers());
+    const QByteArray rtf = ReadBinary(Props(), pid::RtfCompressed);
+    body.RTF = rtf.isEmpty() ? QByteArray() : core::DecompressRtf(rtf);
+    while (!body.RTF.isEmpty() && body.RTF.back() == '\0')
+        body.RTF.chop(1);
     if (body.HTML.isEmpty() && !body.RTF.isEmpty()) {
         if (auto fromRtf = core::RtfToHtml(body.RTF))
             body.HTML = *fromRtf;
@@ -393,8 +383,8 @@ void TPSTMailItem::ResolveFields() const
 const TPSTMeetingItem::TMeeting& TPSTMeetingItem::Meeting() const
 {
     if (!m_meeting)
-        m_meeting = TMeeting{ReadLocalDate(Handle(), 0, pid::AppointmentStart), ReadLocalDate(Handle(), 0, pid::AppointmentEnd),
-            ReadString(Handle(), 0, pid::Location, ShortStringChars)};
+        m_meeting = TMeeting{ReadLocalDate(Props(), pid::AppointmentStart), ReadLocalDate(Props(), pid::AppointmentEnd),
+            ReadString(Props(), pid::Location, ShortStringChars)};
     return *m_meeting;
 }
 
@@ -428,11 +418,11 @@ QVariant TPSTContactItem::Field(int kind) const
 QVariant TPSTContactItem::ReadField(int kind) const
 {
     if (kind == mail::cfBirthday) {
-        const core::TDateTime date = ReadLocalDate(Handle(), 0, mail::ContactFieldTag(mail::cfBirthday));
+        const core::TDateTime date = ReadLocalDate(Props(), mail::ContactFieldTag(mail::cfBirthday));
         return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();
     }
     if (kind == mail::cfNotes) {
-        const QString notes = ReadPlainTextBody(Handle());
+        const QString notes = ReadPlainTextBody(Props());
         return notes.isEmpty() ? QVariant() : QVariant(notes);
     }
     if (kind == mail::cfPicture) {
@@ -444,7 +434,7 @@ QVariant TPSTContactItem::ReadField(int kind) const
         }
         return {};
     }
-    const QString value = ReadString(Handle(), 0, mail::ContactFieldTag(kind), ShortStringChars);
+    const QString value = ReadString(Props(), mail::ContactFieldTag(kind), ShortStringChars);
     return value.isEmpty() ? QVariant() : QVariant(value);
 }
 

@@ -15,6 +15,7 @@ namespace tessaly::pst {
 
 class TPSTFolder;
 class TPSTAttachMailItem;
+class TPSTDetailItem;
 
 // One recipient as the file holds it.
 struct TMailRecipient {
@@ -66,7 +67,7 @@ enum TPSTDateKind { pdSubmit = 0, pdDelivery = 1, pdCreation = 2, pdModification
 // An attachment of an item.
 class TPSTAttachItem : public TPSTItem {
 public:
-    TPSTAttachItem(TPSTFileContextPtr file, TPffItemHandle item, int index);
+    TPSTAttachItem(TPSTFileContextPtr file, std::unique_ptr<pstfile::TAttachment> attachment, int index);
     ~TPSTAttachItem() override;
 
     int Index() const { return m_index; }
@@ -91,6 +92,7 @@ private:
     };
     const TFields& Fields() const;
 
+    std::unique_ptr<pstfile::TAttachment> m_attachment;
     int m_index;
     std::shared_ptr<TPSTAttachMailItem> m_mail;
     mutable std::optional<QByteArray> m_content;
@@ -99,12 +101,12 @@ private:
 
 class TAttachList {
 public:
-    explicit TAttachList(const TPSTItem& owner) : m_owner(owner) {}
+    explicit TAttachList(const TPSTDetailItem& owner) : m_owner(owner) {}
     int Count() const;
     std::shared_ptr<TPSTAttachItem> GetAttach(int index) const;
 
 private:
-    const TPSTItem& m_owner;
+    const TPSTDetailItem& m_owner;
     mutable int m_count = -1;
     mutable std::vector<std::shared_ptr<TPSTAttachItem>> m_items;
     mutable bool m_fetched = false;
@@ -114,7 +116,7 @@ private:
 // out live while somebody holds them, or while the folder is in cached mode.
 class TPSTDetailItem : public TPSTItem, public std::enable_shared_from_this<TPSTDetailItem> {
 public:
-    TPSTDetailItem(TPSTFolder* owner, int index, TPSTFileContextPtr file, TPffItemHandle item);
+    TPSTDetailItem(TPSTFolder* owner, int index, TPSTFileContextPtr file, std::unique_ptr<pstfile::TMessage> message);
     ~TPSTDetailItem() override;
 
     // The folder the item came from; null for an attached message, or once
@@ -123,14 +125,17 @@ public:
     int Index() const { return m_index; }
     bool HasAttachments() const;
     TAttachList& Attaches() const;
-    // The libpff item type (15 for a meeting request); -1 when unreadable.
+    // The item's type from its message class (15 for a meeting request or
+    // response, see ItemTypeOfClass).
     int ItemType() const;
+    const pstfile::TMessage& Message() const { return *m_message; }
     // The size the file records for the whole message (entry 0x0E08); 0
     // when it holds none.
     qint64 MessageSize() const;
 
 private:
     friend class TPSTFolder;
+    std::unique_ptr<pstfile::TMessage> m_message;
     TPSTFolder* m_owner;
     int m_index;
     mutable std::optional<bool> m_hasAttachments;
@@ -189,8 +194,8 @@ private:
 // A message stored inside an attachment; owned by that attachment.
 class TPSTAttachMailItem : public TPSTMailItem {
 public:
-    TPSTAttachMailItem(TPSTFileContextPtr file, TPffItemHandle item)
-        : TPSTMailItem(nullptr, -1, std::move(file), std::move(item))
+    TPSTAttachMailItem(TPSTFileContextPtr file, std::unique_ptr<pstfile::TMessage> message)
+        : TPSTMailItem(nullptr, -1, std::move(file), std::move(message))
     {
     }
 };
@@ -214,7 +219,9 @@ private:
 QString AttachFileName(bool isMessage, const QString& displayName, const QString& subject, const QString& longName,
     const QString& shortName, int index);
 
-// Helpers shared with the folder code.
-QString ReadPlainTextBody(libpff_item_t* item);
+// The type of an item of that message class: 15 for meeting requests and
+// responses, 2 appointments, 8 contacts, 11 mail, 0 for other classes.
+int ItemTypeOfClass(const QString& messageClass);
+QString ReadPlainTextBody(const pstfile::TProperties& props);
 
 } // namespace tessaly::pst

@@ -1,5 +1,5 @@
 #include "pst/PSTFile.h"
-#include "pst/PffProperty.h"
+#include "pst/PSTProperty.h"
 
 #include "PSTTestUtil.h"
 #include "TestUtil.h"
@@ -156,7 +156,7 @@ TEST(PSTMessages, RtfDecompressionAgreesWithLibpff)
     TPSTFile file(TestData(QStringLiteral("pst/pstextractortest@outlook.com.ost")));
     int compared = 0;
     ForEachItem(file.RootFolder(), [&](const TPSTDetailItem& item) {
-        const QByteArray compressed = ReadBinary(item.Handle(), 0, 0x1009);
+        const QByteArray compressed = ReadBinary(item.Props(), 0x1009);
         const auto* mail = dynamic_cast<const TPSTMailItem*>(&item);
         if (compressed.isEmpty() || !mail)
             return;

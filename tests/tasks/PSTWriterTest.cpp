@@ -9,7 +9,7 @@
 #include "pst/PSTMessage.h"
 #include "pst/PSTReport.h"
 #include "pst/PSTTestUtil.h"
-#include "pst/PffProperty.h"
+#include "pst/PSTProperty.h"
 #include "pstfile/PSTGenerator.h"
 #include "tasks/MailExportSource.h"
 #include "tasks/MailPSTTask.h"
@@ -274,8 +274,8 @@ TEST_F(PSTWriterTest, LargeTablesManyPartsAndManyProperties)
     EXPECT_EQ(meeting->Subject(), QStringLiteral("Many properties"));
     EXPECT_EQ(meeting->Location(), QStringLiteral("Room 7"));
     EXPECT_EQ(core::DateTimeToQDateTime(meeting->AppoitmentStart()).toUTC(), QDateTime(QDate(2025, 5, 6), QTime(9, 0), Qt::UTC));
-    EXPECT_EQ(pst::ReadString(meeting->Handle(), 0, 0x4000 + Properties - 1, 100), QStringLiteral("value %1").arg(Properties - 1));
-    EXPECT_EQ(pst::ReadString(meeting->Handle(), 0, 0x4000 + Properties / 2, 100), QStringLiteral("value %1").arg(Properties / 2));
+    EXPECT_EQ(pst::ReadString(meeting->Props(), 0x4000 + Properties - 1, 100), QStringLiteral("value %1").arg(Properties - 1));
+    EXPECT_EQ(pst::ReadString(meeting->Props(), 0x4000 + Properties / 2, 100), QStringLiteral("value %1").arg(Properties / 2));
 }
 
 TEST_F(PSTWriterTest, UnfinishedFileIsRemovedAndAnUnwritablePathIsAnError)
@@ -530,9 +530,9 @@ TEST_F(PSTWriterTest, GeneratedFilesOfEveryOrderAndEncodingReadBackAlike)
             for (int i = 0; i < folder->ItemCount(); ++i) {
                 const auto mail = MailAt(folder, i);
                 ASSERT_NE(mail, nullptr);
-                uint32_t nid = 0;
-                ASSERT_EQ(libpff_item_get_identifier(mail->Handle(), &nid, nullptr), 1);
-                sent.emplace_back(nid, pst::ReadFiletime(mail->Handle(), 0, pid::ClientSubmitTime));
+                const uint32_t nid = mail->ID();
+                ASSERT_NE(nid, 0u);
+                sent.emplace_back(nid, pst::ReadFiletime(mail->Props(), pid::ClientSubmitTime));
             }
         }
         ASSERT_EQ(sent.size(), size_t(options.messages));
