@@ -28,7 +28,7 @@ using namespace tessaly::test;
 
 namespace {
 
-constexpr int DefaultFlips = 20;
+constexpr int DefaultFlips = 12;
 constexpr int Truncations = 16;
 constexpr unsigned PffSecondsPerCopy = 120;
 
