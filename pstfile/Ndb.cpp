@@ -167,8 +167,10 @@ TBlock TNdb::ReadPage(uint64_t bid, uint64_t ib, uint8_t ptype) const
         return fail(QStringLiteral("not a page of the expected kind"));
     if (storedBid != bid)
         return fail(QStringLiteral("its id does not match"));
+    // A wrong checksum alone is reported, and the page is still used: its
+    // entries are checked one by one where they are read.
     if (crc != storedCrc)
-        return fail(QStringLiteral("its checksum is wrong"));
+        Report(PageKey(bid), QStringLiteral("page %1 at offset %2: its checksum is wrong").arg(Hex(bid), QString::number(ib)));
     CachePut(PageKey(bid), page);
     return page;
 }
@@ -401,8 +403,11 @@ TBlock TNdb::ReadBlock(uint64_t bid) const
         return fail(QStringLiteral("its id does not match"));
     if (sig != 0 && sig != Signature(ref->ib, storedBid))
         return fail(QStringLiteral("its signature is wrong"));
+    // A wrong checksum alone is reported, and what the block holds is still
+    // read: every structure in it is checked where it is used, and a
+    // damaged byte in a body or an attachment costs less than the item.
     if (storedCrc != Crc(raw.constData(), cb))
-        return fail(QStringLiteral("its checksum is wrong"));
+        Report(bid, QStringLiteral("block %1: its checksum is wrong").arg(Hex(bid)));
     raw.truncate(qsizetype(cb));
     if (!IsInternalBid(bid)) {
         if (m_crypt == CryptPermute)

@@ -7,7 +7,9 @@
 // blocks read last. Safe for concurrent readers.
 //
 // Damage never throws past the constructor: a page or block that fails its
-// checks is reported once (Problems) and reads that need it give nothing.
+// checks is reported once (Problems) and reads that need it give nothing. A
+// wrong checksum alone is reported and the bytes are still used, since every
+// structure read from them is checked on its own.
 
 #include "pstfile/Structs.h"
 

@@ -13,7 +13,6 @@ namespace {
 constexpr uint32_t nidRecipients = MakeNid(nidRecipientTable, 0x34);  // 0x692
 constexpr uint32_t nidAttachments = MakeNid(nidAttachmentTable, 0x33); // 0x671
 constexpr uint16_t FirstNamedId = 0x8000;
-constexpr uint16_t MethodEmbedded = 5;
 
 QUuid GuidFromBytes(const char* p)
 {

@@ -148,7 +148,7 @@ TEST_F(ReaderTest, ItemsOfAFolderWithDamagedTablesAreFoundByTheirParent)
             ASSERT_TRUE(node);
             const auto block = file->Ndb().FindBlock(node->bidData);
             ASSERT_TRUE(block);
-            Damage(path, block->ib + 8);
+            Damage(path, block->ib + 2); // the heap's signature
         }
     }
     const auto file = TPstFile::Open(path);
