@@ -79,6 +79,13 @@ int PrintFolderTrees(const QStringList& files)
 int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
 {
     const auto& commandLine = TCommandLine::Global();
+    // The HTML view's sandbox refuses to start as root (a container, a
+    // rescue system): it is switched off then, and the user told so.
+    if (platform::RunsAsAdministrator() && !qEnvironmentVariableIsSet("QTWEBENGINE_DISABLE_SANDBOX")
+        && !qEnvironmentVariable("QTWEBENGINE_CHROMIUM_FLAGS").contains(QLatin1String("--no-sandbox"))) {
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+        std::fprintf(stderr, "tessaly: running as root, so the message view runs without its sandbox\n");
+    }
     RegisterPreviewSchemes();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     TTessalyApplication application(argc, argv);

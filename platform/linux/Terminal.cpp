@@ -26,4 +26,9 @@ bool CanShowWindows()
     return false;
 }
 
+bool RunsAsAdministrator()
+{
+    return geteuid() == 0;
+}
+
 } // namespace tessaly::platform

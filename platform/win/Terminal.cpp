@@ -18,4 +18,10 @@ bool CanShowWindows()
     return true;
 }
 
+// The sandbox of the HTML view runs for administrators on Windows.
+bool RunsAsAdministrator()
+{
+    return false;
+}
+
 } // namespace tessaly::platform

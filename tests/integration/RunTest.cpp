@@ -13,6 +13,7 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 using tessaly::test::TestData;
 
@@ -64,6 +65,33 @@ TEST(Inspect, MissingFileAndBadOption)
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_TRUE(missing.err.contains(QStringLiteral("/no/such.pst")));
     EXPECT_EQ(RunProgram(QStringLiteral("tessaly-inspect"), {QStringLiteral("--bogus")}).exitCode, 2);
+}
+
+// Started as root, the window stays up: the message view's sandbox, which
+// refuses root, is switched off, and stderr says so on one line.
+TEST(Tessaly, StartsAsRootWithTheMessageViewUnsandboxed)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "not running as root";
+    QTemporaryDir home;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"QTWEBENGINE_CHROMIUM_FLAGS", "QTWEBENGINE_DISABLE_SANDBOX", "DISPLAY", "WAYLAND_DISPLAY"})
+        env.remove(QLatin1String(name));
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("HOME"), home.path());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.filePath(QStringLiteral("config")));
+    env.insert(QStringLiteral("XDG_DATA_HOME"), home.filePath(QStringLiteral("data")));
+    QProcess window;
+    window.setProcessEnvironment(env);
+    window.start(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"), {TestData(QStringLiteral("pst/sample1.pst"))});
+    ASSERT_TRUE(window.waitForStarted());
+    // The view starts with the window; without its switch it exits at once.
+    EXPECT_FALSE(window.waitForFinished(6000)) << "exit code " << window.exitCode() << ": "
+                                               << window.readAllStandardError().toStdString();
+    window.kill();
+    window.waitForFinished();
+    const QString err = QString::fromUtf8(window.readAllStandardError());
+    EXPECT_EQ(err.count(QLatin1String("without its sandbox")), 1) << err.toStdString();
 }
 
 TEST(Tessaly, UnknownKeyPrintsTheErrorPageAsText)
