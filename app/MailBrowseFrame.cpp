@@ -57,6 +57,13 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     m_view->header()->setSortIndicatorShown(true);
     m_view->header()->setSortIndicator(-1, Qt::AscendingOrder);
     layout->addWidget(m_view);
+    // While a sort runs, the list shows it is busy.
+    m_model->OnSortingChanged = [this](bool sorting) {
+        if (sorting)
+            m_view->viewport()->setCursor(Qt::BusyCursor);
+        else
+            m_view->viewport()->unsetCursor();
+    };
 
     m_toolbar = new QToolBar;
     m_toolbar->setIconSize(QSize(16, 16));

@@ -6,11 +6,16 @@
 #include "mail/MailMsgHTML.h"
 #include "pst/PSTMessage.h"
 
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QFutureWatcher>
 #include <QIcon>
 #include <QLocale>
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
 #include <algorithm>
 #include <numeric>
 
@@ -103,6 +108,8 @@ std::vector<int> TMailListModel::SearchColumns(TListKind kind)
 
 void TMailListModel::SetStore(const mail::TMailDataStore* store, TListKind kind)
 {
+    ++m_sortGeneration; // a running sort is for the rows that go
+    SetSorting(false);
     beginResetModel();
     m_store = store;
     m_kind = kind;
@@ -265,28 +272,88 @@ bool TMailListModel::RowMatches(int storeRow, const QString& text) const
     return false;
 }
 
+namespace {
+
+// Texts compare without regard to case, other keys by their values.
+int CompareKeys(const QVariant& a, const QVariant& b)
+{
+    if (a.typeId() == QMetaType::QString && b.typeId() == QMetaType::QString)
+        return QString::compare(a.toString(), b.toString(), Qt::CaseInsensitive);
+    const auto result = QVariant::compare(a, b);
+    if (result == QPartialOrdering::Less)
+        return -1;
+    if (result == QPartialOrdering::Greater)
+        return 1;
+    return 0;
+}
+
+} // namespace
+
 void TMailListModel::sort(int column, Qt::SortOrder order)
 {
     if (column < 0 || column >= m_columns || !m_store)
         return;
-    const auto key = [this, column](int storeRow) { return Row(storeRow).Keys.value(column); };
-    std::stable_sort(m_all.begin(), m_all.end(), [&](int a, int b) {
-        const QVariant ka = key(a), kb = key(b);
-        const auto result = QVariant::compare(ka, kb);
-        int c = 0;
-        if (result == QPartialOrdering::Less)
-            c = -1;
-        else if (result == QPartialOrdering::Greater)
-            c = 1;
-        if (ka.typeId() == QMetaType::QString && kb.typeId() == QMetaType::QString)
-            c = QString::compare(ka.toString(), kb.toString(), Qt::CaseInsensitive);
-        return order == Qt::AscendingOrder ? c < 0 : c > 0;
+    m_sortColumn = column;
+    m_sortOrder = order;
+    m_sortNext = 0;
+    SetSorting(true);
+    ReadForSort(++m_sortGeneration);
+}
+
+void TMailListModel::SetSorting(bool sorting)
+{
+    if (m_sorting == sorting)
+        return;
+    m_sorting = sorting;
+    if (OnSortingChanged)
+        OnSortingChanged(sorting);
+}
+
+void TMailListModel::ReadForSort(quint64 generation)
+{
+    if (generation != m_sortGeneration)
+        return; // superseded
+    // Rows are read here, on the window's thread, where every reader of
+    // the store runs; a slice at a time, so the window keeps answering.
+    QElapsedTimer slice;
+    slice.start();
+    while (m_sortNext < m_all.size() && slice.elapsed() < 20)
+        Row(m_all[m_sortNext++]);
+    if (m_sortNext < m_all.size()) {
+        QTimer::singleShot(0, this, [this, generation] { ReadForSort(generation); });
+        return;
+    }
+    // The keys are copied for the worker, which touches nothing else.
+    std::vector<QVariant> keys(m_rows.size());
+    for (int storeRow : m_all)
+        keys[size_t(storeRow)] = m_rows[size_t(storeRow)]->Keys.value(m_sortColumn);
+    auto* watcher = new QFutureWatcher<std::vector<int>>(this);
+    connect(watcher, &QFutureWatcher<std::vector<int>>::finished, this, [this, watcher, generation] {
+        watcher->deleteLater();
+        if (generation != m_sortGeneration)
+            return;
+        m_all = watcher->result();
+        // The visible rows keep their filter and take the new order.
+        std::vector<char> shown(m_viewOf.size(), 0);
+        for (int storeRow : m_visible)
+            shown[size_t(storeRow)] = 1;
+        ApplyFilter([&shown](int storeRow) { return shown[size_t(storeRow)] != 0; });
+        SetSorting(false);
     });
-    // The visible rows keep their filter and take the new order.
-    std::vector<char> shown(m_viewOf.size(), 0);
-    for (int storeRow : m_visible)
-        shown[size_t(storeRow)] = 1;
-    ApplyFilter([&shown](int storeRow) { return shown[size_t(storeRow)] != 0; });
+    watcher->setFuture(QtConcurrent::run(
+        [keys = std::move(keys), rows = m_all, descending = m_sortOrder == Qt::DescendingOrder]() mutable {
+            std::stable_sort(rows.begin(), rows.end(), [&](int a, int b) {
+                const int c = CompareKeys(keys[size_t(a)], keys[size_t(b)]);
+                return descending ? c > 0 : c < 0;
+            });
+            return rows;
+        }));
+}
+
+void TMailListModel::WaitSorted()
+{
+    while (m_sorting)
+        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 10);
 }
 
 int TMailListModel::rowCount(const QModelIndex& parent) const

@@ -60,7 +60,15 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
+    // Sorting reads the rows not read yet in short slices between the
+    // window's events, then orders them on a worker thread; the rows take
+    // the new order when it ends. A new sort or store supersedes a running
+    // one.
     void sort(int column, Qt::SortOrder order) override;
+    bool Sorting() const { return m_sorting; }
+    // Runs the event loop until a running sort has ended.
+    void WaitSorted();
+    std::function<void(bool sorting)> OnSortingChanged;
 
 private:
     struct TRow {
@@ -70,6 +78,8 @@ private:
     };
     const TRow& Row(int storeRow) const;
     TRow ReadRow(int storeRow) const;
+    void ReadForSort(quint64 generation);
+    void SetSorting(bool sorting);
 
     const mail::TMailDataStore* m_store = nullptr;
     TListKind m_kind = lkMail;
@@ -81,6 +91,12 @@ private:
     std::vector<int> m_viewOf;  // store row -> view row, -1 when hidden
     std::vector<char> m_checked;
     bool m_checkable = true;
+    // The running sort.
+    bool m_sorting = false;
+    quint64 m_sortGeneration = 0;
+    int m_sortColumn = 0;
+    Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
+    size_t m_sortNext = 0;
 };
 
 } // namespace tessaly::app

@@ -11,6 +11,7 @@
 #include <QLineEdit>
 #include <QSpinBox>
 #include <QTest>
+#include <QTimer>
 #include <QTreeView>
 
 using namespace tessaly;
@@ -236,4 +237,59 @@ TEST_F(MainFormTest, WhollyTickedFileShowsNoCheckBoxes)
     EXPECT_TRUE(list.CheckedRows().empty());
     core::TMessageBus::Instance().Publish(core::Topic::PstFileChecked, QVariant::fromValue(TPSTFileCheck{list.CurrentFile(), false}));
     EXPECT_TRUE(list.CheckAllAction()->isEnabled());
+}
+
+// Sorting reads the rows in slices between the window's events and orders
+// them on a worker: the window answers meanwhile, the list says it is busy,
+// and the rows end in the new order. A second sort supersedes the first.
+TEST(MessageList, SortingLetsTheWindowRunAndEndsInOrder)
+{
+    TMemoryMailStore store(20000, Numbered);
+    TMemoryBrowseFrame frame;
+    frame.Show(&store);
+    TMailListModel* model = frame.Model();
+    std::vector<bool> busy;
+    const auto keep = model->OnSortingChanged;
+    model->OnSortingChanged = [&](bool sorting) {
+        busy.push_back(sorting);
+        keep(sorting);
+    };
+    int ticks = 0;
+    QTimer tick;
+    tick.setInterval(1);
+    QObject::connect(&tick, &QTimer::timeout, [&] { ++ticks; });
+    tick.start();
+
+    model->sort(2, Qt::AscendingOrder); // subject: superseded below
+    ASSERT_TRUE(model->Sorting());
+    EXPECT_EQ(frame.View()->viewport()->cursor().shape(), Qt::BusyCursor);
+    model->sort(2, Qt::DescendingOrder);
+    model->WaitSorted();
+    tick.stop();
+
+    EXPECT_FALSE(model->Sorting());
+    EXPECT_NE(frame.View()->viewport()->cursor().shape(), Qt::BusyCursor);
+    EXPECT_EQ(busy, (std::vector<bool>{true, false}));
+    EXPECT_GT(ticks, 0) << "the window's events waited for the whole sort";
+    ASSERT_EQ(model->rowCount(), 20000);
+    for (int view = 1; view < model->rowCount(); ++view)
+        ASSERT_GE(QString::compare(model->Text(model->StoreRow(view - 1), 2), model->Text(model->StoreRow(view), 2),
+                      Qt::CaseInsensitive),
+            0)
+            << view;
+    EXPECT_EQ(model->Text(model->StoreRow(0), 2), QStringLiteral("Subject 9999"));
+}
+
+// A folder shown while a sort runs is not reordered by that sort.
+TEST(MessageList, ANewStoreEndsTheSortOfTheOldOne)
+{
+    TMemoryMailStore first(20000, Numbered), second(3, Numbered);
+    TMemoryBrowseFrame frame;
+    frame.Show(&first);
+    frame.Model()->sort(2, Qt::DescendingOrder);
+    ASSERT_TRUE(frame.Model()->Sorting());
+    frame.Show(&second);
+    EXPECT_FALSE(frame.Model()->Sorting());
+    Wait(300);
+    EXPECT_EQ(VisibleStoreRows(frame), (std::vector<int>{0, 1, 2}));
 }
