@@ -81,9 +81,8 @@ TPSTFile::TPSTFile(const QString& fileName)
     auto context = std::make_shared<TPSTFileContext>();
     try {
         context->File = pstfile::TPstFile::Open(fileName); // read only, always
-    } catch (const pstfile::EPstFileError& e) {
-        m_openError = e.Message();
-        return;
+    } catch (const pstfile::EPstFileError&) {
+        return; // no root folder: the file cannot be read
     }
     m_context = std::move(context);
     m_isOST = m_context->File->IsOst();

@@ -56,8 +56,6 @@ public:
 
     // The reader of the file; null when it could not be opened.
     pstfile::TPstFile* Reader() const { return m_context ? m_context->File.get() : nullptr; }
-    // Why the file could not be opened; empty when it is open.
-    const QString& OpenError() const { return m_openError; }
     const TPSTFileContextPtr& Context() const { return m_context; }
     std::recursive_mutex& Lock() { return m_context->Lock; }
 
@@ -65,7 +63,6 @@ private:
     QString m_fileName;
     QString m_caption;
     QString m_displayCaption;
-    QString m_openError;
     TPSTFileContextPtr m_context;
     bool m_isOST = false;
     bool m_is64 = false;

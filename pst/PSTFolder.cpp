@@ -130,12 +130,12 @@ const std::vector<uint32_t>& TPSTFolder::ItemIds()
     return *m_itemIds;
 }
 
-std::shared_ptr<TPSTDetailItem> TPSTFolder::OpenItem(int index)
+std::shared_ptr<TPSTDetailItem> TPSTFolder::OpenItem(size_t position, int index)
 {
     const auto& ids = ItemIds();
-    if (index < 0 || index >= int(ids.size()))
+    if (position >= ids.size())
         return nullptr;
-    auto message = FileContext()->File->OpenMessage(ids[size_t(index)]);
+    auto message = FileContext()->File->OpenMessage(ids[position]);
     if (!message || !message->Properties().IsValid())
         return nullptr;
     return CreateItem(index, std::move(message));
@@ -169,7 +169,7 @@ std::shared_ptr<TPSTDetailItem> TPSTFolder::GetItem(int index)
     TSlot& slot = (*m_items)[size_t(index)];
     if (auto item = slot.weak.lock())
         return item;
-    auto item = OpenItem(index);
+    auto item = OpenItem(size_t(index), index);
     if (!item)
         return nullptr;
     Keep(slot, item, m_cached);
@@ -184,11 +184,9 @@ void TPSTFolder::PrepareItems()
     m_items.emplace();
     const size_t count = ItemIds().size();
     for (size_t i = 0; i < count; ++i) {
-        const int index = int(m_items->size());
-        auto item = OpenItem(int(i));
+        auto item = OpenItem(i, int(m_items->size()));
         if (!item)
             continue;
-        item->m_index = index;
         m_items->emplace_back();
         Keep(m_items->back(), item, true);
     }

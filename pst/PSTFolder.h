@@ -45,7 +45,8 @@ protected:
     virtual std::shared_ptr<TPSTDetailItem> CreateItem(int index, std::unique_ptr<pstfile::TMessage> message);
     // The node ids of the items, in the order of the contents table.
     const std::vector<uint32_t>& ItemIds();
-    std::shared_ptr<TPSTDetailItem> OpenItem(int index);
+    // The item at a position of ItemIds, to be held at index of the list.
+    std::shared_ptr<TPSTDetailItem> OpenItem(size_t position, int index);
 
 private:
     struct TSlot {

@@ -77,7 +77,6 @@ public:
     std::optional<QByteArray> Value(const TPropEntry& entry, qint64 maxBytes = TNdb::MaxStream) const;
     // When the value is held in a subnode: that subnode (to read in parts).
     std::optional<TSubnodeEntry> ValueNode(const TPropEntry& entry) const;
-    const THeap& Heap() const { return m_heap; }
 
 private:
     explicit TPropertyContext(THeap heap) : m_heap(std::move(heap)) {}

@@ -4,6 +4,7 @@
 #include "pstfile/Endian.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace tessaly::pstfile {
 
@@ -200,6 +201,27 @@ TPageCounts Counts(const TLayout& layout, const char* p)
     }
 }
 
+// The page an index entry points to.
+std::pair<uint64_t, uint64_t> IndexRef(bool wide, const char* e)
+{
+    if (wide) {
+        const auto entry = Load<TBTEntryUnicode>(e);
+        return {entry.bref.bid, entry.bref.ib};
+    }
+    const auto entry = Load<TBTEntryAnsi>(e);
+    return {entry.bref.bid, entry.bref.ib};
+}
+
+TNodeEntry NodeAt(bool wide, const char* e)
+{
+    if (wide) {
+        const auto n = Load<TNBTEntryUnicode>(e);
+        return {uint32_t(n.nid), n.bidData, n.bidSub, n.nidParent};
+    }
+    const auto n = Load<TNBTEntryAnsi>(e);
+    return {n.nid, n.bidData, n.bidSub, n.nidParent};
+}
+
 } // namespace
 
 bool TNdb::SearchTree(uint64_t rootBid, uint64_t rootIb, uint8_t ptype, uint64_t key, QByteArray& entryOut) const
@@ -240,13 +262,7 @@ bool TNdb::SearchTree(uint64_t rootBid, uint64_t rootIb, uint8_t ptype, uint64_t
             entryOut = QByteArray(e, qsizetype(c.cbEnt));
             return true;
         }
-        if (wide) {
-            const auto entry = Load<TBTEntryUnicode>(e);
-            bid = entry.bref.bid, ib = entry.bref.ib;
-        } else {
-            const auto entry = Load<TBTEntryAnsi>(e);
-            bid = entry.bref.bid, ib = entry.bref.ib;
-        }
+        std::tie(bid, ib) = IndexRef(wide, e);
     }
     Report(PageKey(rootBid), QStringLiteral("B-tree %1 is deeper than any file has").arg(Hex(rootBid)));
     return false;
@@ -257,15 +273,7 @@ std::optional<TNodeEntry> TNdb::FindNode(uint32_t nid) const
     QByteArray e;
     if (!SearchTree(m_nbtBid, m_nbtIb, ptypeNBT, nid, e))
         return std::nullopt;
-    TNodeEntry node;
-    if (m_layout.Wide()) {
-        const auto n = Load<TNBTEntryUnicode>(e.constData());
-        node = {uint32_t(n.nid), n.bidData, n.bidSub, n.nidParent};
-    } else {
-        const auto n = Load<TNBTEntryAnsi>(e.constData());
-        node = {n.nid, n.bidData, n.bidSub, n.nidParent};
-    }
-    return node;
+    return NodeAt(m_layout.Wide(), e.constData());
 }
 
 void TNdb::ForEachNode(const std::function<void(const TNodeEntry&)>& visit) const
@@ -294,26 +302,13 @@ void TNdb::ForEachNode(const std::function<void(const TNodeEntry&)>& visit) cons
             continue;
         if (c.cLevel == 0) {
             for (uint32_t i = 0; i < c.cEnt; ++i) {
-                const char* e = p + size_t(i) * c.cbEnt;
-                if (wide) {
-                    const auto n = Load<TNBTEntryUnicode>(e);
-                    visit({uint32_t(n.nid), n.bidData, n.bidSub, n.nidParent});
-                } else {
-                    const auto n = Load<TNBTEntryAnsi>(e);
-                    visit({n.nid, n.bidData, n.bidSub, n.nidParent});
-                }
+                visit(NodeAt(wide, p + size_t(i) * c.cbEnt));
             }
             continue;
         }
         for (uint32_t i = c.cEnt; i-- > 0;) {
-            const char* e = p + size_t(i) * c.cbEnt;
-            if (wide) {
-                const auto entry = Load<TBTEntryUnicode>(e);
-                stack.push_back({entry.bref.bid, entry.bref.ib, ref.depth + 1});
-            } else {
-                const auto entry = Load<TBTEntryAnsi>(e);
-                stack.push_back({entry.bref.bid, entry.bref.ib, ref.depth + 1});
-            }
+            const auto [bid, ib] = IndexRef(wide, p + size_t(i) * c.cbEnt);
+            stack.push_back({bid, ib, ref.depth + 1});
         }
     }
 }

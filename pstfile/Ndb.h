@@ -11,6 +11,7 @@
 // wrong checksum alone is reported and the bytes are still used, since every
 // structure read from them is checked on its own.
 
+#include "core/Exceptions.h"
 #include "pstfile/Structs.h"
 
 #include <QByteArray>
@@ -30,13 +31,9 @@
 namespace tessaly::pstfile {
 
 // A file that cannot be read as a personal folders file at all.
-class EPstFileError : public std::runtime_error {
+class EPstFileError : public core::ETessalyError {
 public:
-    explicit EPstFileError(const QString& message) : std::runtime_error(message.toStdString()), m_message(message) {}
-    const QString& Message() const { return m_message; }
-
-private:
-    QString m_message;
+    using core::ETessalyError::ETessalyError;
 };
 
 struct TNodeEntry {

@@ -123,14 +123,28 @@ std::optional<TPropEntry> TProperties::Find(uint16_t id) const
     // gives; an id without an entry in the map stands for itself.
     const TNameMap& names = m_file->NameMap();
     std::optional<TPropEntry> raw;
-    for (const TPropEntry& e : Entries()) {
-        if (e.id < FirstNamedId)
-            continue;
+    auto consider = [&](const TPropEntry& e) {
         const TNamedId* named = names.Find(e.id);
-        if (named && !named->isString && named->lid == id)
-            return e;
-        if (e.id == id && !(named && !named->isString))
+        const bool numbered = named && !named->isString;
+        if (numbered && named->lid == id)
+            return true;
+        if (e.id == id && !numbered)
             raw = e;
+        return false;
+    };
+    if (m_pc) {
+        const auto& entries = m_pc->Entries(); // sorted by id: the named ones last
+        for (auto it = std::lower_bound(entries.begin(), entries.end(), FirstNamedId,
+                 [](const TPropEntry& e, uint16_t i) { return e.id < i; });
+             it != entries.end(); ++it)
+            if (consider(*it))
+                return *it;
+        return raw;
+    }
+    for (size_t i = 0; i < m_values.size(); ++i) {
+        const TPropEntry e{m_values[i].id, m_values[i].type, uint32_t(i)};
+        if (e.id >= FirstNamedId && consider(e))
+            return e;
     }
     return raw;
 }
@@ -422,12 +436,17 @@ TProperties TPstFile::Properties(uint32_t nid) const
     return OpenProperties(shared_from_this(), TNodeScope(m_ndb, node->bidData, node->bidSub));
 }
 
-std::optional<std::vector<uint32_t>> TPstFile::TableRowIds(uint32_t tableNid) const
+std::optional<TTableContext> TPstFile::OpenTable(uint32_t nid) const
 {
-    const auto node = m_ndb.FindNode(tableNid);
+    const auto node = m_ndb.FindNode(nid);
     if (!node)
         return std::nullopt;
-    const auto table = TTableContext::Open(TNodeScope(m_ndb, node->bidData, node->bidSub));
+    return TTableContext::Open(TNodeScope(m_ndb, node->bidData, node->bidSub));
+}
+
+std::optional<std::vector<uint32_t>> TPstFile::TableRowIds(uint32_t tableNid) const
+{
+    const auto table = OpenTable(tableNid);
     if (!table)
         return std::nullopt;
     std::vector<uint32_t> ids;
@@ -481,9 +500,8 @@ uint32_t TPstFile::ContentCount(uint32_t folder) const
     // The rows of the contents table: its size is known without reading
     // them. The count a folder records may differ: a search folder records
     // the items it finds but has no contents table of its own.
-    if (const auto node = m_ndb.FindNode((folder & ~0x1Fu) | nidContentsTable))
-        if (const auto table = TTableContext::Open(TNodeScope(m_ndb, node->bidData, node->bidSub)))
-            return uint32_t(table->RowCount());
+    if (const auto table = OpenTable((folder & ~0x1Fu) | nidContentsTable))
+        return uint32_t(table->RowCount());
     return uint32_t(ChildrenByParent(folder, false).size());
 }
 

@@ -83,7 +83,6 @@ public:
 
     // When a value is kept in a subnode: that subnode, to be read in parts.
     std::optional<TSubnodeEntry> ValueNode(const TPropEntry& entry) const;
-    const TPropertyContext* Context() const { return m_pc.get(); }
 
 private:
     std::shared_ptr<const TPstFile> m_file;
@@ -176,6 +175,8 @@ public:
     std::unique_ptr<TMessage> OpenMessage(uint32_t nid) const;
 
 private:
+    // A table context of a node of the node B-tree.
+    std::optional<TTableContext> OpenTable(uint32_t nid) const;
     std::optional<std::vector<uint32_t>> TableRowIds(uint32_t tableNid) const;
     // Children found from the parent ids of the node B-tree, when a folder's
     // tables cannot be read.
