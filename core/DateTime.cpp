@@ -41,6 +41,12 @@ QDateTime FiletimeToQDateTime(uint64_t filetime)
     return QDateTime::fromMSecsSinceEpoch((qint64(filetime) - FiletimeUnixEpoch) / 10000, Qt::UTC);
 }
 
+TDateTime FiletimeToLocal(uint64_t filetime)
+{
+    const QDateTime utc = FiletimeToQDateTime(filetime);
+    return utc.isValid() ? QDateTimeToDateTime(utc.toLocalTime()) : 0;
+}
+
 uint64_t QDateTimeToFiletime(const QDateTime& value)
 {
     return value.isValid() ? uint64_t(value.toMSecsSinceEpoch() * 10000 + FiletimeUnixEpoch) : 0;

@@ -15,6 +15,8 @@ TDateTime QDateTimeToDateTime(const QDateTime& value);
 // for 0 (absent) both ways.
 QDateTime FiletimeToQDateTime(uint64_t filetime);
 uint64_t QDateTimeToFiletime(const QDateTime& value);
+// A FILETIME as local date-time in this machine's time zone; 0 for 0.
+TDateTime FiletimeToLocal(uint64_t filetime);
 
 // Short date, a blank and the long time in the user's locale; the time is
 // left out at exact midnight. Empty for a value of 0 or below.

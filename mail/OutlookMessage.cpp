@@ -85,14 +85,6 @@ GDateTime* ToGDateTime(uint64_t filetime)
     return g_date_time_new_from_unix_utc(unixSeconds);
 }
 
-TDateTime FiletimeToLocal(uint64_t filetime)
-{
-    if (filetime == 0)
-        return 0;
-    const qint64 msecs = qint64(filetime / 10000ULL) - 11644473600000LL;
-    return core::QDateTimeToDateTime(QDateTime::fromMSecsSinceEpoch(msecs, Qt::UTC).toLocalTime());
-}
-
 bool IsImageName(const QString& name)
 {
     static const QString Images = QStringLiteral("jpg;jpeg;gif;png;bmp;ico;tif;tiff;");
@@ -518,7 +510,7 @@ QVariant TOutlookContact::Value(int field) const
         return picture.isEmpty() ? QVariant() : QVariant(picture);
     }
     case cfBirthday: {
-        const TDateTime date = FiletimeToLocal(root.FileTime(ContactFieldTag(cfBirthday)));
+        const TDateTime date = core::FiletimeToLocal(root.FileTime(ContactFieldTag(cfBirthday)));
         return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();
     }
     default: {
@@ -558,7 +550,7 @@ QString TMailOutlookContact::Body(TMailBodyType kind) const
 TDateTime TMailOutlookContact::Date(TMailDateType kind) const
 {
     static constexpr uint16_t Tags[] = {pid::ClientSubmitTime, pid::DeliveryTime, pid::CreationTime, pid::LastModificationTime};
-    return FiletimeToLocal(m_message->Root().FileTime(Tags[kind]));
+    return core::FiletimeToLocal(m_message->Root().FileTime(Tags[kind]));
 }
 
 QVariant TMailOutlookContact::GetField(int field) const

@@ -29,17 +29,9 @@ std::optional<uint32_t> ReadUInt32(const pstfile::TProperties& props, uint32_t t
 
 uint64_t ReadFiletime(const pstfile::TProperties& props, uint32_t tag) { return props.Filetime(uint16_t(tag)); }
 
-core::TDateTime FiletimeToLocal(uint64_t filetime)
-{
-    const QDateTime utc = core::FiletimeToQDateTime(filetime);
-    if (!utc.isValid())
-        return 0;
-    return core::QDateTimeToDateTime(utc.toLocalTime());
-}
-
 core::TDateTime ReadLocalDate(const pstfile::TProperties& props, uint32_t tag)
 {
-    return FiletimeToLocal(ReadFiletime(props, tag));
+    return core::FiletimeToLocal(ReadFiletime(props, tag));
 }
 
 QString ReadString(const pstfile::TProperties& props, uint32_t tag, qsizetype maxChars)

@@ -21,7 +21,6 @@ std::optional<uint32_t> ReadUInt32(const pstfile::TProperties& props, uint32_t t
 uint64_t ReadFiletime(const pstfile::TProperties& props, uint32_t tag);
 // A FILETIME as local date-time, 0 when absent.
 core::TDateTime ReadLocalDate(const pstfile::TProperties& props, uint32_t tag);
-core::TDateTime FiletimeToLocal(uint64_t filetime);
 
 // A string property as text up to its first NUL, cut to at most maxChars
 // UTF-16 characters.

@@ -68,4 +68,7 @@ TEST(DateTime, FiletimeBothWaysAndZeroForAbsent)
     EXPECT_EQ(FiletimeToQDateTime(116444736000000000ULL), QDateTime::fromMSecsSinceEpoch(0, Qt::UTC));
     EXPECT_FALSE(FiletimeToQDateTime(0).isValid());
     EXPECT_EQ(QDateTimeToFiletime(QDateTime()), 0u);
+    // The local date-time is the same instant in this machine's zone.
+    EXPECT_EQ(FiletimeToLocal(0), 0);
+    EXPECT_EQ(DateTimeToQDateTime(FiletimeToLocal(133536860550000000ULL)), leapDay.toLocalTime());
 }
