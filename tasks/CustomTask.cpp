@@ -1,6 +1,8 @@
 #include "tasks/CustomTask.h"
 
 #include "core/Exceptions.h"
+#include "platform/StagedFile.h"
+#include "tasks/MailTemplate.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -68,6 +70,9 @@ int TCustomTask::Run()
             OnProgress({i + 1, total, {}});
     }
     FinishRun();
+    // Durable once, at the end, rather than one sync per file.
+    if (!m_writtenFolders.isEmpty() && !platform::SyncFolders(m_writtenFolders.values()))
+        AddLog(0, QStringLiteral("Can not flush the written files to disk"));
     return m_failed;
 }
 
@@ -77,14 +82,50 @@ QString TCustomTask::RenamedPath(const QString& path)
     const QString base = info.completeBaseName();
     const QString extension = info.suffix().isEmpty() ? QString() : QLatin1Char('.') + info.suffix();
     for (int n = 1;; ++n) {
-        const QString candidate = info.dir().filePath(QStringLiteral("%1 (%2)%3").arg(base).arg(n).arg(extension));
+        const QString suffix = QStringLiteral(" (%1)").arg(n) + extension;
+        const QString candidate = info.dir().filePath(LimitNameBytes(base, MaxNameBytes - Utf8Length(suffix)) + suffix);
         if (!QFileInfo::exists(candidate))
             return candidate;
     }
 }
 
+void TCustomTask::RecountAsFailed(int count)
+{
+    count = std::min(count, m_written);
+    m_written -= count;
+    m_failed += count;
+}
+
+void TCustomTask::PrepareFolder(const QString& folder)
+{
+    if (m_preparedFolders.contains(folder))
+        return;
+    m_preparedFolders.insert(folder);
+    platform::TStagedFile::RemoveStale(folder);
+}
+
+int TCustomTask::CommitOutput(platform::TStagedFile& file, QString& path, QString& error)
+{
+    const bool replace = !m_overwrite.isEmpty() && m_overwrite == path;
+    const TCheckFileMode mode = m_modeForAll ? m_allMode : m_customProperties.CheckFileMode;
+    // Taken meanwhile by another writer: skipped when names taken are
+    // skipped, otherwise the next free name.
+    const auto next = [mode](const QString& taken) { return mode == cfmSkip ? QString() : RenamedPath(taken); };
+    switch (file.Commit(path, next, replace)) {
+    case platform::lrLinked:
+        m_writtenFolders.insert(QFileInfo(path).path());
+        return trOK;
+    case platform::lrTaken:
+        return trExists;
+    default:
+        error = file.ErrorString();
+        return trError;
+    }
+}
+
 int TCustomTask::CheckDestination(QString& path)
 {
+    m_overwrite.clear();
     if (!QFileInfo::exists(path))
         return trOK;
     TCheckFileMode mode = m_customProperties.CheckFileMode;
@@ -104,6 +145,7 @@ int TCustomTask::CheckDestination(QString& path)
     }
     switch (mode) {
     case cfmOverwrite:
+        m_overwrite = path;
         return trOK;
     case cfmSkip:
         return trExists;

@@ -7,11 +7,16 @@
 #include "mail/MailMsgIntf.h"
 #include "tasks/MailProperties.h"
 
+#include <QSet>
 #include <QStringList>
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <vector>
+
+namespace tessaly::platform {
+class TStagedFile;
+}
 
 namespace tessaly::tasks {
 
@@ -80,11 +85,23 @@ public:
     // A free name beside path: "name (1).ext", "name (2).ext"...
     static QString RenamedPath(const QString& path);
 
+    // Before writing into a folder: the temporaries a crashed run left there
+    // are removed (once per folder and run).
+    void PrepareFolder(const QString& folder);
+    // Links a finished output in under path, or under the next free name
+    // when another file took it meanwhile; only a file the user chose to
+    // overwrite is replaced. trOK (path holds the name given), trExists when
+    // such names are skipped, trError with the reason in error.
+    int CommitOutput(platform::TStagedFile& file, QString& path, QString& error);
+
     // The log: kind 0 error, 1 detail.
     void AddLog(int kind, const QString& text);
     const QStringList& Log() const { return m_log; }
 
 protected:
+    // Entries counted as written whose output was lost after all (a combined
+    // file that could not be committed) are counted as failed.
+    void RecountAsFailed(int count);
     virtual int ProcessEntry(TTaskEntry& entry) = 0;
     virtual void StartRun() {}
     virtual void FinishRun() {}
@@ -96,6 +113,9 @@ private:
     int m_written = 0, m_filtered = 0, m_failed = 0, m_existing = 0;
     bool m_modeForAll = false;
     TCheckFileMode m_allMode = cfmAsk;
+    QString m_overwrite; // the existing file the user chose to overwrite
+    QSet<QString> m_preparedFolders;
+    QSet<QString> m_writtenFolders; // synced once at the end of the run
     QStringList m_log;
 };
 

@@ -2,10 +2,10 @@
 
 #include "core/DateTime.h"
 #include "mail/CleverMail.h"
+#include "platform/StagedFile.h"
 
 #include <QBuffer>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 namespace tessaly::tasks {
 
@@ -278,18 +278,23 @@ int TMailEMLTask::ConvertMail(TMailContext& context, const mail::IMailMessage& m
     return trOK;
 }
 
-int TMailEMLTask::Commit(TMailContext& context, const QString& path)
+int TMailEMLTask::Commit(TMailContext& context, QString& path)
 {
     auto& items = static_cast<TContext&>(context).Items;
     if (items.empty())
         return trSkipped;
-    // Written beside the target and renamed over it at the end: a cancelled
-    // or failed run leaves no half-written file.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        return trError;
-    items.front()->SaveToStream(file);
-    return file.commit() ? trOK : trError;
+    // Written beside the target and linked in when complete: a cancelled or
+    // failed run leaves no half-written file, and no file is replaced.
+    platform::TStagedFile file(path);
+    QString error = file.ErrorString();
+    int result = trError;
+    if (file.IsOpen()) {
+        items.front()->SaveToStream(file.Device());
+        result = CommitOutput(file, path, error);
+    }
+    if (result == trError && CurrentEntry())
+        CurrentEntry()->Error = error;
+    return result;
 }
 
 } // namespace tessaly::tasks

@@ -63,7 +63,7 @@ public:
     int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
     // 2 and no file when nothing was converted; else the first message of
     // the context replaces the file.
-    int Commit(TMailContext& context, const QString& path) override;
+    int Commit(TMailContext& context, QString& path) override;
 };
 
 } // namespace tessaly::tasks

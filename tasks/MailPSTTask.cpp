@@ -1,6 +1,7 @@
 #include "tasks/MailPSTTask.h"
 
 #include "core/DateTime.h"
+#include "core/Exceptions.h"
 #include "core/HtmlText.h"
 #include "core/Rtf.h"
 #include "mail/MailContact.h"
@@ -193,9 +194,11 @@ std::shared_ptr<TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int
 
 TMailPSTTask::TMailPSTTask(TMailProperties& properties) : TMailTask(properties) {}
 
-TMailPSTTask::TContext::TContext(const QString& fileName)
-    : Writer(std::make_unique<TPSTWriter>(fileName, QStringLiteral("Personal Folders"))), FileName(fileName)
+TMailPSTTask::TContext::TContext(const QString& destination)
+    : File(std::make_unique<platform::TStagedFile>(destination))
 {
+    if (File->IsOpen())
+        Writer = std::make_unique<TPSTWriter>(File->TemporaryPath(), QStringLiteral("Personal Folders"));
 }
 
 void TMailPSTTask::StartRun()
@@ -210,14 +213,15 @@ void TMailPSTTask::StartRun()
     }
     m_output = output;
     Properties().Destination = output; // renamed when the file was there
+    PrepareFolder(QFileInfo(output).path());
     StartCombine(output);
 }
 
 std::unique_ptr<TMailContext> TMailPSTTask::CreateContext()
 {
-    // Written beside the destination and renamed when complete, so that a
+    // Written beside the destination and linked in when complete, so that a
     // failed run leaves what was there before.
-    return std::make_unique<TContext>(m_output + QStringLiteral(".part"));
+    return std::make_unique<TContext>(m_output);
 }
 
 uint32_t TMailPSTTask::TargetFolder(TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass)
@@ -258,25 +262,36 @@ uint32_t TMailPSTTask::TargetFolder(TPSTWriter& writer, const mail::IMailMessage
 int TMailPSTTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString&)
 {
     auto& data = static_cast<TContext&>(context);
+    if (!data.Writer) {
+        if (TTaskEntry* entry = CurrentEntry())
+            entry->Error = data.File->ErrorString();
+        return trError;
+    }
     const auto stored = ToPSTMessage(message);
     data.Writer->AddMessage(TargetFolder(*data.Writer, message, stored->String(pid::MessageClass)), *stored);
     return trOK;
 }
 
-int TMailPSTTask::Commit(TMailContext& context, const QString& path)
+int TMailPSTTask::Commit(TMailContext& context, QString& path)
 {
     auto& data = static_cast<TContext&>(context);
-    const int count = data.Writer->MessageCount();
+    const int count = data.Writer ? data.Writer->MessageCount() : 0;
     if (count == 0)
         return trSkipped;
-    data.Writer->Finish();
-    if (QFileInfo::exists(path) && !QFile::remove(path)) {
-        AddLog(0, QStringLiteral("Can not replace %1; the messages are in %2").arg(path, data.FileName));
-        return trError;
+    QString error;
+    int result = trError;
+    try {
+        data.Writer->Finish();
+        result = CommitOutput(*data.File, path, error);
+    } catch (const core::ETessalyError& e) {
+        error = e.Message();
     }
-    if (!QFile::rename(data.FileName, path)) {
-        AddLog(0, QStringLiteral("Can not rename %1 to %2").arg(data.FileName, path));
-        return trError;
+    if (result != trOK) {
+        // Every message counted as written is lost with the file.
+        AddLog(0, QStringLiteral("Nothing written to %1: %2")
+                      .arg(path, result == trExists ? QStringLiteral("another file took its name") : error));
+        RecountAsFailed(count);
+        return result;
     }
     AddLog(1, QStringLiteral("%1 messages written to %2").arg(count).arg(path));
     return trOK;

@@ -3,6 +3,7 @@
 // The data file writer: every message of a run goes into one new personal
 // folders file, below the source's folder names when the structure is kept.
 
+#include "platform/StagedFile.h"
 #include "pstfile/PSTWriter.h"
 #include "tasks/MailTask.h"
 
@@ -19,16 +20,18 @@ public:
 
     class TContext : public TMailContext {
     public:
-        explicit TContext(const QString& fileName);
+        explicit TContext(const QString& destination);
+        // The temporary beside the destination that the writer fills.
+        std::unique_ptr<platform::TStagedFile> File;
         std::unique_ptr<pstfile::TPSTWriter> Writer;
-        QString FileName; // the file being written, renamed on commit
     };
 
     std::unique_ptr<TMailContext> CreateContext() override;
     int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
-    // 2 and no file when nothing was converted; else the data file replaces
-    // the one at path (the run's destination, checked once at its start).
-    int Commit(TMailContext& context, const QString& path) override;
+    // 2 and no file when nothing was converted; else the data file is
+    // linked in at path (the run's destination, checked once at its start),
+    // replacing a file there only when the user chose to overwrite it.
+    int Commit(TMailContext& context, QString& path) override;
 
 protected:
     void StartRun() override;

@@ -13,7 +13,6 @@ namespace {
 
 const QString SettingsSection = QStringLiteral("Settings");
 const QString LastNumberKey = QStringLiteral("LastProcessedNumber");
-constexpr int MaxNameLength = 250;
 constexpr int BodyMacroLength = 50;
 
 QString FirstRecipient(const mail::IMailMessage& message)
@@ -244,7 +243,8 @@ QString TMailProperties::GetFileNameByTemplate(const mail::IMailMessage& message
     QString name = CleanFileName(expanded, PrepareFileNameOptions());
     if (name.isEmpty())
         return {};
-    name = name.left(MaxNameLength) + QLatin1Char('.') + m_extension;
+    const QString extension = QLatin1Char('.') + m_extension;
+    name = LimitNameBytes(name, MaxNameBytes - Utf8Length(extension)) + extension;
     if (FileNameOptions.Has(fnoSharepointCompatible))
         name = CleanFileName(name, fncLength | fncSharepoint);
     return name;
@@ -284,8 +284,8 @@ QString TMailProperties::GetAttachNameByTemplate(
         expanded += own;
         base = SplitExtension(expanded, &extension);
     }
-    if (expanded.size() > MaxNameLength)
-        expanded = base.left(MaxNameLength) + ownExtension;
+    if (Utf8Length(expanded) > MaxNameBytes)
+        expanded = LimitNameBytes(base, MaxNameBytes - Utf8Length(ownExtension)) + ownExtension;
     return expanded;
 }
 

@@ -3,6 +3,8 @@
 #include "core/DateTime.h"
 #include "mail/CleverMail.h"
 #include "mail/MailContact.h"
+#include "platform/FileSystem.h"
+#include "platform/StagedFile.h"
 #include "tasks/MailEMLTask.h"
 
 #include <QDir>
@@ -225,6 +227,8 @@ bool TMailTask::EndCombine()
     if (!m_combined)
         return false;
     const bool committed = Commit(*m_combined, m_combinedPath) == trOK;
+    if (committed)
+        Properties().Destination = m_combinedPath; // the name the file got
     m_combined.reset();
     m_combinedPath.clear();
     return committed;
@@ -259,11 +263,15 @@ QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 {
     if (!entry.InStore || !entry.Mail)
         return entry.Source;
-    // "mail???.eml": the first free name from a random start.
+    // "mail???.eml": the first free name from a random start, in a folder
+    // only this user can read: the message may be anybody's mail.
+    const QString folder = platform::PrivateTempFolder(QStringLiteral("tessaly"));
+    if (folder.isEmpty())
+        return entry.Source;
     const int start = QRandomGenerator::global()->bounded(1000);
     for (int n = 0; n < 1000; ++n) {
-        QFile file(QDir::temp().filePath(QStringLiteral("mail%1.eml").arg((start + n) % 1000, 3, 10, QLatin1Char('0'))));
-        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        QFile file(QDir(folder).filePath(QStringLiteral("mail%1.eml").arg((start + n) % 1000, 3, 10, QLatin1Char('0'))));
+        if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFileDevice::ReadOwner | QFileDevice::WriteOwner))
             continue;
         file.write(TMailInfo(*this, *entry.Mail).SaveToBytes());
         return file.fileName();
@@ -303,9 +311,12 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
 
     // 7-8: the folder, the context. A data file takes every message into
     // itself: no folders are made beside it.
-    if (m_properties.ConvertType() != mctPST && !QDir().mkpath(QFileInfo(path).path())) {
-        entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
-        return trError;
+    if (m_properties.ConvertType() != mctPST) {
+        if (!QDir().mkpath(QFileInfo(path).path())) {
+            entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
+            return trError;
+        }
+        PrepareFolder(QFileInfo(path).path());
     }
     if (m_properties.CombineFiles && !m_combined)
         StartCombine(path);
@@ -321,7 +332,6 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     // 9-11: convert, commit, post-process.
     m_current = &entry;
     int result = ConvertMail(*context, message, path);
-    m_current = nullptr;
     if (result == trOK && own) {
         QDir().mkpath(QFileInfo(path).path());
         result = Commit(*context, path);
@@ -330,6 +340,7 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
             PostProcess(path, message);
         }
     }
+    m_current = nullptr;
     if (TMailCombineList* list = TMailContextManager::Instance().CombineList(this))
         list->Remove(path);
     if (result == trOK) {
@@ -362,19 +373,22 @@ void TMailTask::PostProcess(const QString& path, const mail::IMailMessage& messa
             name = SafeAttachName(name);
             if (attach->AsMailMessage() && QFileInfo(name).suffix().isEmpty())
                 name += QStringLiteral(".eml");
-            const QString target = m_fileNames->GetUnique(QDir(folder).filePath(name));
+            QString target = m_fileNames->GetUnique(QDir(folder).filePath(name));
             QByteArray data;
             if (const auto inner = attach->AsMailMessage()) {
                 data = TMailInfo(*this, *inner).SaveToBytes();
             } else if (const auto content = attach->Content()) {
                 data = content->readAll();
             }
-            QFile file(target);
-            if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly) || file.write(data) != data.size()) {
+            // Linked in when complete, under the next "~N" name when another
+            // writer took the name meanwhile.
+            platform::TStagedFile file(target);
+            const auto next = [this](const QString& taken) { return m_fileNames->GetUnique(taken); };
+            if (!file.IsOpen() || file.Device().write(data) != data.size()
+                || file.Commit(target, next) != platform::lrLinked) {
                 AddLog(0, QStringLiteral("Can not convert \"%1\"").arg(attach->FileName()));
                 continue;
             }
-            file.close();
             if (files)
                 files->Add(target);
         }

@@ -115,7 +115,8 @@ public:
     int RunningNumber() const { return m_number; }
 
     // Names the source of an error: a message inside a store is written to a
-    // new "mail???.eml" in the temporary folder, and that file is named.
+    // new "mail???.eml" in the user's private temporary folder (mode 0700,
+    // the file 0600), and that file is named.
     QString GetExceptionSource(const TTaskEntry& entry);
 
     // Begins and ends a combined output; EndCombine reports whether the
@@ -127,7 +128,9 @@ protected:
     virtual std::unique_ptr<TMailContext> CreateContext() = 0;
     // 0 on success.
     virtual int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) = 0;
-    virtual int Commit(TMailContext& context, const QString& path) = 0;
+    // Writes the output to path through CommitOutput; path holds the name
+    // the file got (another when the name was taken meanwhile).
+    virtual int Commit(TMailContext& context, QString& path) = 0;
     int ProcessEntry(TTaskEntry& entry) override;
     void StartRun() override;
     void FinishRun() override;
@@ -136,7 +139,7 @@ protected:
     void PostProcess(const QString& path, const mail::IMailMessage& message);
     QString OutputFolder(const TTaskEntry& entry) const;
     // The entry being converted, while ConvertMail runs.
-    const TTaskEntry* CurrentEntry() const { return m_current; }
+    TTaskEntry* CurrentEntry() const { return m_current; }
 
 private:
     TMailProperties& m_properties;
@@ -146,7 +149,7 @@ private:
     QString m_combinedPath;
     int m_number = 1;
     int m_lastNumber = 0;
-    const TTaskEntry* m_current = nullptr;
+    TTaskEntry* m_current = nullptr;
 };
 
 } // namespace tessaly::tasks

@@ -4,6 +4,7 @@
 
 #include <QFileInfo>
 #include <QLocale>
+#include <QTextBoundaryFinder>
 
 namespace tessaly::tasks {
 
@@ -144,7 +145,9 @@ QString CleanFileName(const QString& name, int flags)
         out.chop(3);
     if (flags & fncLength) {
         const qsizetype limit = (flags & fncSharepoint) ? 123 : 255;
-        if (out.size() > limit) {
+        if (!(flags & fncSharepoint)) {
+            out = FitFileName(out);
+        } else if (out.size() > limit) {
             // The name without its extension is cut; the extension stays.
             const qsizetype dot = out.lastIndexOf(QLatin1Char('.'));
             const QString extension = dot > 0 ? out.mid(dot) : QString();
@@ -174,16 +177,51 @@ QString SafeAttachName(const QString& name, const QString& fallback)
         QRegularExpression::CaseInsensitiveOption);
     if (Device.match(out).hasMatch())
         out.prepend(QLatin1Char('_'));
-    constexpr qsizetype Limit = 200;
-    if (out.toUtf8().size() > Limit) {
-        const qsizetype dot = out.lastIndexOf(QLatin1Char('.'));
-        QString extension = dot > 0 && out.size() - dot <= 16 ? out.mid(dot) : QString();
-        QString base = extension.isEmpty() ? out : out.left(dot);
-        while (!base.isEmpty() && (base + extension).toUtf8().size() > Limit)
-            base.chop(base.back().isLowSurrogate() && base.size() > 1 ? 2 : 1);
-        out = base + extension;
+    return FitFileName(out, 200);
+}
+
+int Utf8Length(QStringView text)
+{
+    int bytes = 0;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (c < 0x80)
+            bytes += 1;
+        else if (c < 0x800)
+            bytes += 2;
+        else if (QChar::isHighSurrogate(c) && i + 1 < text.size() && QChar::isLowSurrogate(text[i + 1].unicode())) {
+            bytes += 4;
+            ++i;
+        } else
+            bytes += 3; // a lone surrogate is written as U+FFFD
     }
-    return out;
+    return bytes;
+}
+
+QString LimitNameBytes(const QString& text, int maxBytes)
+{
+    if (Utf8Length(text) <= maxBytes)
+        return text;
+    qsizetype end = 0;
+    int bytes = 0;
+    QTextBoundaryFinder graphemes(QTextBoundaryFinder::Grapheme, text);
+    for (qsizetype next = graphemes.toNextBoundary(); next > 0; next = graphemes.toNextBoundary()) {
+        bytes += Utf8Length(QStringView(text).mid(end, next - end));
+        if (bytes > maxBytes)
+            break;
+        end = next;
+    }
+    return text.left(end);
+}
+
+QString FitFileName(const QString& name, int maxBytes)
+{
+    if (Utf8Length(name) <= maxBytes)
+        return name;
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    const QString extension = dot > 0 && name.size() - dot <= 16 ? name.mid(dot) : QString();
+    const QString base = extension.isEmpty() ? name : name.left(dot);
+    return LimitNameBytes(base, maxBytes - Utf8Length(extension)) + extension;
 }
 
 QString ClearSubject(const QString& subject)

@@ -47,6 +47,17 @@ QString NumberMacro(qint64 value, const TTemplateMacro& macro);
 // one the user's short date format is used.
 QString DateMacro(const QDateTime& value, const TTemplateMacro& macro);
 
+// File systems allow names of 255 bytes; ours are counted in UTF-8.
+constexpr int MaxNameBytes = 255;
+int Utf8Length(QStringView text);
+// The longest start of text that takes at most maxBytes of UTF-8, cut
+// between two characters (never inside a surrogate pair or before a
+// combining mark).
+QString LimitNameBytes(const QString& text, int maxBytes);
+// A file name of at most maxBytes of UTF-8: the base name is shortened, a
+// short extension stays.
+QString FitFileName(const QString& name, int maxBytes = MaxNameBytes);
+
 // Flags of the file-name cleaner.
 enum TFileNameCleanFlag { fncLength = 1, fncSharepoint = 2 };
 QString CleanFileName(const QString& name, int flags);

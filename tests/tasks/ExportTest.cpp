@@ -277,7 +277,7 @@ TEST_F(ExportTest, EmptyContextCommitsNothing)
         Setup(properties);
     TMailEMLTask task(properties);
     const auto context = task.CreateContext();
-    const QString path = QDir(m_out.path()).filePath(QStringLiteral("x.eml"));
+    QString path = QDir(m_out.path()).filePath(QStringLiteral("x.eml"));
     EXPECT_EQ(task.Commit(*context, path), trSkipped);
     EXPECT_FALSE(QFileInfo::exists(path));
 }

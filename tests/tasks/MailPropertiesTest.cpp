@@ -3,7 +3,12 @@
 #include "../mail/MailTestObjects.h"
 #include "TasksTestUtil.h"
 #include "core/SettingsStore.h"
+#include "tasks/CustomTask.h"
+#include "tasks/MailTemplate.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QLocale>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -62,12 +67,71 @@ TEST(MailTemplate, FileNameCleaner)
         {"50% #1 & co+{x}~.txt", fncSharepoint, "50_ _1 _ co__x__.txt"},
         {"50% #1.txt", 0, "50% #1.txt"},
         {"wait.......", 0, "wait."},
-        {longBase + ".pdf", fncLength, QString(255, QLatin1Char('a')) + ".pdf"},
+        {longBase + ".pdf", fncLength, QString(251, QLatin1Char('a')) + ".pdf"},
         {longBase + ".pdf", fncLength | fncSharepoint, QString(123, QLatin1Char('a')) + ".pdf"},
         {longBase, 0, longBase},
     };
     for (const auto& c : cases)
         EXPECT_EQ(CleanFileName(c.name, c.flags), c.cleaned) << c.name.left(40).toStdString();
+}
+
+// File systems take 255 bytes per name: names are cut by their UTF-8 length,
+// between characters, and the extension and any "(N)" or "~N" still fit.
+TEST(MailTemplate, NamesFitIn255BytesOfUtf8)
+{
+    const QString cjk80 = QString(80, QChar(0x4E2D));              // 240 bytes
+    const QString emoji = QString::fromUtf8("\xF0\x9F\x98\x80"); // 4 bytes, a surrogate pair
+    const QString accented = QString::fromUtf8("e\xCC\x81");      // e and a combining acute
+    const struct {
+        QString name;
+        int bytes;   // what the name is cut to
+        int wanted;  // the UTF-8 length of the result
+        QString ends;
+    } cases[] = {
+        {cjk80 + ".eml", 255, 244, ".eml"},
+        {QString(100, QChar(0x4E2D)) + ".eml", 255, 253, QString(QChar(0x4E2D)) + ".eml"},
+        {emoji.repeated(70) + ".eml", 255, 252, emoji + ".eml"},
+        {QString(252, QLatin1Char('x')) + accented + ".txt", 255, 255, "x.txt"},
+        {QString(250, QLatin1Char('x')) + accented + ".txt", 255, 254, "x.txt"}, // the accent stays with its letter
+        {QString(300, QLatin1Char('a')), 255, 255, "a"},
+        {QString(300, QChar(0x00E9)) + ".pdf", 200, 200, QString(QChar(0x00E9)) + ".pdf"},
+    };
+    for (const auto& c : cases) {
+        const QString fitted = FitFileName(c.name, c.bytes);
+        EXPECT_EQ(fitted.toUtf8().size(), c.wanted) << c.name.left(20).toStdString();
+        EXPECT_EQ(Utf8Length(fitted), c.wanted);
+        EXPECT_TRUE(fitted.endsWith(c.ends)) << fitted.right(10).toStdString();
+        EXPECT_FALSE(fitted.toUtf8().contains("\xEF\xBF\xBD")) << "a character was cut in two";
+    }
+    // A name that fits is left alone; a lone surrogate counts as the three
+    // bytes of its replacement.
+    EXPECT_EQ(FitFileName(QStringLiteral("short.eml")), QStringLiteral("short.eml"));
+    EXPECT_EQ(Utf8Length(QString(QChar(0xD800))), 3);
+
+    // The names the export gives: the subject's, a renamed one, an
+    // attachment's "~N" form.
+    QTemporaryDir dir;
+    ASSERT_TRUE(dir.isValid());
+    TMailProperties options;
+    options.SetFileNameTemplate(QStringLiteral("[subject]"));
+    options.SetConvertType(mctEML);
+    const auto message = std::make_shared<TTestMessage>();
+    message->subject = QString(120, QChar(0x4E2D));
+    const QString name = options.GetFileNameByTemplate(*message, 0);
+    EXPECT_LE(name.toUtf8().size(), 255);
+    EXPECT_TRUE(name.endsWith(QLatin1String(".eml")));
+    const QString path = QDir(dir.path()).filePath(name);
+    QFile first(path);
+    ASSERT_TRUE(first.open(QIODevice::WriteOnly)) << "the file system refused a name of " << name.toUtf8().size() << " bytes";
+    first.close();
+    const QString renamed = TCustomTask::RenamedPath(path);
+    EXPECT_LE(QFileInfo(renamed).fileName().toUtf8().size(), 255);
+    EXPECT_TRUE(renamed.endsWith(QLatin1String(" (1).eml")));
+    QFile second(renamed);
+    EXPECT_TRUE(second.open(QIODevice::WriteOnly));
+    const QString attached = SafeAttachName(QString(120, QChar(0x4E2D)) + QStringLiteral(".pdf"));
+    EXPECT_LE(attached.toUtf8().size(), 200);
+    EXPECT_TRUE(attached.endsWith(QLatin1String(".pdf")));
 }
 
 TEST(MailTemplate, MacroKinds)
@@ -174,7 +238,7 @@ TEST_F(MailPropertiesTest, AttachmentNames)
             << c.pattern.toStdString();
     }
     options.SetAttachNameTemplate(QString(300, QLatin1Char('x')) + QStringLiteral(".bin"));
-    EXPECT_EQ(options.GetAttachNameByTemplate(attach, QStringLiteral("m.html"), 0), QString(250, QLatin1Char('x')) + QStringLiteral(".pdf"));
+    EXPECT_EQ(options.GetAttachNameByTemplate(attach, QStringLiteral("m.html"), 0), QString(251, QLatin1Char('x')) + QStringLiteral(".pdf"));
 }
 
 TEST_F(MailPropertiesTest, ConvertTypeSideEffects)
