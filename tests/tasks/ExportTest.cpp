@@ -372,6 +372,12 @@ TEST_F(ExportTest, ErrorSourceOfAStoreMessageIsATemporaryEml)
     const QString source = task.GetExceptionSource(entry);
     EXPECT_TRUE(QFileInfo(source).fileName().startsWith(QStringLiteral("mail")));
     EXPECT_TRUE(source.endsWith(QStringLiteral(".eml")));
+    // Anybody's mail: only this user may read the dump and its folder.
+    const auto groupAndOthers = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
+        | QFile::WriteOther | QFile::ExeOther;
+    EXPECT_FALSE(QFileInfo(source).permissions() & groupAndOthers);
+    EXPECT_FALSE(QFileInfo(QFileInfo(source).path()).permissions() & groupAndOthers);
+    EXPECT_NE(QFileInfo(source).path(), QDir::tempPath());
     mail::TFileMailMsgRequest request(source);
     EXPECT_EQ(request.Message()->Subject(), QStringLiteral("broken one"));
     QFile::remove(source);
