@@ -3,6 +3,7 @@
 #include "core/AppConfig.h"
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
+#include "mail/HtmlTokenizer.h"
 #include "mail/MailMsgObj.h"
 
 #include <QBuffer>
@@ -11,6 +12,7 @@
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QUrl>
+#include <algorithm>
 #include <cmath>
 
 namespace tessaly::mail {
@@ -412,35 +414,78 @@ QString TMailMsgHTML::ResolveInlineImages(QString body) const
 
 namespace {
 
-// Wraps http:// and https:// addresses that stand in the text, not inside
-// a tag or an attribute, in anchors.
+// An address in text ends at a blank, "<" or '"', or at an encoded bracket,
+// quote or no-break space, which in the text stood around it.
+qsizetype AddressEnd(QStringView text, qsizetype from)
+{
+    static const QLatin1String Stops[] = {QLatin1String("&gt;"), QLatin1String("&lt;"), QLatin1String("&quot;"),
+        QLatin1String("&nbsp;")};
+    qsizetype end = from;
+    for (; end < text.size(); ++end) {
+        if (text[end] == QLatin1Char('<') || text[end] == QLatin1Char('"') || text[end].isSpace())
+            break;
+        if (text[end] == QLatin1Char('&')
+            && std::any_of(std::begin(Stops), std::end(Stops), [&](QLatin1String s) { return text.mid(end).startsWith(s); }))
+            break;
+    }
+    return end;
+}
+
+// Links the http:// and https:// addresses of one run of text. The text is
+// HTML already (references encoded): the anchor shows it as it stands, and
+// its href is the address decoded and encoded again for a quoted value.
+QString LinkAddressesInText(QStringView text)
+{
+    QString out;
+    qsizetype done = 0;
+    qsizetype from = 0;
+    while ((from = text.indexOf(QLatin1String("http"), from, Qt::CaseInsensitive)) >= 0) {
+        const QStringView rest = text.mid(from + 4);
+        const qsizetype schemeEnd = rest.startsWith(QLatin1String("://")) ? from + 7
+            : rest.startsWith(QLatin1String("s://"), Qt::CaseInsensitive) ? from + 8
+                                                                            : -1;
+        const QChar before = from > 0 ? text[from - 1] : QChar(QLatin1Char(' '));
+        if (schemeEnd < 0 || before == QLatin1Char('"') || before == QLatin1Char('\'') || before == QLatin1Char('=')
+            || before == QLatin1Char('/') || before.isLetterOrNumber()) {
+            from += 4;
+            continue;
+        }
+        const qsizetype end = AddressEnd(text, from);
+        const QStringView shown = text.mid(from, end - from);
+        QString href = core::HtmlCharacterReferences(core::HtmlDecode(shown.toString()), 256, true);
+        href.replace(QLatin1Char('\''), QLatin1String("&#39;"));
+        out += text.mid(done, from - done);
+        out += QLatin1String("<a href=\"") + href + QLatin1String("\">");
+        out += shown;
+        out += QLatin1String("</a>");
+        done = from = end;
+    }
+    out += text.mid(done);
+    return out;
+}
+
+// Wraps the addresses that stand in the body's text in anchors; tags, the
+// contents of raw-text elements (style, script...) and of anchors stay as
+// they are.
 QString LinkBareAddresses(const QString& body)
 {
-    QString text = body;
-    for (const QString& scheme : {QStringLiteral("http://"), QStringLiteral("https://")}) {
-        qsizetype from = 0;
-        while ((from = text.indexOf(scheme, from, Qt::CaseInsensitive)) >= 0) {
-            const QChar before = from > 0 ? text[from - 1] : QChar(QLatin1Char(' '));
-            if (before == QLatin1Char('"') || before == QLatin1Char('\'') || before == QLatin1Char('=')
-                || before == QLatin1Char('>') || before == QLatin1Char('/') || before.isLetterOrNumber()) {
-                from += scheme.size();
-                continue;
-            }
-            // To the next "<" or blank, or to an encoded quote or angle
-            // bracket, which in the text stood around the address.
-            qsizetype end = from;
-            while (end < text.size() && text[end] != QLatin1Char('<') && !text[end].isSpace()
-                && !QStringView(text).mid(end).startsWith(QLatin1String("&gt;"))
-                && !QStringView(text).mid(end).startsWith(QLatin1String("&lt;"))
-                && !QStringView(text).mid(end).startsWith(QLatin1String("&quot;")))
-                ++end;
-            const QString url = text.mid(from, end - from);
-            const QString anchor = QStringLiteral("<A HRef='") + url + QStringLiteral("'>") + url + QStringLiteral("</A>");
-            text.replace(from, end - from, anchor);
-            from += anchor.size();
-        }
+    QString out;
+    out.reserve(body.size());
+    THtmlTokenizer tokenizer(body);
+    THtmlToken token;
+    bool inAnchor = false;
+    while (tokenizer.Next(token)) {
+        const QStringView source = QStringView(body).mid(token.Start, token.End - token.Start);
+        if (token.Name == QLatin1String("a") && token.Kind == EHtmlToken::StartTag)
+            inAnchor = true;
+        else if (token.Name == QLatin1String("a") && token.Kind == EHtmlToken::EndTag)
+            inAnchor = false;
+        if (token.Kind == EHtmlToken::Text && !inAnchor)
+            out += LinkAddressesInText(source);
+        else
+            out += source;
     }
-    return text;
+    return out;
 }
 
 } // namespace

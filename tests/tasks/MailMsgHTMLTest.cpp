@@ -149,14 +149,14 @@ TEST_F(HtmlTest, BodyRules)
     // Bare links become anchors, quoted ones are left.
     message->html = QStringLiteral("<p>see http://example.com/x and <a href=\"https://example.org\">https://example.org</a></p>");
     const QString linked = Render(*message, DefaultOptions());
-    EXPECT_TRUE(linked.contains(QStringLiteral("see <A HRef='http://example.com/x'>http://example.com/x</A> and <a href=\"https://example.org\">https://example.org</a>")))
+    EXPECT_TRUE(linked.contains(QStringLiteral("see <a href=\"http://example.com/x\">http://example.com/x</a> and <a href=\"https://example.org\">https://example.org</a>")))
         << linked.toStdString();
 
     // In text, an address ends before an encoded bracket or quote.
     auto text = Sample();
     text->text = QStringLiteral("see <http://example.com/a> or \"https://example.org\".");
     EXPECT_TRUE(Render(*text, DefaultOptions()).contains(QStringLiteral(
-        "see &lt;<A HRef='http://example.com/a'>http://example.com/a</A>&gt; or &quot;<A HRef='https://example.org'>https://example.org</A>&quot;.")));
+        "see &lt;<a href=\"http://example.com/a\">http://example.com/a</a>&gt; or &quot;<a href=\"https://example.org\">https://example.org</a>&quot;.")));
 
     // A cut closing tag is repaired.
     message->html = QStringLiteral("<html><body>x</body></html");
