@@ -6,6 +6,7 @@
 #include <QHash>
 #include <QHostAddress>
 #include <QRegularExpression>
+#include <algorithm>
 
 namespace tessaly::mail {
 
@@ -387,14 +388,42 @@ std::shared_ptr<TCleverMailMessage> ParseEMLMessage(const QByteArray& data)
 
 namespace {
 
+// The whole text in UTF-8 (US-ASCII when it is that). Not through
+// g_mime_text_part_set_text: it ends the text at its first NUL, and labels
+// text of Latin-1 characters ISO-8859-1, which readers (ours too) take for
+// windows-1252, so that U+0080 to U+009F would come back as other letters.
 GMimeObject* TextPart(const char* subtype, const QString& text)
 {
     GMimeTextPart* part = g_mime_text_part_new_with_subtype(subtype);
     const QByteArray utf8 = text.toUtf8();
-    g_mime_text_part_set_text(part, utf8.constData());
+    TGPtr<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(utf8.constData(), size_t(utf8.size())));
+    TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
+    g_mime_part_set_content(GMIME_PART(part), content.get());
+    const bool ascii = std::all_of(utf8.begin(), utf8.end(), [](char c) { return uchar(c) < 0x80; });
+    g_mime_text_part_set_charset(part, ascii ? "us-ascii" : "utf-8");
     g_mime_part_set_content_encoding(
         GMIME_PART(part), g_mime_part_get_best_content_encoding(GMIME_PART(part), GMIME_ENCODING_CONSTRAINT_7BIT));
     return GMIME_OBJECT(part);
+}
+
+// A token of RFC 2045 (a media type or subtype).
+bool IsMimeToken(const QByteArray& text)
+{
+    static const QByteArray Specials = "()<>@,;:\\\"/[]?=";
+    return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](char c) {
+        return uchar(c) > 0x20 && uchar(c) < 0x7F && !Specials.contains(c);
+    });
+}
+
+// A Content-ID's text without blanks, control characters or angle
+// brackets, so that it stays one header line; UTF-8 stays, as in addresses.
+QByteArray ContentIdText(const QString& id)
+{
+    QByteArray out;
+    for (const char c : id.toUtf8())
+        if (uchar(c) > 0x20 && uchar(c) != 0x7F && c != '<' && c != '>')
+            out += c;
+    return out;
 }
 
 QString ContentTypeForName(const QString& name)
@@ -423,11 +452,18 @@ GMimeObject* FilePart(TMimeFile& file, const char* disposition)
         g_mime_object_set_content_disposition_parameter(GMIME_OBJECT(part), "filename", name.constData());
         return GMIME_OBJECT(part);
     }
-    const QString type = file.contentType.isEmpty() ? ContentTypeForName(file.name) : file.contentType;
-    const QByteArray mediaType = type.section(QLatin1Char('/'), 0, 0).toLatin1();
-    const QByteArray subType = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLatin1();
-    GMimePart* part = g_mime_part_new_with_type(mediaType.isEmpty() ? "application" : mediaType.constData(),
-        subType.isEmpty() ? "octet-stream" : subType.constData());
+    const QString type = file.contentType.trimmed().isEmpty() ? ContentTypeForName(file.name) : file.contentType;
+    QByteArray mediaType = type.section(QLatin1Char('/'), 0, 0).trimmed().toLatin1();
+    QByteArray subType = type.section(QLatin1Char('/'), 1).section(QLatin1Char(';'), 0, 0).trimmed().toLatin1();
+    // The data goes in base64 as one part: a type that is not a pair of
+    // tokens, or one that readers open as parts of their own (multipart,
+    // message), would not give the data back.
+    if (!IsMimeToken(mediaType) || !IsMimeToken(subType) || mediaType.compare("multipart", Qt::CaseInsensitive) == 0
+        || mediaType.compare("message", Qt::CaseInsensitive) == 0) {
+        mediaType = "application";
+        subType = "octet-stream";
+    }
+    GMimePart* part = g_mime_part_new_with_type(mediaType.constData(), subType.constData());
     TGPtr<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(file.data.constData(), size_t(file.data.size())));
     TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
     g_mime_part_set_content(part, content.get());
@@ -435,8 +471,8 @@ GMimeObject* FilePart(TMimeFile& file, const char* disposition)
     g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);
     if (!name.isEmpty())
         g_mime_part_set_filename(part, name.constData());
-    if (!file.contentId.isEmpty())
-        g_mime_object_set_content_id(GMIME_OBJECT(part), file.contentId.toUtf8().constData());
+    if (const QByteArray id = ContentIdText(file.contentId); !id.isEmpty())
+        g_mime_object_set_content_id(GMIME_OBJECT(part), id.constData());
     return GMIME_OBJECT(part);
 }
 
