@@ -19,8 +19,10 @@ public:
     // Produced on first request. A compound file is read as .msg (a contact
     // as a contact); otherwise .eml, .msg, .emlx and .mim are internet
     // messages and .vcf a vCard. Throws EInvalidMailFormat "Can not determine
-    // format of file " + name for any other file, and EFileReadError when the
-    // file cannot be read.
+    // format of file " + name for any other file, "damaged message file" for
+    // a compound file that cannot be read, "not a message file" for an empty
+    // file, a compound file without a message and a message file that holds
+    // no header fields; EFileReadError when the file cannot be read.
     std::shared_ptr<IMailMessage> Message();
     bool AttachesLoaded() const { return m_message != nullptr; }
 

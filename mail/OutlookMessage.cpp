@@ -30,7 +30,14 @@ constexpr qint64 MaxStreamSize = 256LL * 1024 * 1024;
 void EnsureGsf()
 {
     static std::once_flag once;
-    std::call_once(once, [] { gsf_init(); });
+    std::call_once(once, [] {
+        gsf_init();
+        // A damaged file makes libgsf complain on stderr; the reader reports
+        // the damage itself.
+        for (const char* domain : {"libgsf:msole", "libgsf"})
+            g_log_set_handler(domain, GLogLevelFlags(G_LOG_LEVEL_CRITICAL | G_LOG_LEVEL_WARNING),
+                [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
+    });
 }
 
 QByteArray ReadInput(GsfInput* input)
@@ -319,6 +326,67 @@ bool TOutlookMessage::LoadFromBytes(const QByteArray& data)
     m_root = std::make_unique<TMsgStorage>(m_file, 32, platform::DefaultAnsiCodePage(), ReadNameMap(m_file));
     ReadBodies();
     return true;
+}
+
+bool TOutlookMessage::HasMessage() const
+{
+    if (!m_file)
+        return false;
+    // [MS-OXMSG]: every message storage has its property stream, after a
+    // 32-byte header at the top level.
+    GsfInput* properties = gsf_infile_child_by_name(m_file, "__properties_version1.0");
+    if (!properties)
+        return false;
+    const bool stream = !GSF_IS_INFILE(properties) || gsf_infile_num_children(GSF_INFILE(properties)) < 0;
+    const bool ok = stream && gsf_input_size(properties) >= 32;
+    g_object_unref(properties);
+    return ok;
+}
+
+bool TOutlookMessage::HasMessageEntries() const
+{
+    const int count = m_file ? gsf_infile_num_children(m_file) : 0;
+    for (int i = 0; i < count; ++i) {
+        const char* name = gsf_infile_name_by_index(m_file, i);
+        if (name && (qstrncmp(name, "__substg1.0_", 12) == 0 || qstrncmp(name, "__recip_version1.0_", 19) == 0
+                || qstrncmp(name, "__attach_version1.0_", 20) == 0 || qstrcmp(name, "__properties_version1.0") == 0))
+            return true;
+    }
+    return false;
+}
+
+bool TOutlookMessage::LooksTruncated(const QByteArray& data)
+{
+    // [MS-CFB]: a 512-byte header, then whole sectors of 512 or 4096 bytes;
+    // every sector the allocation table uses must be there.
+    if (data.size() < 512)
+        return true;
+    const int shift = uint8_t(data[30]) | uint8_t(data[31]) << 8;
+    if (shift != 9 && shift != 12)
+        return true;
+    const qint64 sector = qint64(1) << shift;
+    const auto present = [&](qint64 index) { return 512 + (index + 1) * sector <= data.size(); };
+    if ((data.size() - 512) % 512 != 0)
+        return true;
+    constexpr quint32 LastRegular = 0xFFFFFFF9, Free = 0xFFFFFFFF;
+    const quint32 tableSectors = std::min<quint32>(Get32(data.constData() + 44), 109);
+    for (quint32 k = 0; k < tableSectors; ++k) {
+        const quint32 table = Get32(data.constData() + 76 + 4 * k);
+        if (table > LastRegular)
+            break;
+        if (!present(table))
+            return true;
+        const char* entries = data.constData() + 512 + qint64(table) * sector;
+        for (qint64 j = 0; j < sector / 4; ++j)
+            if (Get32(entries + 4 * j) != Free && !present(qint64(k) * (sector / 4) + j))
+                return true;
+    }
+    return false;
+}
+
+bool TOutlookMessage::HasCompoundSignature(const QByteArray& data)
+{
+    return data.startsWith(QByteArray::fromHex("D0CF11E0A1B11AE1"));
 }
 
 bool TOutlookMessage::IsStorage(const QByteArray& data)

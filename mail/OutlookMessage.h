@@ -74,6 +74,16 @@ public:
     bool LoadFromStream(QIODevice& stream);
     bool LoadFromBytes(const QByteArray& data);
     bool IsLoaded() const { return m_root != nullptr; }
+    // The compound file holds a message: its property stream is there.
+    bool HasMessage() const;
+    // Entries of a message are there, though its property stream may not
+    // be readable.
+    bool HasMessageEntries() const;
+    // A compound file cut short: not whole sectors, or its directory is
+    // beyond the end.
+    static bool LooksTruncated(const QByteArray& data);
+    // Starts with the signature of an OLE compound file.
+    static bool HasCompoundSignature(const QByteArray& data);
 
     static bool IsStorage(const QString& fileName);
     // Leaves the stream's position where it was.

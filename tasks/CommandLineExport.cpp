@@ -127,6 +127,10 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         task.Filtered(), task.Failed() + task.Existing(), qUtf8Printable(QDir::toNativeSeparators(properties.Destination)));
     // The data file is written at the end of the run; it must be there.
     const bool written = !toDataFile || task.Written() == 0 || QFileInfo::exists(properties.Destination);
+    // A message file that is no message, or a damaged one, is a bad source.
+    for (const TTaskEntry& entry : task.Entries())
+        if (entry.InvalidSource)
+            return core::crInvalidSource;
     return task.Failed() + task.Existing() == 0 && !task.Cancelled() && written ? core::crOK : 1;
 }
 

@@ -1,6 +1,7 @@
 #include "tasks/CustomTask.h"
 
 #include "core/Exceptions.h"
+#include "mail/OutlookMessage.h"
 #include "platform/StagedFile.h"
 #include "tasks/MailTemplate.h"
 
@@ -39,6 +40,9 @@ int TCustomTask::Run()
         int result = trError;
         try {
             result = ProcessEntry(entry);
+        } catch (const mail::EInvalidMailFormat& e) {
+            entry.Error = e.Message();
+            entry.InvalidSource = true;
         } catch (const core::ETessalyError& e) {
             entry.Error = e.Message();
         } catch (const std::exception& e) {

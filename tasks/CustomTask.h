@@ -41,6 +41,7 @@ struct TTaskEntry {
     int Result = -1;
     QString Output;        // the file written
     QString Error;
+    bool InvalidSource = false; // the source is no message or a damaged one
 };
 
 struct TTaskProgress {

@@ -214,3 +214,26 @@ TEST(Export, IntoADataFileFromTheCommandLine)
     EXPECT_TRUE(QFileInfo::exists(out.filePath(QStringLiteral("archive (1).pst"))));
     EXPECT_EQ(RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-dest"), file, QStringLiteral("-format"), QStringLiteral("mbox")}).exitCode, 2);
 }
+
+TEST(Export, DamagedAndFalseMessageFilesAreErrorsWithExitCode7)
+{
+    QTemporaryDir in, out;
+    QFile whole(TestData(QStringLiteral("msg/sent.msg")));
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    const QString damaged = in.filePath(QStringLiteral("cut.msg"));
+    const QString empty = in.filePath(QStringLiteral("empty.eml"));
+    QFile cut(damaged);
+    ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
+    cut.write(whole.readAll().left(5000));
+    cut.close();
+    QFile(empty).open(QIODevice::WriteOnly);
+
+    const TRun run = RunProgram(QStringLiteral("tessaly"),
+        {damaged, empty, TestData(QStringLiteral("eml/attachment_emails__attachment_pdf.eml")), QStringLiteral("-dest"), out.path()});
+    EXPECT_EQ(run.exitCode, 7) << run.err.toStdString();
+    EXPECT_TRUE(run.err.contains(QStringLiteral("cut.msg: damaged message file"))) << run.err.toStdString();
+    EXPECT_TRUE(run.err.contains(QStringLiteral("empty.eml: not a message file"))) << run.err.toStdString();
+    EXPECT_TRUE(run.out.startsWith(QStringLiteral("3 messages: 1 written, 0 skipped by the filter, 2 failed"))) << run.out.toStdString();
+    // Only the good one is written; nothing empty stands for the others.
+    EXPECT_EQ(CountFiles(out.path(), QStringLiteral(".eml")), 1);
+}

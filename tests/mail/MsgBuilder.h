@@ -104,4 +104,21 @@ inline QByteArray BuildMsg(const TMsgContent& content)
     return bytes;
 }
 
+// A compound file of the given streams and nothing else.
+inline QByteArray BuildCompoundFile(const std::map<QString, QByteArray>& streams)
+{
+    gsf_init();
+    GsfOutput* sink = gsf_output_memory_new();
+    GsfOutfile* root = gsf_outfile_msole_new(sink);
+    for (const auto& [name, data] : streams)
+        detail::WriteStream(root, name, data);
+    gsf_output_close(GSF_OUTPUT(root));
+    g_object_unref(root);
+    const QByteArray bytes(reinterpret_cast<const char*>(gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(sink))),
+        qsizetype(gsf_output_size(sink)));
+    gsf_output_close(sink);
+    g_object_unref(sink);
+    return bytes;
+}
+
 } // namespace tessaly::test
