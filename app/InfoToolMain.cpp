@@ -2,6 +2,7 @@
 
 #include "core/Exceptions.h"
 #include "mail/FileMailMsg.h"
+#include "mail/HtmlSanitizer.h"
 #include "mail/MailReport.h"
 #include "pst/PSTFile.h"
 #include "pst/PSTMessage.h"
@@ -19,14 +20,18 @@ namespace {
 void PrintUsage()
 {
     std::printf("Usage: tessaly-inspect FILE... [--json] [--messages]\n"
-                "       tessaly-inspect --html FILE [FOLDER/PATH:INDEX]\n"
+                "       tessaly-inspect --html [--remote-pictures] FILE [FOLDER/PATH:INDEX]\n"
                 "Prints the type and folder tree of each PST or OST file, and the fields of\n"
                 "each .msg, .eml, .emlx, .mim or .vcf file.\n"
                 "  --messages  every item of every folder with its fields\n"
                 "  --json      JSON: one object for one file, an array of them for several\n"
                 "  --html      the HTML rendering of a message file, or of the item of a data\n"
                 "              file at INDEX (from 0) in the folder named by its path of folder\n"
-                "              names below the root, such as \"Inbox:0\" or \"Top/Sent Items:3\"\n");
+                "              names below the root, such as \"Inbox:0\" or \"Top/Sent Items:3\";\n"
+                "              safe to open: no scripts, handlers, frames or objects, and\n"
+                "              nothing loaded from another host\n"
+                "  --remote-pictures\n"
+                "              with --html: pictures from http and https stay and load\n");
 }
 
 
@@ -61,13 +66,9 @@ std::shared_ptr<tessaly::mail::IMailMessage> FindMessage(
     return pst::adapter::WrapItem(folder->GetItem(index), false);
 }
 
-int PrintHtml(const QStringList& args)
+int PrintHtml(const QStringList& args, bool remotePictures)
 {
     using namespace tessaly;
-    if (args.isEmpty()) {
-        PrintUsage();
-        return 2;
-    }
     try {
         std::unique_ptr<pst::TPSTFile> file;
         const auto message = FindMessage(args[0], args.value(1), file);
@@ -79,7 +80,10 @@ int PrintHtml(const QStringList& args)
         options.SetCmdHTMLEmbedImages(true);
         const mail::TMessageHTMLTask task(*message);
         const QString html = mail::TMailMsgHTML::Render(*message, options.HTMLOptions(), task);
-        std::printf("<html>\r\n%s\r\n</html>\r\n", qUtf8Printable(html));
+        mail::THtmlSanitizeOptions safe;
+        safe.RemotePictures = remotePictures;
+        const QString page = QStringLiteral("<html>\r\n") + html + QStringLiteral("\r\n</html>\r\n");
+        std::printf("%s", qUtf8Printable(mail::THtmlSanitizer::Sanitize(page, safe)));
         return 0;
     } catch (const core::ETessalyError& e) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
@@ -91,14 +95,7 @@ int PrintHtml(const QStringList& args)
 
 int main(int argc, char** argv)
 {
-    if (argc > 1 && QLatin1String(argv[1]) == QLatin1String("--html")) {
-        QStringList args;
-        for (int i = 2; i < argc; ++i)
-            args << QString::fromLocal8Bit(argv[i]);
-        return PrintHtml(args);
-    }
-
-    bool json = false;
+    bool json = false, html = false, remotePictures = false;
     tessaly::pst::TReportOptions options;
     QStringList files;
     for (int i = 1; i < argc; ++i) {
@@ -107,6 +104,10 @@ int main(int argc, char** argv)
             json = true;
         } else if (arg == QLatin1String("--messages")) {
             options.Messages = true;
+        } else if (arg == QLatin1String("--html")) {
+            html = true;
+        } else if (arg == QLatin1String("--remote-pictures")) {
+            remotePictures = true;
         } else if (arg == QLatin1String("--help") || arg == QLatin1String("-h")) {
             PrintUsage();
             return 0;
@@ -118,10 +119,14 @@ int main(int argc, char** argv)
             files << arg;
         }
     }
-    if (files.isEmpty()) {
+    // --html takes one file (and an item) and no other option;
+    // --remote-pictures goes with it only.
+    if (files.isEmpty() || (html && (json || options.Messages || files.size() > 2)) || (remotePictures && !html)) {
         PrintUsage();
         return 2;
     }
+    if (html)
+        return PrintHtml(files, remotePictures);
     int result = 0;
     QJsonArray reports;
     for (const auto& file : files) {
