@@ -357,6 +357,8 @@ void TPSTMainForm::JobMessage(std::shared_ptr<TOpenResult> result)
             first = folder;
     });
     node->Image = QStringLiteral("outlook");
+    if (node->File->FoldersLeftOut())
+        statusBar()->showMessage(QStringLiteral("%1: %2").arg(node->File->FileName(), pst::FoldersLeftOutText()));
     m_captions.Add(node->File.get(), m_busy->Number);
     m_model->CaptionsChanged();
     m_tree->expand(m_model->IndexOf(node));

@@ -166,26 +166,32 @@ void TPSTTreeModel::SetFile(TPSTNode* node, TOpenResult&& result, const std::fun
 void TPSTTreeModel::AddFolders(TPSTNode* parent, pst::TPSTFolder* folder, const TOpenResult& result,
     const std::function<void(TPSTNode*)>& visit)
 {
-    if (!folder)
-        return;
-    auto node = std::make_unique<TPSTNode>();
-    node->Folder = folder;
-    node->Parent = parent;
-    node->ItemCount = result.ItemCounts.value(folder);
-    if (dynamic_cast<pst::TPSTRootFolder*>(folder))
-        node->Image = QStringLiteral("outlook");
-    else if (dynamic_cast<pst::TPSTContactFolder*>(folder))
-        node->Image = QStringLiteral("contacts");
-    else
-        node->Image = TPSTViewerProjectData::FolderImageName(folder->Kind());
-    const int row = int(parent->Children.size());
-    beginInsertRows(IndexOf(parent), row, row);
-    TPSTNode* added = parent->Children.emplace_back(std::move(node)).get();
-    endInsertRows();
-    if (visit)
-        visit(added);
-    for (int i = 0; i < folder->FolderCount(); ++i)
-        AddFolders(added, folder->GetFolder(i), result, visit);
+    // Parents before their sub-folders, in order, without recursion.
+    std::vector<std::pair<TPSTNode*, pst::TPSTFolder*>> pending{{parent, folder}};
+    while (!pending.empty()) {
+        const auto [under, current] = pending.back();
+        pending.pop_back();
+        if (!current)
+            continue;
+        auto node = std::make_unique<TPSTNode>();
+        node->Folder = current;
+        node->Parent = under;
+        node->ItemCount = result.ItemCounts.value(current);
+        if (dynamic_cast<pst::TPSTRootFolder*>(current))
+            node->Image = QStringLiteral("outlook");
+        else if (dynamic_cast<pst::TPSTContactFolder*>(current))
+            node->Image = QStringLiteral("contacts");
+        else
+            node->Image = TPSTViewerProjectData::FolderImageName(current->Kind());
+        const int row = int(under->Children.size());
+        beginInsertRows(IndexOf(under), row, row);
+        TPSTNode* added = under->Children.emplace_back(std::move(node)).get();
+        endInsertRows();
+        if (visit)
+            visit(added);
+        for (int i = current->FolderCount() - 1; i >= 0; --i)
+            pending.emplace_back(added, current->GetFolder(i));
+    }
 }
 
 void TPSTTreeModel::ClearFile(TPSTNode* node)

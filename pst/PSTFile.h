@@ -50,6 +50,8 @@ public:
     TPSTRootFolder* RootFolder() const { return m_root.get(); }
     // Reads the whole folder tree.
     void ExpandAll();
+    // Folders were left out of the tree: nested too deep or in a loop.
+    bool FoldersLeftOut() const { return m_context && m_context->FoldersLeftOut; }
 
     int AsciiCodePage() const;
     bool SetAsciiCodePage(int codePage);

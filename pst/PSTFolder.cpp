@@ -65,6 +65,11 @@ TPSTFolder* TPSTFolder::GetFolder(int index) const
     return (*m_folders)[size_t(index)].get();
 }
 
+QString FoldersLeftOutText()
+{
+    return QStringLiteral("Folders nested deeper than %1 levels, or inside themselves, are left out").arg(MaxFolderDepth);
+}
+
 void TPSTFolder::LoadFolders()
 {
     m_folders.emplace();
@@ -72,6 +77,18 @@ void TPSTFolder::LoadFolders()
     // In node id order: the order in which the tree has always listed them.
     std::vector<uint32_t> ids = file.SubFolders(ID());
     std::sort(ids.begin(), ids.end());
+    // A folder listed below itself would nest without end.
+    for (const TPSTFolder* above = this; above; above = above->m_parent) {
+        const auto found = std::find(ids.begin(), ids.end(), above->ID());
+        if (found != ids.end()) {
+            ids.erase(found);
+            FileContext()->FoldersLeftOut = true;
+        }
+    }
+    if (m_depth >= MaxFolderDepth && !ids.empty()) {
+        FileContext()->FoldersLeftOut = true;
+        return;
+    }
     for (uint32_t id : ids) {
         pstfile::TProperties props = file.Properties(id);
         if (!props.IsValid())
@@ -96,6 +113,8 @@ void TPSTFolder::LoadFolders()
             folder = std::make_unique<TPSTAppointmentFolder>(m_store, FileContext(), id, std::move(props));
         else
             folder = std::make_unique<TPSTMailFolder>(m_store, FileContext(), id, std::move(props));
+        folder->m_parent = this;
+        folder->m_depth = m_depth + 1;
         m_folders->push_back(std::move(folder));
     }
 }

@@ -8,6 +8,12 @@ namespace tessaly::pst {
 
 class TPSTMessageStore;
 
+// Folders nested deeper below the root are not listed: no mailbox comes
+// near it, and a damaged or hostile file could nest them without end.
+constexpr int MaxFolderDepth = 300;
+// What the user is told when that happened.
+QString FoldersLeftOutText();
+
 enum TPSTFolderKind { fkInbox, fkSent, fkDrafts, fkTrash, fkOutbox, fkOther };
 
 class TPSTFolder : public TPSTItem {
@@ -21,9 +27,13 @@ public:
     QString ContainerClass() const;
     TPSTMessageStore* Store() const { return m_store; }
 
-    // Sub-folders, read once on first demand.
+    // Sub-folders, read once on first demand. A folder that is one of its
+    // own parents, or below MaxFolderDepth, is left out (and the file says so).
     int FolderCount();
     TPSTFolder* GetFolder(int index) const;
+    TPSTFolder* Parent() const { return m_parent; }
+    // The root is at 0.
+    int Depth() const { return m_depth; }
 
     // Items hold the file's lock while they are looked up and counted.
     int ItemCount();
@@ -56,6 +66,8 @@ private:
     void Keep(TSlot& slot, const std::shared_ptr<TPSTDetailItem>& item, bool strong);
 
     TPSTMessageStore* m_store;
+    TPSTFolder* m_parent = nullptr;
+    int m_depth = 0;
     std::optional<std::vector<uint32_t>> m_itemIds;
     std::optional<std::vector<TSlot>> m_items;
     std::optional<std::vector<std::unique_ptr<TPSTFolder>>> m_folders;

@@ -4,6 +4,7 @@
 
 #include <QString>
 #include <cstdint>
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -14,6 +15,8 @@ namespace tessaly::pst {
 struct TPSTFileContext {
     std::shared_ptr<pstfile::TPstFile> File;
     std::recursive_mutex Lock;
+    // Some folders were nested too deep, or in a loop, to be listed.
+    std::atomic<bool> FoldersLeftOut {false};
 };
 using TPSTFileContextPtr = std::shared_ptr<TPSTFileContext>;
 

@@ -111,7 +111,7 @@ QJsonObject ContactReport(const TPSTContactItem& contact)
     };
 }
 
-QJsonObject FolderReport(TPSTFolder& folder, const TReportOptions& options)
+QJsonObject FolderFields(TPSTFolder& folder, const TReportOptions& options)
 {
     QJsonObject object{
         {QStringLiteral("name"), folder.Name()},
@@ -134,36 +134,68 @@ QJsonObject FolderReport(TPSTFolder& folder, const TReportOptions& options)
         }
         object[QStringLiteral("messages")] = messages;
     }
-    QJsonArray folders;
-    const int count = folder.FolderCount();
-    for (int i = 0; i < count; ++i)
-        folders.append(FolderReport(*folder.GetFolder(i), options));
-    object[QStringLiteral("folders")] = folders;
     return object;
 }
 
-void AppendFolderText(const QJsonObject& folder, int level, QString& text)
+// The folder and everything below it, walked without recursion: a frame per
+// open folder, whose object goes into its parent's list once its last
+// sub-folder is done.
+QJsonObject FolderReport(TPSTFolder& top, const TReportOptions& options)
 {
-    const QString indent(level * 2, QLatin1Char(' '));
-    const QString name = folder[QStringLiteral("name")].toString();
-    text += indent + (name.isEmpty() ? QStringLiteral("(root)") : name)
-        + QStringLiteral(" [%1").arg(folder[QStringLiteral("kind")].toString());
-    if (!folder[QStringLiteral("class")].toString().isEmpty())
-        text += QStringLiteral(", ") + folder[QStringLiteral("class")].toString();
-    text += QStringLiteral("] (%1)\n").arg(folder[QStringLiteral("items")].toInt());
-    for (const auto& value : folder[QStringLiteral("messages")].toArray()) {
-        const QJsonObject m = value.toObject();
-        text += indent + QStringLiteral("  - %1: %2").arg(m[QStringLiteral("class")].toString(),
-                                                            m[QStringLiteral("subject")].toString());
-        if (!m[QStringLiteral("sender")].toString().isEmpty())
-            text += QStringLiteral(" | from %1").arg(m[QStringLiteral("sender")].toString());
-        const auto attachments = m[QStringLiteral("attachments")].toArray();
-        if (!attachments.isEmpty())
-            text += QStringLiteral(" | %1 attachment(s)").arg(attachments.size());
-        text += QLatin1Char('\n');
+    struct TFrame {
+        TPSTFolder* folder;
+        QJsonObject object;
+        QJsonArray children;
+        int next = 0;
+    };
+    std::vector<TFrame> stack;
+    stack.push_back({&top, FolderFields(top, options), {}, 0});
+    for (;;) {
+        TFrame& frame = stack.back();
+        if (frame.next < frame.folder->FolderCount()) {
+            TPSTFolder* child = frame.folder->GetFolder(frame.next++);
+            stack.push_back({child, FolderFields(*child, options), {}, 0});
+            continue;
+        }
+        frame.object[QStringLiteral("folders")] = frame.children;
+        QJsonObject done = std::move(frame.object);
+        stack.pop_back();
+        if (stack.empty())
+            return done;
+        stack.back().children.append(done);
     }
-    for (const auto& child : folder[QStringLiteral("folders")].toArray())
-        AppendFolderText(child.toObject(), level + 1, text);
+}
+
+void AppendFolderText(const QJsonObject& top, QString& text)
+{
+    std::vector<std::pair<QJsonObject, int>> pending{{top, 0}};
+    while (!pending.empty()) {
+        const auto [folder, level] = std::move(pending.back());
+        pending.pop_back();
+        const QString indent(level * 2, QLatin1Char(' '));
+        const QString name = folder[QStringLiteral("name")].toString();
+        text += indent + (name.isEmpty() ? QStringLiteral("(root)") : name)
+            + QStringLiteral(" [%1").arg(folder[QStringLiteral("kind")].toString());
+        if (!folder[QStringLiteral("class")].toString().isEmpty())
+            text += QStringLiteral(", ") + folder[QStringLiteral("class")].toString();
+        text += QStringLiteral("] (%1)\n").arg(folder[QStringLiteral("items")].toInt());
+        for (const auto& value : folder[QStringLiteral("messages")].toArray()) {
+            const QJsonObject m = value.toObject();
+            text += indent + QStringLiteral("  - %1: %2").arg(m[QStringLiteral("class")].toString(),
+                                                                m[QStringLiteral("subject")].toString());
+            if (!m[QStringLiteral("sender")].toString().isEmpty())
+                text += QStringLiteral(" | from %1").arg(m[QStringLiteral("sender")].toString());
+            const auto attachments = m[QStringLiteral("attachments")].toArray();
+            if (!attachments.isEmpty())
+                text += QStringLiteral(" | %1 attachment(s)").arg(attachments.size());
+            text += QLatin1Char('\n');
+        }
+        const QJsonArray children = folder[QStringLiteral("folders")].toArray();
+        for (auto it = children.end(); it != children.begin();) {
+            --it;
+            pending.emplace_back(it->toObject(), level + 1);
+        }
+    }
 }
 
 } // namespace
@@ -176,12 +208,15 @@ QJsonObject ReportFile(TPSTFile& file, const TReportOptions& options)
     TPSTRootFolder* root = file.RootFolder();
     if (!root)
         throw core::ETessalyError(QStringLiteral("Can not read the folders of %1").arg(file.FileName()));
-    return QJsonObject{
+    QJsonObject report{
         {QStringLiteral("file"), file.FileName()},
         {QStringLiteral("format"), file.IsOST() ? "OST" : "PST"},
         {QStringLiteral("bits"), file.Is64Bit() ? 64 : 32},
         {QStringLiteral("root"), FolderReport(*root, options)},
     };
+    if (file.FoldersLeftOut())
+        report[QStringLiteral("foldersLeftOut")] = true;
+    return report;
 }
 
 QJsonObject ReportFile(const QString& fileName, const TReportOptions& options)
@@ -197,7 +232,9 @@ QString ReportText(const QJsonObject& report)
     QString text = QStringLiteral("%1 (%2, %3-bit)\n")
                        .arg(report[QStringLiteral("file")].toString(), report[QStringLiteral("format")].toString())
                        .arg(report[QStringLiteral("bits")].toInt());
-    AppendFolderText(report[QStringLiteral("root")].toObject(), 0, text);
+    AppendFolderText(report[QStringLiteral("root")].toObject(), text);
+    if (report[QStringLiteral("foldersLeftOut")].toBool())
+        text += FoldersLeftOutText() + QLatin1Char('\n');
     return text;
 }
 

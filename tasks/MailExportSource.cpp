@@ -1,6 +1,7 @@
 #include "tasks/MailExportSource.h"
 
 #include "mail/FileMailMsg.h"
+#include "pst/PSTFolder.h"
 #include "pst/PSTProjectData.h"
 
 namespace tessaly::tasks {
@@ -64,23 +65,8 @@ QStringList FolderNames(pst::TPSTFolder* folder)
 {
     // Names come from the tree the file keeps; the root is not named.
     QStringList names;
-    if (!folder || !folder->Store())
-        return names;
-    pst::TPSTFile& file = folder->Store()->File();
-    std::function<bool(pst::TPSTFolder*, QStringList&)> find = [&](pst::TPSTFolder* current, QStringList& path) {
-        if (current == folder)
-            return true;
-        for (int i = 0; i < current->FolderCount(); ++i) {
-            pst::TPSTFolder* child = current->GetFolder(i);
-            path << child->Name();
-            if (find(child, path))
-                return true;
-            path.removeLast();
-        }
-        return false;
-    };
-    if (file.RootFolder())
-        find(file.RootFolder(), names);
+    for (pst::TPSTFolder* current = folder; current && current->Parent(); current = current->Parent())
+        names.prepend(current->Name());
     return names;
 }
 
@@ -113,16 +99,29 @@ void AddFolderEntries(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& f
 {
     if (!folder)
         return;
-    auto store = std::make_shared<pst::TPSTMailDataStore>();
-    store->LoadFolder(folder);
-    for (int row = 0; row < store->RowCount(); ++row)
-        AddStoreEntry(task, file, folder, store, folders, row);
-    if (!recursive)
-        return;
-    for (int i = 0; i < folder->FolderCount(); ++i) {
-        pst::TPSTFolder* child = folder->GetFolder(i);
-        AddFolderEntries(task, file, child, folders + QStringList{child->Name()}, true);
+    // Parents before their sub-folders, in the tree's order, without
+    // recursion: the names of a folder's path are kept by depth.
+    std::vector<pst::TPSTFolder*> pending{folder};
+    std::vector<QStringList> paths{folders};
+    while (!pending.empty()) {
+        pst::TPSTFolder* current = pending.back();
+        const QStringList path = std::move(paths.back());
+        pending.pop_back();
+        paths.pop_back();
+        auto store = std::make_shared<pst::TPSTMailDataStore>();
+        store->LoadFolder(current);
+        for (int row = 0; row < store->RowCount(); ++row)
+            AddStoreEntry(task, file, current, store, path, row);
+        if (!recursive)
+            break;
+        for (int i = current->FolderCount() - 1; i >= 0; --i) {
+            pst::TPSTFolder* child = current->GetFolder(i);
+            pending.push_back(child);
+            paths.push_back(path + QStringList{child->Name()});
+        }
     }
+    if (recursive && file->FoldersLeftOut())
+        task.AddLog(0, pst::FoldersLeftOutText());
 }
 
 void AddMessageFileEntry(TCustomTask& task, const QString& fileName)
