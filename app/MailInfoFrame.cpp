@@ -3,6 +3,7 @@
 #include "core/Charset.h"
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
+#include "mail/HtmlSanitizer.h"
 #include "mail/MailMsgHTML.h"
 #include "tasks/MailTemplate.h"
 
@@ -291,7 +292,9 @@ QString PreviewBodyHtml(const mail::IMailMessage& message)
         if (!charset.isEmpty() && charset.compare(QLatin1String("utf-8"), Qt::CaseInsensitive) != 0)
             html = ConvertBodyCharset(charset, html);
     }
-    return QStringLiteral("<!DOCTYPE html><html>") + html + QStringLiteral("</html>");
+    // The view runs no script and reaches nothing outside already; the body
+    // is sanitized all the same, as every page made of a message's HTML.
+    return mail::THtmlSanitizer::Sanitize(QStringLiteral("<!DOCTYPE html><html>") + html + QStringLiteral("</html>"));
 }
 
 // --- attachments -------------------------------------------------------------------

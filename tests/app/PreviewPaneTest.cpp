@@ -14,7 +14,10 @@
 #include <QTcpServer>
 #include <QTemporaryDir>
 #include <QTextBrowser>
+#include <QBuffer>
+#include <QImage>
 #include <QWebEnginePage>
+#include <QWebEngineScript>
 #include <QWebEngineView>
 #include <gtest/gtest.h>
 
@@ -36,6 +39,32 @@ public:
 private:
     qint32 m_size;
     std::shared_ptr<mail::IMailMessage> m_inner;
+};
+
+// A picture the body shows by its content id.
+class TPictureAttach : public TTestAttach {
+public:
+    TPictureAttach(QString name, QString id) : TTestAttach(std::move(name)), m_id(std::move(id))
+    {
+        QImage image(5, 4, QImage::Format_RGB32);
+        image.fill(Qt::blue);
+        QBuffer buffer(&m_png);
+        buffer.open(QIODevice::WriteOnly);
+        image.save(&buffer, "PNG");
+    }
+    std::unique_ptr<QIODevice> Content() const override
+    {
+        auto buffer = std::make_unique<QBuffer>();
+        buffer->setData(m_png);
+        buffer->open(QIODevice::ReadOnly);
+        return buffer;
+    }
+    QString ContentID() const override { return m_id; }
+    QString ContentType() const override { return QStringLiteral("image/png"); }
+
+private:
+    QString m_id;
+    QByteArray m_png;
 };
 
 std::shared_ptr<TTestMessage> Message(std::vector<std::shared_ptr<mail::IMailAttach>> attaches = {})
@@ -221,4 +250,41 @@ TEST(PreviewPane, BodyViewReachesNothingOutside)
     EXPECT_TRUE(text.contains(QStringLiteral("Visible body"))) << text.toStdString();
     EXPECT_NE(frame.BodyView()->page()->title(), QStringLiteral("script ran"));
     EXPECT_EQ(connections, 0);
+}
+
+TEST(PreviewPane, SanitizedBodyStillShowsCidPicturesAndLinks)
+{
+    auto message = Message({std::make_shared<TPictureAttach>(QStringLiteral("pic.png"), QStringLiteral("<pic1@x.org>"))});
+    message->html = QStringLiteral("<p>Body <a href=\"https://example.org/\" onclick=\"x()\">link</a></p>"
+                                   "<img id=pic src=\"cid:pic1@x.org\"><script>document.title = 'ran';</script>");
+    const QString body = PreviewBodyHtml(*message);
+    EXPECT_TRUE(body.startsWith(QStringLiteral("<!DOCTYPE html><html><head><meta http-equiv=\"Content-Security-Policy\"")))
+        << body.left(200).toStdString();
+    EXPECT_TRUE(body.contains(QStringLiteral("<a href=\"https://example.org/\">link</a>")));
+    EXPECT_FALSE(body.contains(QStringLiteral("<script")));
+
+    TMailInfoFrame frame;
+    frame.resize(640, 480);
+    frame.show();
+    bool loaded = false;
+    QObject::connect(frame.BodyView(), &QWebEngineView::loadFinished, [&] { loaded = true; });
+    frame.Navigate(message);
+    WaitFor([&] { return loaded; }, 20000);
+    ASSERT_TRUE(loaded);
+    EXPECT_TRUE(frame.HeaderView()->toPlainText().contains(QStringLiteral("Q1 <results> & plans")));
+    // Scripts are off in the view; the test reads the page from its own world.
+    int width = -1;
+    const auto probe = [&] {
+        frame.BodyView()->page()->runJavaScript(QStringLiteral("document.getElementById('pic').naturalWidth"),
+            QWebEngineScript::ApplicationWorld, [&](const QVariant& v) { width = v.toInt(); });
+    };
+    // The picture comes from a background job: asked again until it is there.
+    for (int i = 0; i < 50 && width <= 0; ++i) {
+        width = -1;
+        probe();
+        WaitFor([&] { return width >= 0; }, 2000);
+        if (width <= 0)
+            WaitFor([] { return false; }, 100);
+    }
+    EXPECT_EQ(width, 5);
 }
