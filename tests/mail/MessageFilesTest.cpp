@@ -311,6 +311,40 @@ TEST(MessageFiles, BuiltMessagesEdgeCases)
     EXPECT_EQ(dispositions, (QStringList{QStringLiteral("inline"), QStringLiteral("attachment"), QStringLiteral("attachment")}));
 }
 
+// A built message reads back as it was given: the text after a NUL, the
+// controls U+0080 to U+009F (ISO-8859-1 is read as windows-1252, so the
+// text must not be labelled so), and each attachment's data whatever type it
+// claims; a Content-ID stays on its own line.
+TEST(MessageFiles, BuiltMimeMessageReadsBack)
+{
+    const QString text = QStringLiteral("before") + QChar(0) + QStringLiteral("after \u0086\u0099 \u00e9");
+    const char* const types[] = {"multipart/mixed", "message/rfc822", "bad type/x y", "text/plain", ""};
+    std::vector<TMimeFile> files;
+    for (size_t i = 0; i < std::size(types); ++i) {
+        TMimeFile file;
+        file.name = QStringLiteral("f%1.bin").arg(i);
+        file.data = "data " + QByteArray::number(qulonglong(i)) + "\r\n--boundary\r\n";
+        file.contentType = QLatin1String(types[i]);
+        files.push_back(std::move(file));
+    }
+    files[0].contentId = QStringLiteral("id\r\nX-Injected: 1");
+    const auto mime = BuildMimeMessage(text, {}, std::move(files), {});
+    char* written = g_mime_object_to_string(GMIME_OBJECT(mime.get()), nullptr);
+    const QByteArray bytes(written);
+    g_free(written);
+    EXPECT_FALSE(bytes.contains("\nX-Injected")) << bytes.toStdString();
+
+    const auto copy = ParseEMLMessage(bytes);
+    EXPECT_EQ(copy->Body(mbtText), text);
+    const auto attaches = copy->Attaches();
+    ASSERT_EQ(attaches->Count(), int(std::size(types))) << bytes.toStdString();
+    for (int i = 0; i < attaches->Count(); ++i) {
+        const auto content = attaches->GetAttach(i)->Content();
+        ASSERT_NE(content, nullptr) << i;
+        EXPECT_EQ(content->readAll(), "data " + QByteArray::number(i) + "\r\n--boundary\r\n") << i;
+    }
+}
+
 TEST(MessageFiles, VCards)
 {
     const QByteArray card = "BEGIN:VCARD\r\nVERSION:2.1\r\nN:Lee;Ann;;Dr.;\r\nFN:Dr. Ann Lee\r\n"
