@@ -2,9 +2,9 @@
 // recipients (internet addresses and anything else), text and HTML bodies,
 // header lines of the source, dates, attachments of any name and type,
 // pictures the HTML refers to, attached messages. The written message must
-// be lines ending in CR LF that GMime parses, and read back through
-// our own reader it must give the subject, the text and every attachment's
-// data; a difference aborts.
+// be lines ending in CR LF that GMime parses, with no header field that the
+// writer did not set; read back through our own reader it must give the
+// subject, the text and every attachment's data. A difference aborts.
 
 #include "core/SettingsStore.h"
 #include "fuzz_input.h"
@@ -231,7 +231,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         if (bytes[i] == '\r')
             Check(i + 1 < bytes.size() && bytes[i + 1] == '\n', "a CR alone", bytes);
     }
-    Check(ParseMimeMessage(bytes) != nullptr, "GMime finds no message", bytes);
+    const auto parsed = ParseMimeMessage(bytes);
+    Check(parsed != nullptr, "GMime finds no message", bytes);
+    // Only the fields the writer sets, each once: no text of the source
+    // starts a field of its own.
+    static const QStringList Fields = {"from", "to", "cc", "bcc", "subject", "date", "message-id", "in-reply-to",
+        "references", "importance", "x-priority", "mime-version", "content-type", "content-transfer-encoding"};
+    QStringList seen;
+    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(parsed.get()));
+    for (int i = 0; i < g_mime_header_list_get_count(headers); ++i) {
+        const QString name = QString::fromUtf8(g_mime_header_get_name(g_mime_header_list_get_header_at(headers, i))).toLower();
+        Check(Fields.contains(name) && !seen.contains(name), "a header field the writer does not set", bytes);
+        seen << name;
+    }
 
     // Every part keeps the data of its own attachment.
     const QStringList parts = info.PartNames();
