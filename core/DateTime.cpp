@@ -12,6 +12,14 @@ constexpr double MsecsPerDay = 86400000.0;
 
 } // namespace
 
+const QTimeZone& LocalZone()
+{
+    // Looked up once: local-time conversions through the C library check
+    // the zone's file again for every value.
+    static const QTimeZone zone = QTimeZone::systemTimeZone();
+    return zone;
+}
+
 // For negative values the whole part counts days before the epoch and the
 // fraction is still the time of day (-1.25 is 1899-12-29 06:00).
 QDateTime DateTimeToQDateTime(TDateTime value)
@@ -26,7 +34,7 @@ QDateTime DateTimeToQDateTime(TDateTime value)
         date = date.addDays(1);
         msecs = 0;
     }
-    return QDateTime(date, QTime::fromMSecsSinceStartOfDay(int(msecs)));
+    return QDateTime(date, QTime::fromMSecsSinceStartOfDay(int(msecs)), LocalZone());
 }
 
 namespace {
@@ -44,7 +52,7 @@ QDateTime FiletimeToQDateTime(uint64_t filetime)
 TDateTime FiletimeToLocal(uint64_t filetime)
 {
     const QDateTime utc = FiletimeToQDateTime(filetime);
-    return utc.isValid() ? QDateTimeToDateTime(utc.toLocalTime()) : 0;
+    return utc.isValid() ? QDateTimeToDateTime(utc.toTimeZone(LocalZone())) : 0;
 }
 
 uint64_t QDateTimeToFiletime(const QDateTime& value)

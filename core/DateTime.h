@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QTimeZone>
 
 namespace tessaly::core {
 
@@ -8,6 +9,10 @@ namespace tessaly::core {
 // as fraction. 0 means "not set".
 using TDateTime = double;
 
+// This machine's time zone, looked up once.
+const QTimeZone& LocalZone();
+
+// In LocalZone().
 QDateTime DateTimeToQDateTime(TDateTime value);
 TDateTime QDateTimeToDateTime(const QDateTime& value);
 

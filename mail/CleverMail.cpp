@@ -5,6 +5,7 @@
 #include <QBuffer>
 #include <QHash>
 #include <QHostAddress>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <algorithm>
 
@@ -481,7 +482,15 @@ GMimeObject* Combine(const char* subtype, std::vector<GMimeObject*> parts)
 {
     if (parts.size() == 1)
         return parts.front();
-    GMimeMultipart* multipart = g_mime_multipart_new_with_subtype(subtype);
+    // Made by hand: GMime's constructor reads /dev/urandom for a boundary.
+    auto* multipart = GMIME_MULTIPART(g_object_new(GMIME_TYPE_MULTIPART, nullptr));
+    GMimeContentType* type = g_mime_content_type_new("multipart", subtype);
+    g_mime_object_set_content_type(GMIME_OBJECT(multipart), type);
+    g_object_unref(type);
+    quint32 random[5];
+    QRandomGenerator::global()->fillRange(random);
+    const QByteArray bytes(reinterpret_cast<const char*>(random), 18);
+    g_mime_multipart_set_boundary(multipart, ("=-" + bytes.toBase64()).constData());
     for (GMimeObject* part : parts) {
         g_mime_multipart_add(multipart, part);
         g_object_unref(part);

@@ -6,6 +6,11 @@
 #include <algorithm>
 #include <tuple>
 
+#ifdef Q_OS_UNIX
+#include <cerrno>
+#include <unistd.h>
+#endif
+
 namespace tessaly::pstfile {
 
 namespace {
@@ -84,8 +89,24 @@ bool TNdb::ReadAt(uint64_t ib, char* out, qint64 size) const
 {
     if (size < 0 || ib > uint64_t(m_fileSize) || uint64_t(size) > uint64_t(m_fileSize) - ib)
         return false;
+#ifdef Q_OS_UNIX
+    // One call, and no lock: readers on other threads read at once.
+    const int handle = m_file.handle();
+    while (size > 0) {
+        const ssize_t got = pread(handle, out, size_t(size), off_t(ib));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return false;
+        out += got;
+        size -= got;
+        ib += uint64_t(got);
+    }
+    return true;
+#else
     std::lock_guard lock(m_fileLock);
     return m_file.seek(qint64(ib)) && m_file.read(out, size) == size;
+#endif
 }
 
 void TNdb::Report(uint64_t id, const QString& problem) const

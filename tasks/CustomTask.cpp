@@ -100,12 +100,15 @@ void TCustomTask::RecountAsFailed(int count)
     m_failed += count;
 }
 
-void TCustomTask::PrepareFolder(const QString& folder)
+bool TCustomTask::PrepareFolder(const QString& folder)
 {
     if (m_preparedFolders.contains(folder))
-        return;
+        return true;
+    if (!QDir().mkpath(folder))
+        return false;
     m_preparedFolders.insert(folder);
     platform::TStagedFile::RemoveStale(folder);
+    return true;
 }
 
 int TCustomTask::CommitOutput(platform::TStagedFile& file, QString& path, QString& error)

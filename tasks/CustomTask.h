@@ -86,9 +86,10 @@ public:
     // A free name beside path: "name (1).ext", "name (2).ext"...
     static QString RenamedPath(const QString& path);
 
-    // Before writing into a folder: the temporaries a crashed run left there
-    // are removed (once per folder and run).
-    void PrepareFolder(const QString& folder);
+    // Before writing into a folder: it is made when missing, and the
+    // temporaries a crashed run left there are removed (once per folder and
+    // run). False when it cannot be made.
+    bool PrepareFolder(const QString& folder);
     // Links a finished output in under path, or under the next free name
     // when another file took it meanwhile; only a file the user chose to
     // overwrite is replaced. trOK (path holds the name given), trExists when

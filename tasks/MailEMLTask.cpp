@@ -225,7 +225,12 @@ TMailInfo::TMailInfo(TMailTask& task, const mail::IMailMessage& message, int dep
         date = message.Date(mail::mdDelivery);
     const QDateTime when = core::DateTimeToQDateTime(date);
     if (date != 0 && when.isValid()) {
-        GDateTime* value = g_date_time_new_from_unix_local(when.toSecsSinceEpoch());
+        // GLib looks the local zone up anew for every date; it is read once.
+        static GTimeZone* const local = g_time_zone_new_local();
+        GDateTime* utc = g_date_time_new_from_unix_utc(when.toSecsSinceEpoch());
+        GDateTime* value = utc ? g_date_time_to_timezone(utc, local) : nullptr;
+        if (utc)
+            g_date_time_unref(utc);
         if (value) {
             g_mime_message_set_date(m_mime.get(), value);
             g_date_time_unref(value);

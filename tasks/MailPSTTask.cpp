@@ -206,14 +206,13 @@ void TMailPSTTask::StartRun()
     TMailTask::StartRun();
     // One file takes every message: its destination is checked once.
     QString output = Properties().Destination;
-    if (CheckDestination(output) != trOK || !QDir().mkpath(QFileInfo(output).path())) {
+    if (CheckDestination(output) != trOK || !PrepareFolder(QFileInfo(output).path())) {
         AddLog(0, QStringLiteral("Nothing written: %1 is not to be replaced").arg(Properties().Destination));
         Cancel();
         return;
     }
     m_output = output;
     Properties().Destination = output; // renamed when the file was there
-    PrepareFolder(QFileInfo(output).path());
     StartCombine(output);
 }
 

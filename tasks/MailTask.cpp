@@ -311,12 +311,9 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
 
     // 7-8: the folder, the context. A data file takes every message into
     // itself: no folders are made beside it.
-    if (m_properties.ConvertType() != mctPST) {
-        if (!QDir().mkpath(QFileInfo(path).path())) {
-            entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
-            return trError;
-        }
-        PrepareFolder(QFileInfo(path).path());
+    if (m_properties.ConvertType() != mctPST && !PrepareFolder(QFileInfo(path).path())) {
+        entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
+        return trError;
     }
     if (m_properties.CombineFiles && !m_combined)
         StartCombine(path);
@@ -333,7 +330,6 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     m_current = &entry;
     int result = ConvertMail(*context, message, path);
     if (result == trOK && own) {
-        QDir().mkpath(QFileInfo(path).path());
         result = Commit(*context, path);
         if (result == trOK) {
             entry.Output = path;

@@ -75,8 +75,9 @@ TEST(MailMsgHTMLLinks, HostileAddressesInTextGiveAnchorsWithOnlyAnHref)
         const QJsonObject page = parsed[i].toObject();
         const QJsonArray anchors = page[QStringLiteral("anchors")].toArray();
         // The text reads as it was written, anchor or not.
-        if (!c.html)
+        if (!c.html) {
             EXPECT_TRUE(page[QStringLiteral("text")].toString().contains(c.text)) << pages[i].toStdString();
+        }
         EXPECT_TRUE(page[QStringLiteral("scripts")].toArray().isEmpty());
         if (c.href.isEmpty()) {
             EXPECT_TRUE(anchors.isEmpty()) << pages[i].toStdString();
