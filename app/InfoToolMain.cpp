@@ -14,6 +14,9 @@
 #include <QJsonDocument>
 #include <QStringList>
 #include <cstdio>
+#include <functional>
+#include <memory>
+#include <vector>
 
 namespace {
 
@@ -93,6 +96,54 @@ int PrintHtml(const QStringList& args, bool remotePictures)
 
 } // namespace
 
+// The JSON of every file that opens: one object for one, an array for
+// several. Data files are written as they are walked, so that the report
+// of a large file is never held whole.
+int PrintJson(const QStringList& files, const tessaly::pst::TReportOptions& options,
+    const std::function<bool(const QString&)>& isDataFile)
+{
+    int result = 0;
+    struct TSource {
+        std::unique_ptr<tessaly::pst::TPSTFile> dataFile;
+        QJsonObject message;
+    };
+    std::vector<TSource> sources;
+    for (const auto& file : files) {
+        try {
+            if (isDataFile(file))
+                sources.push_back({tessaly::pst::OpenForReport(file), {}});
+            else
+                sources.push_back({nullptr, tessaly::mail::ReportMessageFile(file)});
+        } catch (const tessaly::core::ETessalyError& e) {
+            std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
+            result = 1;
+        }
+    }
+    if (sources.empty())
+        return result;
+    const bool several = sources.size() > 1;
+    const int level = several ? 1 : 0;
+    const auto write = [](const QByteArray& text) { std::fwrite(text.constData(), 1, size_t(text.size()), stdout); };
+    if (several)
+        write("[\n");
+    for (size_t i = 0; i < sources.size(); ++i) {
+        if (several)
+            write(QByteArray(4, ' '));
+        if (sources[i].dataFile) {
+            tessaly::pst::WriteReportJson(*sources[i].dataFile, options, level, write);
+            sources[i].dataFile.reset();
+        } else {
+            QByteArray text = QJsonDocument(sources[i].message).toJson(QJsonDocument::Indented);
+            text.chop(1);
+            write(several ? text.replace("\n", "\n    ") : text);
+        }
+        write(i + 1 < sources.size() ? ",\n" : "\n");
+    }
+    if (several)
+        write("]\n");
+    return result;
+}
+
 int main(int argc, char** argv)
 {
     bool json = false, html = false, remotePictures = false;
@@ -128,29 +179,25 @@ int main(int argc, char** argv)
     if (html)
         return PrintHtml(files, remotePictures);
     int result = 0;
-    QJsonArray reports;
+    const auto isDataFile = [](const QString& file) {
+        const QString extension = QFileInfo(file).suffix().toLower();
+        return extension == QLatin1String("pst") || extension == QLatin1String("ost");
+    };
+    if (json)
+        return PrintJson(files, options, isDataFile);
     for (const auto& file : files) {
         try {
-            const QString extension = QFileInfo(file).suffix().toLower();
-            const bool dataFile = extension == QLatin1String("pst") || extension == QLatin1String("ost");
-            const QJsonObject report =
-                dataFile ? tessaly::pst::ReportFile(file, options) : tessaly::mail::ReportMessageFile(file);
-            if (json)
-                reports.append(report);
-            else if (dataFile)
-                std::printf("%s", qUtf8Printable(tessaly::pst::ReportText(report)));
+            if (isDataFile(file))
+                std::printf("%s", qUtf8Printable(tessaly::pst::ReportText(tessaly::pst::ReportFile(file, options))));
             else
                 std::printf("%s\n%s", qUtf8Printable(file),
-                    QJsonDocument(report[QStringLiteral("message")].toObject()).toJson(QJsonDocument::Indented).constData());
+                    QJsonDocument(tessaly::mail::ReportMessageFile(file)[QStringLiteral("message")].toObject())
+                        .toJson(QJsonDocument::Indented)
+                        .constData());
         } catch (const tessaly::core::ETessalyError& e) {
             std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));
             result = 1;
         }
-    }
-    if (json && !reports.isEmpty()) {
-        const QJsonDocument doc =
-            reports.size() == 1 ? QJsonDocument(reports.first().toObject()) : QJsonDocument(reports);
-        std::printf("%s", doc.toJson(QJsonDocument::Indented).constData());
     }
     return result;
 }

@@ -5,6 +5,7 @@
 
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <climits>
 
 namespace tessaly::pst {
@@ -198,16 +199,121 @@ void AppendFolderText(const QJsonObject& top, QString& text)
     }
 }
 
-} // namespace
-
-QJsonObject ReportFile(TPSTFile& file, const TReportOptions& options)
+void CheckReadable(TPSTFile& file)
 {
     if (!file.IsOpen())
         throw core::ETessalyError(
             QStringLiteral("Can not open %1: it is not an Outlook data file, or it is damaged").arg(file.FileName()));
-    TPSTRootFolder* root = file.RootFolder();
-    if (!root)
+    if (!file.RootFolder())
         throw core::ETessalyError(QStringLiteral("Can not read the folders of %1").arg(file.FileName()));
+}
+
+// A value as QJsonDocument writes it, at `level`: objects and arrays on
+// lines of their own, each line after the first indented by the level.
+QByteArray JsonText(const QJsonValue& value, int level)
+{
+    QByteArray text;
+    if (value.isObject() || value.isArray()) {
+        text = value.isObject() ? QJsonDocument(value.toObject()).toJson(QJsonDocument::Indented)
+                                : QJsonDocument(value.toArray()).toJson(QJsonDocument::Indented);
+        text.chop(1); // the document's last line break
+    } else {
+        text = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+        text = text.mid(1, text.size() - 2);
+    }
+    if (level > 0)
+        text.replace("\n", "\n" + QByteArray(4 * level, ' '));
+    return text;
+}
+
+QByteArray Indent(int level)
+{
+    return QByteArray(4 * level, ' ');
+}
+
+} // namespace
+
+std::unique_ptr<TPSTFile> OpenForReport(const QString& fileName)
+{
+    if (!QFileInfo(fileName).isFile())
+        throw core::ETessalyError(QStringLiteral("File not found: %1").arg(fileName));
+    auto file = std::make_unique<TPSTFile>(fileName);
+    CheckReadable(*file);
+    return file;
+}
+
+void WriteReportJson(TPSTFile& file, const TReportOptions& options, int level,
+    const std::function<void(const QByteArray&)>& write)
+{
+    CheckReadable(file);
+    // Keys in QJsonObject's order (sorted); what is known only after the
+    // walk ("skippedFolders") sorts after "root".
+    write("{\n" + Indent(level + 1) + "\"bits\": " + JsonText(file.Is64Bit() ? 64 : 32, 0) + ",\n");
+    write(Indent(level + 1) + "\"file\": " + JsonText(file.FileName(), 0) + ",\n");
+    write(Indent(level + 1) + "\"format\": " + JsonText(file.IsOST() ? "OST" : "PST", 0) + ",\n");
+    write(Indent(level + 1) + "\"root\": ");
+
+    // A folder's keys: class, folders, items, kind, messages, name, type;
+    // its sub-folders are written between its class and its count.
+    struct TFrame {
+        TPSTFolder* folder;
+        int level; // of the folder's object
+        int next = 0;
+    };
+    const auto open = [&](TPSTFolder& folder, int at) {
+        write("{\n" + Indent(at + 1) + "\"class\": " + JsonText(folder.ContainerClass(), 0) + ",\n" + Indent(at + 1)
+            + "\"folders\": [\n");
+    };
+    const auto close = [&](TPSTFolder& folder, int at) {
+        write(Indent(at + 1) + "],\n");
+        write(Indent(at + 1) + "\"items\": " + JsonText(folder.ItemCount(), 0) + ",\n");
+        write(Indent(at + 1) + "\"kind\": " + JsonText(KindName(folder.Kind()), 0) + ",\n");
+        if (options.Messages) {
+            write(Indent(at + 1) + "\"messages\": [\n");
+            const int count = folder.ItemCount();
+            for (int i = 0; i < count; ++i) {
+                const auto item = folder.GetItem(i);
+                QJsonObject object;
+                if (const auto* mail = dynamic_cast<const TPSTMailItem*>(item.get()))
+                    object = MailReport(*mail, 0);
+                else if (const auto* contact = dynamic_cast<const TPSTContactItem*>(item.get()))
+                    object = ContactReport(*contact);
+                else
+                    object = QJsonObject{{QStringLiteral("class"), "unreadable"}};
+                write(Indent(at + 2) + JsonText(object, at + 2) + (i + 1 < count ? ",\n" : "\n"));
+            }
+            write(Indent(at + 1) + "],\n");
+        }
+        write(Indent(at + 1) + "\"name\": " + JsonText(folder.Name(), 0) + ",\n");
+        write(Indent(at + 1) + "\"type\": " + JsonText(FolderType(folder), 0) + "\n" + Indent(at) + "}");
+    };
+    std::vector<TFrame> stack{{file.RootFolder(), level + 1}};
+    open(*file.RootFolder(), level + 1);
+    while (!stack.empty()) {
+        TFrame& frame = stack.back();
+        if (frame.next < frame.folder->FolderCount()) {
+            TPSTFolder* child = frame.folder->GetFolder(frame.next++);
+            const int at = frame.level + 2;
+            write(Indent(at));
+            open(*child, at);
+            stack.push_back({child, at});
+            continue;
+        }
+        const TFrame done = frame;
+        stack.pop_back();
+        close(*done.folder, done.level);
+        if (!stack.empty())
+            write(stack.back().next < stack.back().folder->FolderCount() ? ",\n" : "\n");
+    }
+    if (file.FoldersLeftOut())
+        write(",\n" + Indent(level + 1) + "\"skippedFolders\": true");
+    write("\n" + Indent(level) + "}");
+}
+
+QJsonObject ReportFile(TPSTFile& file, const TReportOptions& options)
+{
+    CheckReadable(file);
+    TPSTRootFolder* root = file.RootFolder();
     QJsonObject report{
         {QStringLiteral("file"), file.FileName()},
         {QStringLiteral("format"), file.IsOST() ? "OST" : "PST"},
@@ -215,16 +321,13 @@ QJsonObject ReportFile(TPSTFile& file, const TReportOptions& options)
         {QStringLiteral("root"), FolderReport(*root, options)},
     };
     if (file.FoldersLeftOut())
-        report[QStringLiteral("foldersLeftOut")] = true;
+        report[QStringLiteral("skippedFolders")] = true;
     return report;
 }
 
 QJsonObject ReportFile(const QString& fileName, const TReportOptions& options)
 {
-    if (!QFileInfo(fileName).isFile())
-        throw core::ETessalyError(QStringLiteral("File not found: %1").arg(fileName));
-    TPSTFile file(fileName);
-    return ReportFile(file, options);
+    return ReportFile(*OpenForReport(fileName), options);
 }
 
 QString ReportText(const QJsonObject& report)
@@ -233,7 +336,7 @@ QString ReportText(const QJsonObject& report)
                        .arg(report[QStringLiteral("file")].toString(), report[QStringLiteral("format")].toString())
                        .arg(report[QStringLiteral("bits")].toInt());
     AppendFolderText(report[QStringLiteral("root")].toObject(), text);
-    if (report[QStringLiteral("foldersLeftOut")].toBool())
+    if (report[QStringLiteral("skippedFolders")].toBool())
         text += FoldersLeftOutText() + QLatin1Char('\n');
     return text;
 }
