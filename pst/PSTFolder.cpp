@@ -119,27 +119,39 @@ void TPSTFolder::LoadFolders()
     }
 }
 
+namespace {
+
+// Items are allocated apart from their control block: the folder keeps a
+// weak reference to every item handed out, and a block shared with the
+// control block would stay allocated, item and all, as long as that does.
+std::shared_ptr<TPSTDetailItem> Own(TPSTDetailItem* item)
+{
+    return std::shared_ptr<TPSTDetailItem>(item);
+}
+
+} // namespace
+
 std::shared_ptr<TPSTDetailItem> TPSTFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    return std::make_shared<TPSTMailItem>(this, index, FileContext(), std::move(message));
+    return Own(new TPSTMailItem(this, index, FileContext(), std::move(message)));
 }
 
 std::shared_ptr<TPSTDetailItem> TPSTMailFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
     const QString messageClass = ReadString(message->Properties(), pid::MessageClass, ShortStringChars);
     if (ItemTypeOfClass(messageClass) == MeetingItemType)
-        return std::make_shared<TPSTMeetingItem>(this, index, FileContext(), std::move(message));
-    return std::make_shared<TPSTMailItem>(this, index, FileContext(), std::move(message));
+        return Own(new TPSTMeetingItem(this, index, FileContext(), std::move(message)));
+    return Own(new TPSTMailItem(this, index, FileContext(), std::move(message)));
 }
 
 std::shared_ptr<TPSTDetailItem> TPSTContactFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    return std::make_shared<TPSTContactItem>(this, index, FileContext(), std::move(message));
+    return Own(new TPSTContactItem(this, index, FileContext(), std::move(message)));
 }
 
 std::shared_ptr<TPSTDetailItem> TPSTAppointmentFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    return std::make_shared<TPSTMeetingItem>(this, index, FileContext(), std::move(message));
+    return Own(new TPSTMeetingItem(this, index, FileContext(), std::move(message)));
 }
 
 const std::vector<uint32_t>& TPSTFolder::ItemIds()
