@@ -166,7 +166,7 @@ int TCustomTask::CheckDestination(QString& path)
 
 void TCustomTask::AddLog(int kind, const QString& text)
 {
-    if (kind == 1 && m_customProperties.LogVerbosity != lvDetail)
+    if (kind == 1 && !LogsDetail())
         return;
     m_log << text;
     if (m_customProperties.LogFileName.isEmpty())

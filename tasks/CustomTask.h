@@ -96,8 +96,9 @@ public:
     // such names are skipped, trError with the reason in error.
     int CommitOutput(platform::TStagedFile& file, QString& path, QString& error);
 
-    // The log: kind 0 error, 1 detail.
+    // The log: kind 0 error, 1 detail (kept only when the log is detailed).
     void AddLog(int kind, const QString& text);
+    bool LogsDetail() const { return m_customProperties.LogVerbosity == lvDetail; }
     const QStringList& Log() const { return m_log; }
 
 protected:

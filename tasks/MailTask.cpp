@@ -340,7 +340,8 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     if (TMailCombineList* list = TMailContextManager::Instance().CombineList(this))
         list->Remove(path);
     if (result == trOK) {
-        AddLog(1, DetailLogEntry(message, m_number, path, false, m_properties.Fields.Has(mitDateUTC)));
+        if (LogsDetail()) // not built for a log that leaves it out
+            AddLog(1, DetailLogEntry(message, m_number, path, false, m_properties.Fields.Has(mitDateUTC)));
         m_lastNumber = m_number;
         ++m_number;
     } else if (result != trSkipped && entry.Error.isEmpty()) {
