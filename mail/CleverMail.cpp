@@ -444,9 +444,21 @@ QString ContentTypeForName(const QString& name)
                                            : QStringLiteral("application/octet-stream");
 }
 
+// Every part of a file has a name: GMime takes names as C strings, so NULs
+// go, and a nameless inline text part would be read as the message's body.
+QByteArray PartFileName(const QString& name, const QString& contentType)
+{
+    QByteArray utf8 = name.toUtf8();
+    utf8.replace('\0', QByteArray());
+    if (!utf8.trimmed().isEmpty())
+        return utf8;
+    const QString extension = ExtensionForContentType(contentType);
+    return extension.isEmpty() ? QByteArray("attachment") : "attachment." + extension.toUtf8();
+}
+
 GMimeObject* FilePart(TMimeFile& file, const char* disposition)
 {
-    const QByteArray name = file.name.toUtf8();
+    const QByteArray name = PartFileName(file.name, file.message ? QStringLiteral("message/rfc822") : file.contentType);
     if (file.message) {
         GMimeMessagePart* part = g_mime_message_part_new_with_message("rfc822", file.message.get());
         g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);
@@ -470,8 +482,7 @@ GMimeObject* FilePart(TMimeFile& file, const char* disposition)
     g_mime_part_set_content(part, content.get());
     g_mime_part_set_content_encoding(part, GMIME_CONTENT_ENCODING_BASE64);
     g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);
-    if (!name.isEmpty())
-        g_mime_part_set_filename(part, name.constData());
+    g_mime_part_set_filename(part, name.constData());
     if (const QByteArray id = ContentIdText(file.contentId); !id.isEmpty())
         g_mime_object_set_content_id(GMIME_OBJECT(part), id.constData());
     return GMIME_OBJECT(part);

@@ -343,6 +343,23 @@ TEST(MessageFiles, BuiltMimeMessageReadsBack)
         ASSERT_NE(content, nullptr) << i;
         EXPECT_EQ(content->readAll(), "data " + QByteArray::number(i) + "\r\n--boundary\r\n") << i;
     }
+
+    // A picture whose name is only a NUL still has a name, so that it is not
+    // taken for the text of a message with an HTML body alone.
+    TMimeFile picture;
+    picture.name = QString(QChar(0));
+    picture.contentType = QStringLiteral("text/plain");
+    picture.contentId = QStringLiteral("pic");
+    picture.data = "not the body";
+    std::vector<TMimeFile> pictures;
+    pictures.push_back(std::move(picture));
+    const auto html = BuildMimeMessage({}, QStringLiteral("<img src=\"cid:pic\">"), {}, std::move(pictures));
+    char* htmlWritten = g_mime_object_to_string(GMIME_OBJECT(html.get()), nullptr);
+    const auto htmlCopy = ParseEMLMessage(QByteArray(htmlWritten));
+    g_free(htmlWritten);
+    EXPECT_EQ(htmlCopy->Body(mbtText), QString());
+    ASSERT_EQ(htmlCopy->Attaches()->Count(), 1);
+    EXPECT_EQ(htmlCopy->Attaches()->GetAttach(0)->Content()->readAll(), QByteArray("not the body"));
 }
 
 TEST(MessageFiles, VCards)
