@@ -268,6 +268,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const auto written = AttachmentData(*message, &messagesWritten);
     const auto read = AttachmentData(*copy, &messagesRead);
     Check(messagesRead == messagesWritten, "attached messages", bytes);
+    if (read != written)
+        for (const auto& [side, list] : {std::pair{"given", &written}, std::pair{"read", &read}})
+            for (const QByteArray& data : *list)
+                std::fprintf(stderr, "%s: %lld bytes %s\n", side, qlonglong(data.size()), data.left(16).toHex().constData());
     Check(read == written, "attachment data", bytes);
     return 0;
 }

@@ -74,6 +74,14 @@ QUuid PropertySet(TFuzzInput& in)
     }
 }
 
+// The number of a named property: any, or one of a few near the ones the
+// writer registers itself, so that names meet again and ids are contended.
+uint32_t NamedNumber(TFuzzInput& in)
+{
+    static const uint32_t Near[] = {pid::Email1Address, pid::Location, 0x8000, 0x8001, 0xC000, 0xBFFF};
+    return in.Bool() ? Near[in.Pick(int(std::size(Near)))] : in.Long();
+}
+
 // Properties of any message or attachment, beside the ones their helpers set.
 void AddProperties(TFuzzInput& in, TPSTPropertyBag& bag)
 {
@@ -91,8 +99,8 @@ void AddProperties(TFuzzInput& in, TPSTPropertyBag& bag)
         // Binary values in an id range that nothing else uses, small or
         // large enough for a subnode.
         case 3: bag.SetBinary(uint16_t(0x6800 + in.Pick(0x100)), in.Pick(4) ? in.Bytes(64) : in.Blob(12000)); break;
-        case 4: bag.SetNamedString(PropertySet(in), in.Long(), Text(in, 40)); break;
-        default: bag.SetNamedTime(PropertySet(in), in.Long(), Time(in)); break;
+        case 4: bag.SetNamedString(PropertySet(in), NamedNumber(in), Text(in, 40)); break;
+        default: bag.SetNamedTime(PropertySet(in), NamedNumber(in), Time(in)); break;
         }
     }
 }
