@@ -157,6 +157,25 @@ QString CleanFileName(const QString& name, int flags)
     return out;
 }
 
+namespace {
+
+// Windows drops trailing dots and blanks; leading dots would hide the file.
+// Until none is left at either end: taking off one may bare another.
+QString TrimDotsAndBlanks(QString text)
+{
+    for (QString before; text != before;) {
+        before = text;
+        text = text.trimmed();
+        while (text.endsWith(QLatin1Char('.')))
+            text.chop(1);
+        while (text.startsWith(QLatin1Char('.')))
+            text.remove(0, 1);
+    }
+    return text;
+}
+
+} // namespace
+
 QString SafeAttachName(const QString& name, const QString& fallback)
 {
     QString out = name;
@@ -164,20 +183,17 @@ QString SafeAttachName(const QString& name, const QString& fallback)
     // Only what follows the last separator of any system.
     const qsizetype slash = std::max(out.lastIndexOf(QLatin1Char('/')), out.lastIndexOf(QLatin1Char('\\')));
     out = out.mid(slash + 1);
-    out = CleanFileName(out, 0);
-    // Windows drops trailing dots and blanks; leading dots would hide the file.
-    while (!out.isEmpty() && (out.endsWith(QLatin1Char('.')) || out.endsWith(QLatin1Char(' '))))
-        out.chop(1);
-    while (!out.isEmpty() && out.startsWith(QLatin1Char('.')))
-        out.remove(0, 1);
-    out = out.trimmed();
+    out = TrimDotsAndBlanks(CleanFileName(out, 0));
+    // A cut may leave a dot or a blank at the end, or nothing at all; a
+    // byte is kept for the mark of a device name.
+    out = TrimDotsAndBlanks(FitFileName(out, 199));
     if (out.isEmpty())
         out = fallback;
     static const QRegularExpression Device(QStringLiteral("^(CON|PRN|AUX|NUL|COM[0-9]|LPT[0-9])(\\..*)?$"),
         QRegularExpression::CaseInsensitiveOption);
     if (Device.match(out).hasMatch())
         out.prepend(QLatin1Char('_'));
-    return FitFileName(out, 200);
+    return out;
 }
 
 int Utf8Length(QStringView text)

@@ -134,6 +134,30 @@ TEST(MailTemplate, NamesFitIn255BytesOfUtf8)
     EXPECT_TRUE(attached.endsWith(QLatin1String(".pdf")));
 }
 
+// A safe name has no dot or blank at either end and is not empty, also when
+// the cut to 200 bytes leaves one there or leaves nothing; made safe again
+// it stays the same.
+TEST(MailTemplate, SafeNamesAfterTheCut)
+{
+    const struct {
+        QString name;
+        QString expected;
+    } cases[] = {
+        {QString(198, QLatin1Char('x')) + QStringLiteral("  yyyy"), QString(198, QLatin1Char('x'))},
+        {QStringLiteral(". .x"), QStringLiteral("x")},
+        {QStringLiteral("x. . "), QStringLiteral("x")},
+        // One character of 601 bytes: nothing is left of it.
+        {QLatin1Char('a') + QString(300, QChar(0x0301)), QStringLiteral("attachment")},
+        {QStringLiteral("LPT1") + QLatin1Char('a') + QString(300, QChar(0x0301)), QStringLiteral("_LPT1")},
+    };
+    for (const auto& c : cases) {
+        const QString safe = SafeAttachName(c.name);
+        EXPECT_EQ(safe, c.expected) << c.name.toStdString();
+        EXPECT_LE(safe.toUtf8().size(), 200);
+        EXPECT_EQ(SafeAttachName(safe), safe) << c.name.toStdString();
+    }
+}
+
 TEST(MailTemplate, MacroKinds)
 {
     const auto macro = [](const QString& text) {
