@@ -289,6 +289,37 @@ TEST_F(PSTWriterTest, UnfinishedFileIsRemovedAndAnUnwritablePathIsAnError)
     EXPECT_THROW(TPSTWriter(Path(QStringLiteral("no/such/folder/d.pst")), QStringLiteral("Test")), core::ETessalyError);
 }
 
+// A named property set twice is stored once, with the value set last, as
+// a property set twice by its id is.
+TEST_F(PSTWriterTest, NamedPropertySetTwiceKeepsTheLastValue)
+{
+    const QString path = Path(QStringLiteral("named.pst"));
+    {
+        TPSTWriter writer(path, QStringLiteral("Named"));
+        TPSTMessage m;
+        m.SetString(pid::Subject, QStringLiteral("named"));
+        m.SetNamedString(PS_PUBLIC_STRINGS(), 0x9000, QStringLiteral("first"));
+        m.SetNamedString(PS_PUBLIC_STRINGS(), 0x9000, QStringLiteral("second"));
+        m.SetNamedString(PSETID_Appointment(), pid::Location, QStringLiteral("here"));
+        m.SetNamedString(PSETID_Appointment(), pid::Location, QStringLiteral("there"));
+        writer.AddMessage(writer.SpecialFolder(psfInbox), m);
+        writer.Finish();
+    }
+    const auto file = TPstFile::Open(path);
+    const auto items = file->Contents(file->SubFolders(file->SubFolders(nidRootFolder).front()).front());
+    ASSERT_EQ(items.size(), 1u);
+    const auto message = file->OpenMessage(items.front());
+    ASSERT_NE(message, nullptr);
+    std::map<uint32_t, QStringList> values; // by number in its set
+    for (const TPropEntry& e : message->Properties().Entries()) {
+        const TNamedId* named = e.id >= 0x8000 ? file->NameMap().Find(e.id) : nullptr;
+        if (named && !named->isString)
+            values[named->lid] << message->Properties().DecodeString(e, *message->Properties().Value(e));
+    }
+    EXPECT_EQ(values[0x9000], QStringList{QStringLiteral("second")});
+    EXPECT_EQ(values[pid::Location], QStringList{QStringLiteral("there")});
+}
+
 TEST_F(PSTWriterTest, GeneratorIsDeterministic)
 {
     TGeneratorOptions options;
