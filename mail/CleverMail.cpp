@@ -389,14 +389,20 @@ std::shared_ptr<TCleverMailMessage> ParseEMLMessage(const QByteArray& data)
 
 namespace {
 
-// The whole text in UTF-8 (US-ASCII when it is that). Not through
+// The whole text in UTF-8 (US-ASCII when it is that), without a CR alone.
+// Not through
 // g_mime_text_part_set_text: it ends the text at its first NUL, and labels
 // text of Latin-1 characters ISO-8859-1, which readers (ours too) take for
 // windows-1252, so that U+0080 to U+009F would come back as other letters.
 GMimeObject* TextPart(const char* subtype, const QString& text)
 {
     GMimeTextPart* part = g_mime_text_part_new_with_subtype(subtype);
-    const QByteArray utf8 = text.toUtf8();
+    // A CR alone is no line break in MIME text and would go out as it is:
+    // it becomes CR LF.
+    static const QRegularExpression LoneCR(QStringLiteral("\r(?!\n)"));
+    QString lines = text;
+    lines.replace(LoneCR, QStringLiteral("\r\n"));
+    const QByteArray utf8 = lines.toUtf8();
     TGPtr<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(utf8.constData(), size_t(utf8.size())));
     TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
     g_mime_part_set_content(GMIME_PART(part), content.get());
@@ -450,6 +456,10 @@ QByteArray PartFileName(const QString& name, const QString& contentType)
 {
     QByteArray utf8 = name.toUtf8();
     utf8.replace('\0', QByteArray());
+    // A control character (a CR, say) would break the header line.
+    for (char& c : utf8)
+        if (uchar(c) < 0x20 || uchar(c) == 0x7F)
+            c = '_';
     if (!utf8.trimmed().isEmpty())
         return utf8;
     const QString extension = ExtensionForContentType(contentType);

@@ -42,7 +42,13 @@ QHash<QString, QString> KeptHeaderValues(const QString& headers)
 // stays one that every reader takes.
 QByteArray AddrSpec(const QString& address)
 {
-    QString clean = address.trimmed();
+    // Control characters have no place in an address, quoted or not: a CR
+    // or LF would end the header line.
+    QString clean = address;
+    for (QChar& c : clean)
+        if (c.unicode() < 0x20 || c.unicode() == 0x7F)
+            c = QLatin1Char(' ');
+    clean = clean.trimmed();
     // Quoting that came with the address ("'a@b.org'", "<a@b.org>").
     while (clean.size() >= 2
         && ((clean.front() == QLatin1Char('\'') && clean.back() == QLatin1Char('\''))
