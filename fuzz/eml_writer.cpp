@@ -218,10 +218,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     TFuzzInput in(data, size);
     const auto message = Message(in, 0);
 
-    tasks::TMailProperties properties;
-    properties.SetConvertType(tasks::mctEML);
-    tasks::TMailEMLTask task(properties);
-    const tasks::TMailInfo info(task, *message);
+    mail::TAttachNameGenerator names;
+    const mail::TMimeMessage info(*message, names);
     const QByteArray bytes = info.SaveToBytes();
 
     Check(!bytes.isEmpty(), "nothing written");

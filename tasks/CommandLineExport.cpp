@@ -34,6 +34,8 @@ QList<core::TCommandKey> ExportCommandKeys()
         {QStringLiteral("format"), QStringLiteral("Output format: eml (one file per message) or pst (one data file)"), core::TKeyKind::Value, false},
         {QStringLiteral("filter"), QStringLiteral("Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
             core::TKeyKind::Value, false},
+        {QStringLiteral("jobs"), QStringLiteral("Messages converted at once (default: one per core; 1 for one after another)"),
+            core::TKeyKind::Value, false},
         {QStringLiteral("KeepFolders"), QStringLiteral("Keep the source's folders: below the destination, or inside the data file"),
             core::TKeyKind::Switch, false}};
 }
@@ -51,6 +53,14 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         return Fail(err, core::crCommandLine,
             QStringLiteral("unknown format \"%1\": eml and pst are the formats offered").arg(format));
     const bool toDataFile = format == QLatin1String("pst");
+    int workers = 0;
+    if (commandLine.HasKey(QStringLiteral("jobs"))) {
+        bool ok = false;
+        workers = commandLine.Value(QStringLiteral("jobs")).toInt(&ok);
+        if (!ok || workers < 1 || workers > 256)
+            return Fail(err, core::crCommandLine,
+                QStringLiteral("-jobs takes a number from 1 to 256, not \"%1\"").arg(commandLine.Value(QStringLiteral("jobs"))));
+    }
     QString destination = commandLine.Value(QStringLiteral("dest"));
     if (destination.isEmpty())
         return Fail(err, core::crNoSource, QStringLiteral("no destination: give -dest FOLDER"));
@@ -74,6 +84,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     std::unique_ptr<TMailTask> owned = toDataFile ? std::unique_ptr<TMailTask>(std::make_unique<TMailPSTTask>(properties))
                                                   : std::make_unique<TMailEMLTask>(properties);
     TMailTask& task = *owned;
+    task.SetWorkers(workers);
 
     // The sources: message files, and folder paths of the data file.
     QStringList folderPaths;

@@ -10,6 +10,11 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QTextStream>
+#include <QThread>
+
+#include <condition_variable>
+#include <deque>
+#include <thread>
 
 namespace tessaly::tasks {
 
@@ -27,51 +32,208 @@ void TCustomTask::AddEntry(TTaskEntry entry)
     m_entries.push_back(std::move(entry));
 }
 
-int TCustomTask::Run()
+int TCustomTask::Workers() const
 {
-    StartRun();
+    return m_workers > 0 ? m_workers : std::max(1, QThread::idealThreadCount());
+}
+
+int TCustomTask::Guarded(TTaskEntry& entry, const std::function<int()>& step)
+{
+    try {
+        return step();
+    } catch (const mail::EInvalidMailFormat& e) {
+        entry.Error = e.Message();
+        entry.InvalidSource = true;
+    } catch (const core::ETessalyError& e) {
+        entry.Error = e.Message();
+    } catch (const std::exception& e) {
+        entry.Error = QString::fromUtf8(e.what());
+    }
+    return trError;
+}
+
+void TCustomTask::Account(TTaskEntry& entry, TTaskJob* job, int result)
+{
+    result = Guarded(entry, [&] { return FinishEntry(entry, job, result); });
+    entry.Result = result;
+    switch (result) {
+    case trOK:
+        ++m_written;
+        break;
+    case trSkipped:
+        ++m_filtered;
+        break;
+    case trExists:
+        ++m_existing;
+        break;
+    case trCancelled:
+        m_cancel = true;
+        break;
+    default:
+        ++m_failed;
+        AddLog(0, QStringLiteral("Error converting message #%1 (%2): %3")
+                      .arg(entry.Index + 1)
+                      .arg(entry.Source, entry.Error.isEmpty() ? QStringLiteral("no message") : entry.Error));
+        break;
+    }
+    entry.Mail.reset(); // the messages of a large run are not kept
+    if (OnProgress)
+        OnProgress({entry.Index + 1, int(m_entries.size()), {}});
+}
+
+void TCustomTask::RunInTurn()
+{
     const int total = int(m_entries.size());
-    for (int i = 0; i < total; ++i) {
-        if (m_cancel)
-            break;
+    for (int i = 0; i < total && !m_cancel; ++i) {
         TTaskEntry& entry = m_entries[size_t(i)];
         if (OnProgress)
             OnProgress({i, total, {}});
-        int result = trError;
-        try {
-            result = ProcessEntry(entry);
-        } catch (const mail::EInvalidMailFormat& e) {
-            entry.Error = e.Message();
-            entry.InvalidSource = true;
-        } catch (const core::ETessalyError& e) {
-            entry.Error = e.Message();
-        } catch (const std::exception& e) {
-            entry.Error = QString::fromUtf8(e.what());
+        std::unique_ptr<TTaskJob> job;
+        int result = Guarded(entry, [&] { return PrepareEntry(entry, job); });
+        if (result == trOK && job)
+            result = Guarded(entry, [&] { return job->Execute(); });
+        Account(entry, job.get(), result);
+    }
+}
+
+// The entries between their preparation and their count, in entry order,
+// and the workers that run their jobs.
+class TCustomTask::TPipeline {
+public:
+    struct TSlot {
+        TTaskEntry* Entry = nullptr;
+        std::unique_ptr<TTaskJob> Job;
+        int Result = trError;
+        bool Done = false;
+    };
+
+    TPipeline(TCustomTask& task, int workers) : m_task(task)
+    {
+        for (int i = 0; i < workers; ++i)
+            m_threads.emplace_back([this] { Work(); });
+    }
+
+    ~TPipeline()
+    {
+        {
+            std::lock_guard lock(m_lock);
+            m_stop = true;
         }
-        entry.Result = result;
-        switch (result) {
-        case trOK:
-            ++m_written;
-            break;
-        case trSkipped:
-            ++m_filtered;
-            break;
-        case trExists:
-            ++m_existing;
-            break;
-        case trCancelled:
-            m_cancel = true;
-            break;
-        default:
-            ++m_failed;
-            AddLog(0, QStringLiteral("Error converting message #%1 (%2): %3")
-                          .arg(i + 1)
-                          .arg(entry.Source, entry.Error.isEmpty() ? QStringLiteral("no message") : entry.Error));
-            break;
+        m_wake.notify_all();
+        for (std::thread& thread : m_threads)
+            thread.join();
+    }
+
+    size_t Size() const { return m_slots.size(); }
+
+    // Queued for a worker when it has a job to run, else finished as it is.
+    void Add(TTaskEntry& entry, std::unique_ptr<TTaskJob> job, int result)
+    {
+        auto slot = std::make_unique<TSlot>();
+        slot->Entry = &entry;
+        slot->Result = result;
+        std::lock_guard lock(m_lock);
+        if (result == trOK && job) {
+            slot->Job = std::move(job);
+            m_queue.push_back(slot.get());
+            m_wake.notify_one();
+        } else {
+            slot->Done = true;
         }
-        entry.Mail.reset(); // the messages of a large run are not kept
-        if (OnProgress)
-            OnProgress({i + 1, total, {}});
+        m_slots.push_back(std::move(slot));
+    }
+
+    // Counts the first entries whose work is done; with wait, at least one.
+    void FinishFront(bool wait)
+    {
+        while (!m_slots.empty()) {
+            TSlot& slot = *m_slots.front();
+            {
+                std::unique_lock lock(m_lock);
+                if (!slot.Done && !wait)
+                    return;
+                m_done.wait(lock, [&] { return slot.Done; });
+            }
+            m_task.Account(*slot.Entry, slot.Job.get(), slot.Result);
+            m_slots.pop_front();
+            wait = false;
+        }
+    }
+
+    void FinishAll()
+    {
+        while (!m_slots.empty())
+            FinishFront(true);
+    }
+
+private:
+    void Work()
+    {
+        for (;;) {
+            TSlot* slot = nullptr;
+            {
+                std::unique_lock lock(m_lock);
+                m_wake.wait(lock, [&] { return m_stop || !m_queue.empty(); });
+                if (m_queue.empty())
+                    return;
+                slot = m_queue.front();
+                m_queue.pop_front();
+            }
+            const int result = Guarded(*slot->Entry, [&] { return slot->Job->Execute(); });
+            {
+                std::lock_guard lock(m_lock);
+                slot->Result = result;
+                slot->Done = true;
+            }
+            m_done.notify_all();
+        }
+    }
+
+    TCustomTask& m_task;
+    std::deque<std::unique_ptr<TSlot>> m_slots;
+    std::mutex m_lock;
+    std::condition_variable m_wake, m_done;
+    std::deque<TSlot*> m_queue;
+    bool m_stop = false;
+    std::vector<std::thread> m_threads;
+};
+
+void TCustomTask::WaitForWorkers()
+{
+    if (m_pipeline)
+        m_pipeline->FinishAll();
+}
+
+int TCustomTask::Run()
+{
+    StartRun();
+    const int workers = RunsInParallel() ? Workers() : 1;
+    if (workers <= 1) {
+        RunInTurn();
+    } else {
+        // A few entries ahead of the workers, no more: the messages of a
+        // large run are not all held at once.
+        const size_t ahead = size_t(workers) * 3;
+        TPipeline pipeline(*this, workers);
+        m_pipeline = &pipeline;
+        const int total = int(m_entries.size());
+        for (int i = 0; i < total && !m_cancel; ++i) {
+            pipeline.FinishFront(false);
+            if (pipeline.Size() >= ahead)
+                pipeline.FinishFront(true);
+            if (m_cancel)
+                break;
+            TTaskEntry& entry = m_entries[size_t(i)];
+            if (OnProgress)
+                OnProgress({i, total, {}});
+            std::unique_ptr<TTaskJob> job;
+            const int result = Guarded(entry, [&] { return PrepareEntry(entry, job); });
+            if (result == trCancelled)
+                m_cancel = true;
+            pipeline.Add(entry, std::move(job), result);
+        }
+        pipeline.FinishAll();
+        m_pipeline = nullptr;
     }
     FinishRun();
     // Durable once, at the end, rather than one sync per file.
@@ -80,7 +242,12 @@ int TCustomTask::Run()
     return m_failed;
 }
 
-QString TCustomTask::RenamedPath(const QString& path)
+bool TCustomTask::Exists(const QString& path) const
+{
+    return m_reserved.contains(path) || QFileInfo::exists(path);
+}
+
+QString TCustomTask::RenamedPath(const QString& path, const std::function<bool(const QString&)>& taken)
 {
     const QFileInfo info(path);
     const QString base = info.completeBaseName();
@@ -88,7 +255,7 @@ QString TCustomTask::RenamedPath(const QString& path)
     for (int n = 1;; ++n) {
         const QString suffix = QStringLiteral(" (%1)").arg(n) + extension;
         const QString candidate = info.dir().filePath(LimitNameBytes(base, MaxNameBytes - Utf8Length(suffix)) + suffix);
-        if (!QFileInfo::exists(candidate))
+        if (!QFileInfo::exists(candidate) && !(taken && taken(candidate)))
             return candidate;
     }
 }
@@ -111,17 +278,18 @@ bool TCustomTask::PrepareFolder(const QString& folder)
     return true;
 }
 
-int TCustomTask::CommitOutput(platform::TStagedFile& file, QString& path, QString& error)
+int TCustomTask::CommitOutput(platform::TStagedFile& file, QString& path, QString& error, bool replace)
 {
-    const bool replace = !m_overwrite.isEmpty() && m_overwrite == path;
     const TCheckFileMode mode = m_modeForAll ? m_allMode : m_customProperties.CheckFileMode;
     // Taken meanwhile by another writer: skipped when names taken are
     // skipped, otherwise the next free name.
     const auto next = [mode](const QString& taken) { return mode == cfmSkip ? QString() : RenamedPath(taken); };
     switch (file.Commit(path, next, replace)) {
-    case platform::lrLinked:
+    case platform::lrLinked: {
+        std::lock_guard lock(m_writtenLock);
         m_writtenFolders.insert(QFileInfo(path).path());
         return trOK;
+    }
     case platform::lrTaken:
         return trExists;
     default:
@@ -133,7 +301,7 @@ int TCustomTask::CommitOutput(platform::TStagedFile& file, QString& path, QStrin
 int TCustomTask::CheckDestination(QString& path)
 {
     m_overwrite.clear();
-    if (!QFileInfo::exists(path))
+    if (!Exists(path))
         return trOK;
     TCheckFileMode mode = m_customProperties.CheckFileMode;
     if (mode == cfmAsk) {
@@ -159,7 +327,8 @@ int TCustomTask::CheckDestination(QString& path)
     case cfmCancel:
         return trCancelled;
     default:
-        path = RenamedPath(path);
+        // The next name free on disk and among the names not yet written.
+        path = RenamedPath(path, [this](const QString& name) { return m_reserved.contains(name); });
         return trOK;
     }
 }

@@ -223,7 +223,8 @@ std::unique_ptr<TMailContext> TMailPSTTask::CreateContext()
     return std::make_unique<TContext>(m_output);
 }
 
-uint32_t TMailPSTTask::TargetFolder(TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass)
+uint32_t TMailPSTTask::TargetFolder(TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass,
+    const TTaskEntry* entry)
 {
     const bool contact = dynamic_cast<const mail::IMailContact*>(&message) != nullptr;
     const QString kindClass = contact ? QStringLiteral("IPF.Contact")
@@ -234,7 +235,6 @@ uint32_t TMailPSTTask::TargetFolder(TPSTWriter& writer, const mail::IMailMessage
         return found ? found : writer.AddFolder(parent, name, containerClass);
     };
     const uint32_t top = writer.SpecialFolder(psfTopOfStore);
-    const TTaskEntry* entry = CurrentEntry();
     QStringList names;
     if (Properties().KeepFolderStructure && entry)
         names = entry->Folders.mid(std::max(0, Properties().KeepFolderLevel));
@@ -262,12 +262,12 @@ int TMailPSTTask::ConvertMail(TMailContext& context, const mail::IMailMessage& m
 {
     auto& data = static_cast<TContext&>(context);
     if (!data.Writer) {
-        if (TTaskEntry* entry = CurrentEntry())
+        if (TTaskEntry* entry = context.Entry)
             entry->Error = data.File->ErrorString();
         return trError;
     }
     const auto stored = ToPSTMessage(message);
-    data.Writer->AddMessage(TargetFolder(*data.Writer, message, stored->String(pid::MessageClass)), *stored);
+    data.Writer->AddMessage(TargetFolder(*data.Writer, message, stored->String(pid::MessageClass), context.Entry), *stored);
     return trOK;
 }
 
@@ -281,7 +281,7 @@ int TMailPSTTask::Commit(TMailContext& context, QString& path)
     int result = trError;
     try {
         data.Writer->Finish();
-        result = CommitOutput(*data.File, path, error);
+        result = CommitOutput(*data.File, path, error, context.Replace);
     } catch (const core::ETessalyError& e) {
         error = e.Message();
     }

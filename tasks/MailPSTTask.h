@@ -37,7 +37,8 @@ protected:
     void StartRun() override;
 
 private:
-    uint32_t TargetFolder(pstfile::TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass);
+    uint32_t TargetFolder(pstfile::TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass,
+        const TTaskEntry* entry);
     QString m_output;
 };
 

@@ -5,7 +5,7 @@
 #include "mail/MailContact.h"
 #include "platform/FileSystem.h"
 #include "platform/StagedFile.h"
-#include "tasks/MailEMLTask.h"
+#include "mail/MimeWriter.h"
 
 #include <QDir>
 #include <QFile>
@@ -25,13 +25,6 @@ const QString CRLF = QStringLiteral("\r\n");
 
 // --- names of attachments ----------------------------------------------------------
 
-QString TAttachNameGenerator::GenerateAttachName(const mail::IMailAttach& attach)
-{
-    ++m_counter;
-    const QString extension = mail::ExtensionForContentType(attach.ContentType());
-    return QStringLiteral("Attach %1").arg(m_counter) + (extension.isEmpty() ? QString() : QLatin1Char('.') + extension);
-}
-
 std::shared_ptr<TAttachFileNames> TAttachFileNames::Acquire(bool sharepoint)
 {
     static QMutex lock;
@@ -45,16 +38,16 @@ std::shared_ptr<TAttachFileNames> TAttachFileNames::Acquire(bool sharepoint)
     return names;
 }
 
-bool TAttachFileNames::Taken(const QString& path) const
+bool TAttachFileNames::Taken(const QString& path, const std::function<bool(const QString&)>& taken) const
 {
-    return m_names.contains(path.toLower()) || QFileInfo::exists(path);
+    return m_names.contains(path.toLower()) || QFileInfo::exists(path) || (taken && taken(path));
 }
 
-QString TAttachFileNames::GetUnique(const QString& path)
+QString TAttachFileNames::GetUnique(const QString& path, const std::function<bool(const QString&)>& taken)
 {
     QMutexLocker locker(&m_lock);
     QString chosen = path;
-    if (Taken(path)) {
+    if (Taken(path, taken)) {
         const QFileInfo info(path);
         const QString folder = info.path();
         const QString name = info.fileName();
@@ -64,7 +57,7 @@ QString TAttachFileNames::GetUnique(const QString& path)
         for (int k = 1;; ++k) {
             const QString suffix = m_separator + QString::number(k);
             const QString candidate = QDir(folder).filePath(base.left(std::max<qsizetype>(0, base.size() - suffix.size())) + suffix + extension);
-            if (!Taken(candidate)) {
+            if (!Taken(candidate, taken)) {
                 chosen = candidate;
                 break;
             }
@@ -219,6 +212,7 @@ void TMailTask::StartCombine(const QString& path)
     if (m_combined)
         return;
     m_combined = CreateContext();
+    m_combined->Replace = Replaces(path);
     m_combinedPath = path;
 }
 
@@ -247,18 +241,6 @@ QString TMailTask::OutputFolder(const TTaskEntry& entry) const
     return folder;
 }
 
-bool IsHTMLNeedImage(const QString& html, const mail::IMailAttach& attach)
-{
-    QString id = attach.ContentID().trimmed();
-    if (id.startsWith(QLatin1Char('<')) && id.endsWith(QLatin1Char('>')))
-        id = id.mid(1, id.size() - 2);
-    if (!id.isEmpty() && html.contains(QStringLiteral("cid:") + id, Qt::CaseInsensitive))
-        return true;
-    const QString location = attach.ContentLocation();
-    return !location.isEmpty() && html.contains(location, Qt::CaseInsensitive);
-}
-
-
 QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 {
     if (!entry.InStore || !entry.Mail)
@@ -273,16 +255,39 @@ QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
         QFile file(QDir(folder).filePath(QStringLiteral("mail%1.eml").arg((start + n) % 1000, 3, 10, QLatin1Char('0'))));
         if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly, QFileDevice::ReadOwner | QFileDevice::WriteOwner))
             continue;
-        file.write(TMailInfo(*this, *entry.Mail).SaveToBytes());
+        mail::TAttachNameGenerator names;
+        file.write(mail::TMimeMessage(*entry.Mail, names).SaveToBytes());
         return file.fileName();
     }
     return entry.Source;
 }
 
-int TMailTask::ProcessEntry(TTaskEntry& entry)
+// An attachment saved beside its message's output.
+struct TAttachOutput {
+    std::shared_ptr<mail::IMailAttach> Attach;
+    QString Target;
+};
+
+// The conversion of one message into its output, and the saving of its
+// attachments beside it: what may run on a worker.
+class TMailJob : public TTaskJob {
+public:
+    TMailJob(TMailTask& task, TTaskEntry& entry) : Task(task), Entry(entry) {}
+    int Execute() override { return Task.Execute(*this); }
+
+    TMailTask& Task;
+    TTaskEntry& Entry;
+    TMailContext* Context = nullptr;
+    std::unique_ptr<TMailContext> Own; // none when the output is combined
+    QString Path;
+    std::vector<TAttachOutput> Attachments;
+    QStringList Reserved; // names held for the outputs until they are written
+    QStringList Errors;   // for the log, in entry order
+};
+
+int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
 {
-    // 1-2: the message, asked for when the entry has none yet.
-    m_attachNames.Clear();
+    // The message, asked for when the entry has none yet.
     if (!entry.Mail && entry.Load)
         entry.Mail = entry.Load();
     if (!entry.Mail) {
@@ -293,23 +298,32 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     if (OnProgress)
         OnProgress({entry.Index, int(Entries().size()), message.Subject()});
 
-    // 4: the filter.
     if (!m_properties.Filter.Allow(message))
         return trSkipped;
 
-    // 5-6: the output path and its check.
+    // The output path and its check.
     QString fileName = m_properties.GetFileNameByTemplate(message, entry.Index);
-    if (fileName.isEmpty())
+    if (fileName.isEmpty()) {
+        WaitForWorkers(); // numbered by the messages written before it
         fileName = QStringLiteral("message %1.%2").arg(m_number).arg(m_properties.Extension());
+    }
     const QString folder = OutputFolder(entry);
     QString path = QDir(folder).filePath(fileName);
+    bool replace = false;
     if (m_properties.ConvertType() != mctPST && !m_combined) {
-        const int check = CheckDestination(path);
+        int check = CheckDestination(path);
+        if (check == trOK && Replaces(path) && Reserved(path)) {
+            // It replaces the output of a message still being written: that
+            // is written first.
+            WaitForWorkers();
+            check = CheckDestination(path);
+        }
         if (check != trOK)
             return check;
+        replace = Replaces(path);
     }
 
-    // 7-8: the folder, the context. A data file takes every message into
+    // The folder, the context. A data file takes every message into
     // itself: no folders are made beside it.
     if (m_properties.ConvertType() != mctPST && !PrepareFolder(QFileInfo(path).path())) {
         entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
@@ -317,78 +331,86 @@ int TMailTask::ProcessEntry(TTaskEntry& entry)
     }
     if (m_properties.CombineFiles && !m_combined)
         StartCombine(path);
-    std::unique_ptr<TMailContext> own;
-    TMailContext* context = m_combined.get();
-    if (!context) {
-        own = CreateContext();
-        context = own.get();
+    auto mailJob = std::make_unique<TMailJob>(*this, entry);
+    mailJob->Path = path;
+    mailJob->Context = m_combined.get();
+    if (!mailJob->Context) {
+        mailJob->Own = CreateContext();
+        mailJob->Context = mailJob->Own.get();
+        mailJob->Context->Replace = replace;
+        // Later messages see the name as taken until it is written.
+        Reserve(path);
+        mailJob->Reserved << path;
+        NameAttachments(*mailJob, message);
     } else if (TMailCombineList* list = TMailContextManager::Instance().CombineList(this)) {
         list->Add(path);
     }
-
-    // 9-11: convert, commit, post-process.
-    m_current = &entry;
-    int result = ConvertMail(*context, message, path);
-    if (result == trOK && own) {
-        result = Commit(*context, path);
-        if (result == trOK) {
-            entry.Output = path;
-            PostProcess(path, message);
-        }
-    }
-    m_current = nullptr;
-    if (TMailCombineList* list = TMailContextManager::Instance().CombineList(this))
-        list->Remove(path);
-    if (result == trOK) {
-        if (LogsDetail()) // not built for a log that leaves it out
-            AddLog(1, DetailLogEntry(message, m_number, path, false, m_properties.Fields.Has(mitDateUTC)));
-        m_lastNumber = m_number;
-        ++m_number;
-    } else if (result != trSkipped && entry.Error.isEmpty()) {
-        entry.Error = QStringLiteral("see %1").arg(GetExceptionSource(entry));
-    }
-    return result;
+    mailJob->Context->Entry = &entry;
+    job = std::move(mailJob);
+    return trOK;
 }
 
-void TMailTask::PostProcess(const QString& path, const mail::IMailMessage& message)
+void TMailTask::NameAttachments(TMailJob& job, const mail::IMailMessage& message)
 {
-    if (m_properties.Attach.Has(aotSave)) {
-        m_attachNames.Clear(); // the names the message's parts got
-        const auto attaches = message.Attaches();
-        TMailAttachFiles* files = TMailContextManager::Instance().AttachFiles(this);
-        const QString folder = QFileInfo(path).path();
-        const QString mailFileName = QFileInfo(path).fileName();
-        for (int i = 0; attaches && i < attaches->Count(); ++i) {
-            const auto attach = attaches->GetAttach(i);
-            if (!attach)
-                continue;
-            QString name = m_properties.AttachNameTemplate().isEmpty()
-                ? attach->FileName()
-                : m_properties.GetAttachNameByTemplate(*attach, mailFileName, i);
-            if (name.trimmed().isEmpty())
-                name = m_attachNames.GenerateAttachName(*attach);
-            name = SafeAttachName(name);
-            if (attach->AsMailMessage() && QFileInfo(name).suffix().isEmpty())
-                name += QStringLiteral(".eml");
-            QString target = m_fileNames->GetUnique(QDir(folder).filePath(name));
-            QByteArray data;
-            if (const auto inner = attach->AsMailMessage()) {
-                data = TMailInfo(*this, *inner).SaveToBytes();
-            } else if (const auto content = attach->Content()) {
-                data = content->readAll();
-            }
-            // Linked in when complete, under the next "~N" name when another
-            // writer took the name meanwhile.
-            platform::TStagedFile file(target);
-            const auto next = [this](const QString& taken) { return m_fileNames->GetUnique(taken); };
-            if (!file.IsOpen() || file.Device().write(data) != data.size()
-                || file.Commit(target, next) != platform::lrLinked) {
-                AddLog(0, QStringLiteral("Can not convert \"%1\"").arg(attach->FileName()));
-                continue;
-            }
-            if (files)
-                files->Add(target);
+    if (!m_properties.Attach.Has(aotSave))
+        return;
+    mail::TAttachNameGenerator generated; // the names the message's parts got
+    const auto attaches = message.Attaches();
+    const QString folder = QFileInfo(job.Path).path();
+    const QString mailFileName = QFileInfo(job.Path).fileName();
+    const auto reserved = [this](const QString& path) { return Reserved(path); };
+    for (int i = 0; attaches && i < attaches->Count(); ++i) {
+        const auto attach = attaches->GetAttach(i);
+        if (!attach)
+            continue;
+        QString name = m_properties.AttachNameTemplate().isEmpty()
+            ? attach->FileName()
+            : m_properties.GetAttachNameByTemplate(*attach, mailFileName, i);
+        if (name.trimmed().isEmpty())
+            name = generated.GenerateAttachName(*attach);
+        name = SafeAttachName(name);
+        if (attach->AsMailMessage() && QFileInfo(name).suffix().isEmpty())
+            name += QStringLiteral(".eml");
+        const QString target = m_fileNames->GetUnique(QDir(folder).filePath(name), reserved);
+        Reserve(target);
+        job.Reserved << target;
+        job.Attachments.push_back({attach, target});
+    }
+}
+
+int TMailTask::Execute(TMailJob& job)
+{
+    const mail::IMailMessage& message = *job.Entry.Mail;
+    int result = ConvertMail(*job.Context, message, job.Path);
+    if (result != trOK || !job.Own)
+        return result;
+    result = Commit(*job.Context, job.Path);
+    if (result != trOK)
+        return result;
+    job.Entry.Output = job.Path;
+    job.Own.reset(); // the converted message is not kept
+
+    // The attachments beside it.
+    TMailAttachFiles* files = TMailContextManager::Instance().AttachFiles(this);
+    for (TAttachOutput& output : job.Attachments) {
+        QByteArray data;
+        if (const auto inner = output.Attach->AsMailMessage()) {
+            mail::TAttachNameGenerator names; // a file of its own
+            data = mail::TMimeMessage(*inner, names).SaveToBytes();
+        } else if (const auto content = output.Attach->Content()) {
+            data = content->readAll();
         }
+        // Linked in when complete, under the next "~N" name when another
+        // writer took the name meanwhile.
+        platform::TStagedFile file(output.Target);
+        const auto next = [this](const QString& taken) { return m_fileNames->GetUnique(taken); };
+        if (!file.IsOpen() || file.Device().write(data) != data.size()
+            || file.Commit(output.Target, next) != platform::lrLinked) {
+            job.Errors << QStringLiteral("Can not convert \"%1\"").arg(output.Attach->FileName());
+            continue;
+        }
+        if (files)
+            files->Add(output.Target);
     }
     if (m_properties.CopyDateStamps) {
         mail::TDateTime date = message.Date(mail::mdClientSubmit);
@@ -396,11 +418,35 @@ void TMailTask::PostProcess(const QString& path, const mail::IMailMessage& messa
             date = message.Date(mail::mdDelivery);
         const QDateTime stamp = core::DateTimeToQDateTime(date);
         if (date != 0 && stamp.isValid()) {
-            QFile file(path);
+            QFile file(job.Path);
             if (file.open(QIODevice::ReadWrite))
                 file.setFileTime(stamp, QFileDevice::FileModificationTime);
         }
     }
+    return trOK;
+}
+
+int TMailTask::FinishEntry(TTaskEntry& entry, TTaskJob* job, int result)
+{
+    auto* mailJob = static_cast<TMailJob*>(job);
+    if (!mailJob)
+        return result;
+    for (const QString& path : mailJob->Reserved)
+        Release(path);
+    if (!mailJob->Own)
+        if (TMailCombineList* list = TMailContextManager::Instance().CombineList(this))
+            list->Remove(mailJob->Path);
+    for (const QString& error : mailJob->Errors)
+        AddLog(0, error);
+    if (result == trOK) {
+        if (LogsDetail()) // not built for a log that leaves it out
+            AddLog(1, DetailLogEntry(*entry.Mail, m_number, mailJob->Path, false, m_properties.Fields.Has(mitDateUTC)));
+        m_lastNumber = m_number;
+        ++m_number;
+    } else if (result != trSkipped && entry.Error.isEmpty()) {
+        entry.Error = QStringLiteral("see %1").arg(GetExceptionSource(entry));
+    }
+    return result;
 }
 
 } // namespace tessaly::tasks

@@ -10,6 +10,7 @@
 #include <QHash>
 #include <QMutex>
 #include <QSet>
+#include <functional>
 
 namespace tessaly::tasks {
 
@@ -17,17 +18,6 @@ namespace tessaly::tasks {
 class EAssertion : public core::ETessalyError {
 public:
     using ETessalyError::ETessalyError;
-};
-
-// Names for attachments without one: "Attach 1", "Attach 2"... with the
-// extension of the content type; reset for every message.
-class TAttachNameGenerator {
-public:
-    QString GenerateAttachName(const mail::IMailAttach& attach);
-    void Clear() { m_counter = 0; }
-
-private:
-    int m_counter = 0;
 };
 
 // The attachment file names issued in this process. Names compare without
@@ -40,11 +30,12 @@ public:
     static std::shared_ptr<TAttachFileNames> Acquire(bool sharepoint);
     QChar Separator() const { return m_separator; }
     // The path itself when free, else the base name shortened by the
-    // length of "~k" followed by "~k"; files already on disk count as taken.
-    QString GetUnique(const QString& path);
+    // length of "~k" followed by "~k"; files already on disk count as taken,
+    // and those taken says are.
+    QString GetUnique(const QString& path, const std::function<bool(const QString&)>& taken = {});
 
 private:
-    bool Taken(const QString& path) const;
+    bool Taken(const QString& path, const std::function<bool(const QString&)>& taken) const;
     QChar m_separator;
     QSet<QString> m_names;
     mutable QMutex m_lock;
@@ -87,11 +78,11 @@ private:
 class TMailContext {
 public:
     virtual ~TMailContext() = default;
+    TTaskEntry* Entry = nullptr; // the entry being converted into it
+    bool Replace = false;        // the user chose to replace the file there
 };
 
-// Whether an HTML body refers to an attachment (by content id or content
-// location). The body is read once per message by the caller.
-bool IsHTMLNeedImage(const QString& html, const mail::IMailAttach& attach);
+class TMailJob;
 
 // The document writer's format number of an output format; EAssertion for
 // a format it does not write.
@@ -109,7 +100,6 @@ public:
     ~TMailTask() override;
 
     TMailProperties& Properties() { return m_properties; }
-    TAttachNameGenerator& AttachNames() { return m_attachNames; }
     const std::shared_ptr<TAttachFileNames>& AttachFileNames() const { return m_fileNames; }
     // The running number of the next output.
     int RunningNumber() const { return m_number; }
@@ -129,27 +119,31 @@ protected:
     // 0 on success.
     virtual int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) = 0;
     // Writes the output to path through CommitOutput; path holds the name
-    // the file got (another when the name was taken meanwhile).
+    // the file got (another when the name was taken meanwhile). Called from
+    // workers when the writer runs in parallel.
     virtual int Commit(TMailContext& context, QString& path) = 0;
-    int ProcessEntry(TTaskEntry& entry) override;
+    int PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job) override;
+    int FinishEntry(TTaskEntry& entry, TTaskJob* job, int result) override;
+    // Messages convert at once into outputs of their own, not into one.
+    bool RunsInParallel() const override { return !m_properties.CombineFiles && !m_combined; }
     void StartRun() override;
     void FinishRun() override;
-
-    // After a commit: attachments saved beside the output, the file's date.
-    void PostProcess(const QString& path, const mail::IMailMessage& message);
     QString OutputFolder(const TTaskEntry& entry) const;
-    // The entry being converted, while ConvertMail runs.
-    TTaskEntry* CurrentEntry() const { return m_current; }
 
 private:
+    friend class TMailJob;
+    // The files of the attachments saved beside the output, named in entry
+    // order.
+    void NameAttachments(TMailJob& job, const mail::IMailMessage& message);
+    // Converts and commits the message, saves its attachments (a worker).
+    int Execute(TMailJob& job);
+
     TMailProperties& m_properties;
-    TAttachNameGenerator m_attachNames;
     std::shared_ptr<TAttachFileNames> m_fileNames;
     std::unique_ptr<TMailContext> m_combined;
     QString m_combinedPath;
     int m_number = 1;
     int m_lastNumber = 0;
-    TTaskEntry* m_current = nullptr;
 };
 
 } // namespace tessaly::tasks

@@ -185,6 +185,17 @@ TEST(Export, FolderFilterAndMessageFilesFromTheCommandLine)
     const TRun format = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample1.pst")),
         QStringLiteral("-dest"), files.path(), QStringLiteral("-format"), QStringLiteral("pdf")});
     EXPECT_EQ(format.exitCode, 2);
+    for (const QString& jobs : {QStringLiteral("0"), QStringLiteral("many"), QStringLiteral("257")}) {
+        const TRun bad = RunProgram(QStringLiteral("tessaly"),
+            {QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample1.pst")), QStringLiteral("-dest"), files.path(), QStringLiteral("-jobs"), jobs});
+        EXPECT_EQ(bad.exitCode, 2) << jobs.toStdString();
+        EXPECT_TRUE(bad.err.contains(QStringLiteral("-jobs"))) << bad.err.toStdString();
+    }
+    QTemporaryDir three;
+    const TRun jobs = RunProgram(QStringLiteral("tessaly"),
+        {QStringLiteral("-pst"), TestData(QStringLiteral("pst/enron.pst")), QStringLiteral("-dest"), three.path(), QStringLiteral("-jobs"), QStringLiteral("3")});
+    EXPECT_EQ(jobs.exitCode, 0) << jobs.err.toStdString();
+    EXPECT_EQ(CountFiles(three.path(), QStringLiteral(".eml")), 71);
     const TRun folder = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("No such folder\\"), QStringLiteral("-pst"),
         TestData(QStringLiteral("pst/sample1.pst")), QStringLiteral("-dest"), files.path()});
     EXPECT_EQ(folder.exitCode, 7);

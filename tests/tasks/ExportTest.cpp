@@ -292,7 +292,8 @@ TEST_F(ExportTest, InlineImagesGoIntoMultipartRelated)
             std::make_shared<TTypedAttach>(QStringLiteral("a.pdf"), QStringLiteral("application/pdf"))});
     message->text.clear();
     message->html = QStringLiteral("<p>Hi <img src=\"cid:logo@x\"></p>");
-    tasks::TMailInfo info(task, *message);
+    mail::TAttachNameGenerator names;
+    mail::TMimeMessage info(*message, names);
     EXPECT_TRUE(info.HasRelated());
     const QByteArray bytes = info.SaveToBytes();
     EXPECT_TRUE(bytes.contains("multipart/related"));
@@ -303,7 +304,7 @@ TEST_F(ExportTest, InlineImagesGoIntoMultipartRelated)
 
     // Without a reference the picture is a plain attachment.
     message->html = QStringLiteral("<p>Hi</p>");
-    tasks::TMailInfo plain(task, *message);
+    mail::TMimeMessage plain(*message, names);
     EXPECT_FALSE(plain.HasRelated());
 }
 
@@ -316,7 +317,8 @@ TEST_F(ExportTest, PartsComeFromTheirOwnAttachmentByName)
     auto message = Message(QStringLiteral("same names"), {std::make_shared<TTestAttach>(QStringLiteral("a.pdf")),
                                                              std::make_shared<TTestAttach>(QStringLiteral("a.pdf")),
                                                              std::make_shared<TTestAttach>(QStringLiteral("b.txt"))});
-    tasks::TMailInfo info(task, *message);
+    mail::TAttachNameGenerator names;
+    mail::TMimeMessage info(*message, names);
     EXPECT_EQ(info.PartNames(), (QStringList{QStringLiteral("a.pdf"), QStringLiteral("a (2).pdf"), QStringLiteral("b.txt")}));
     EXPECT_EQ(info.AttachData(QStringLiteral("b.txt")), QByteArray("b.txt"));
     EXPECT_EQ(info.AttachData(QStringLiteral("a (2).pdf")), QByteArray("a.pdf"));
@@ -451,7 +453,8 @@ TEST_F(ExportTest, HeaderDataOfTheSourceIsKept)
     TMailEMLTask task(properties);
     auto message = Message(QStringLiteral("Grüße aus Köln, 🎉 and a subject long enough to need several encoded words"));
     message->headers = QStringLiteral("Received: from x\r\nMessage-ID: <abc@example.org>\r\nReferences: <a@x>\r\n <b@x>\r\nX-Priority: 1\r\n");
-    const QByteArray bytes = tasks::TMailInfo(task, *message).SaveToBytes();
+    mail::TAttachNameGenerator names;
+    const QByteArray bytes = mail::TMimeMessage(*message, names).SaveToBytes();
     EXPECT_TRUE(bytes.contains("Message-Id: <abc@example.org>")) << bytes.toStdString();
     EXPECT_TRUE(bytes.contains("References: <a@x> <b@x>")) << bytes.toStdString();
     EXPECT_TRUE(bytes.contains("X-Priority: 1"));
