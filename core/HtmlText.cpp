@@ -41,7 +41,16 @@ QString HtmlCharacterReferences(const QString& text, char32_t from, bool markup)
         }
         if (code > 0xFFFF)
             ++i;
-        out += QStringLiteral("&#%1;").arg(uint(code));
+        // Written digit by digit: this runs for every character of a body.
+        char digits[12];
+        int n = 0;
+        do
+            digits[n++] = char('0' + code % 10);
+        while ((code /= 10) != 0);
+        out += QLatin1String("&#");
+        while (n > 0)
+            out += QLatin1Char(digits[--n]);
+        out += QLatin1Char(';');
     }
     return out;
 }
