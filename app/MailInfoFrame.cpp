@@ -1,6 +1,5 @@
 #include "app/MailInfoFrame.h"
 
-#include "core/Charset.h"
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
 #include "mail/HtmlSanitizer.h"
@@ -251,33 +250,6 @@ QString EmptyViewHtml()
     return QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;");
 }
 
-QString DeclaredCharset(const QString& html)
-{
-    static const QRegularExpression Meta(
-        QStringLiteral("<meta(?!\\s*(?:name|value)\\s*=)[^>]*?charset\\s*=[\\s\"\\']*([^\\s\"\\'/>]*)"),
-        QRegularExpression::CaseInsensitiveOption);
-    return Meta.match(html).captured(1);
-}
-
-QString HeaderHtmlCharset(const QString& headers)
-{
-    static const QRegularExpression ContentType(QStringLiteral("Content-type: text/html.*charset=\"(.*?)\""),
-        QRegularExpression::CaseInsensitiveOption);
-    return ContentType.match(headers).captured(1);
-}
-
-QString ConvertBodyCharset(const QString& charset, const QString& body)
-{
-    if (charset.isEmpty() || !core::IsKnownCharset(charset))
-        return body;
-    // A body that came through as bytes (one character per byte) is decoded
-    // in its charset; text that is already Unicode stays as it is.
-    for (const QChar c : body)
-        if (c.unicode() > 0xFF)
-            return body;
-    return core::DecodeCharset(body.toLatin1(), charset);
-}
-
 QString PreviewBodyHtml(const mail::IMailMessage& message)
 {
     mail::TMailHTMLOptions options;
@@ -287,11 +259,7 @@ QString PreviewBodyHtml(const mail::IMailMessage& message)
     options.HTMLOutput = true;
     const mail::TMessageHTMLTask task(message);
     QString html = mail::TMailMsgHTML::Render(message, options, task);
-    if (DeclaredCharset(message.Body(mail::mbtHTML)).isEmpty()) {
-        const QString charset = HeaderHtmlCharset(message.Headers());
-        if (!charset.isEmpty() && charset.compare(QLatin1String("utf-8"), Qt::CaseInsensitive) != 0)
-            html = ConvertBodyCharset(charset, html);
-    }
+    html = mail::RepairBodyCharset(message, html);
     // The view runs no script and reaches nothing outside already; the body
     // is sanitized all the same, as every page made of a message's HTML.
     return mail::THtmlSanitizer::Sanitize(QStringLiteral("<!DOCTYPE html><html>") + html + QStringLiteral("</html>"));

@@ -33,13 +33,6 @@ QString HeaderBlockHtml(const mail::IMailMessage& message);
 QString EmptyViewHtml();
 // The body as the HTML view shows it.
 QString PreviewBodyHtml(const mail::IMailMessage& message);
-// The charset a body declares in a meta tag, and the one the message
-// headers give its HTML part; empty when none.
-QString DeclaredCharset(const QString& html);
-QString HeaderHtmlCharset(const QString& headers);
-// The body taken from its charset to the display encoding; an unknown
-// charset leaves it unchanged.
-QString ConvertBodyCharset(const QString& charset, const QString& body);
 
 // A name in a folder that is not taken yet: the name itself, else
 // "base(N).ext" with N counting from 1.

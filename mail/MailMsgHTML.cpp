@@ -1,6 +1,7 @@
 #include "mail/MailMsgHTML.h"
 
 #include "core/AppConfig.h"
+#include "core/Charset.h"
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
 #include "mail/HtmlTokenizer.h"
@@ -540,6 +541,43 @@ QString TMailMsgHTML::Render(const IMailMessage& message, const TMailHTMLOptions
     html.EmbedImages();
     html.CreateBody();
     return html.Finish();
+}
+
+QString DeclaredCharset(const QString& html)
+{
+    static const QRegularExpression Meta(
+        QStringLiteral("<meta(?!\\s*(?:name|value)\\s*=)[^>]*?charset\\s*=[\\s\"\\']*([^\\s\"\\'/>]*)"),
+        QRegularExpression::CaseInsensitiveOption);
+    return Meta.match(html).captured(1);
+}
+
+QString HeaderHtmlCharset(const QString& headers)
+{
+    static const QRegularExpression ContentType(QStringLiteral("Content-type: text/html.*charset=\"(.*?)\""),
+        QRegularExpression::CaseInsensitiveOption);
+    return ContentType.match(headers).captured(1);
+}
+
+QString ConvertBodyCharset(const QString& charset, const QString& body)
+{
+    if (charset.isEmpty() || !core::IsKnownCharset(charset))
+        return body;
+    // A body that came through as bytes (one character per byte) is decoded
+    // in its charset; text that is already Unicode stays as it is.
+    for (const QChar c : body)
+        if (c.unicode() > 0xFF)
+            return body;
+    return core::DecodeCharset(body.toLatin1(), charset);
+}
+
+QString RepairBodyCharset(const IMailMessage& message, const QString& html)
+{
+    if (!DeclaredCharset(message.Body(mbtHTML)).isEmpty())
+        return html;
+    const QString charset = HeaderHtmlCharset(message.Headers());
+    if (charset.isEmpty() || charset.compare(QLatin1String("utf-8"), Qt::CaseInsensitive) == 0)
+        return html;
+    return ConvertBodyCharset(charset, html);
 }
 
 } // namespace tessaly::mail

@@ -131,4 +131,16 @@ private:
     bool m_empty = true;
 };
 
+// The charset a body declares in a meta tag, and the one the message
+// headers give its HTML part; empty when none.
+QString DeclaredCharset(const QString& html);
+QString HeaderHtmlCharset(const QString& headers);
+// The body taken from its charset to the display encoding; an unknown
+// charset leaves it unchanged.
+QString ConvertBodyCharset(const QString& charset, const QString& body);
+// The HTML rendered from a message's body, decoded in the charset its
+// headers give the HTML part when the body declares none and came through
+// as bytes.
+QString RepairBodyCharset(const IMailMessage& message, const QString& html);
+
 } // namespace tessaly::mail

@@ -121,19 +121,6 @@ TEST(PreviewPane, HeaderBlock)
     EXPECT_EQ(EmptyViewHtml(), QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;"));
 }
 
-TEST(PreviewPane, BodyCharset)
-{
-    EXPECT_EQ(DeclaredCharset(QStringLiteral("<meta http-equiv=Content-Type content=\"text/html; charset=windows-1251\">")),
-        QStringLiteral("windows-1251"));
-    EXPECT_EQ(DeclaredCharset(QStringLiteral("<meta name=charset content=x><p>")), QString());
-    EXPECT_EQ(HeaderHtmlCharset(QStringLiteral("Content-type: text/html; charset=\"koi8-r\"\r\n")), QStringLiteral("koi8-r"));
-    // Bytes that came through one per character are decoded; Unicode text
-    // and unknown charsets stay as they are.
-    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("koi8-r"), QString::fromLatin1("\xF0\xD2\xC9")), QStringLiteral("При"));
-    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("koi8-r"), QStringLiteral("При")), QStringLiteral("При"));
-    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("x-nonsense"), QString::fromLatin1("\xF0")), QString::fromLatin1("\xF0"));
-}
-
 TEST(PreviewPane, OpenTwiceGivesTwoFilesAndSaveProposesMsg)
 {
     QTemporaryDir dir;

@@ -230,3 +230,26 @@ TEST_F(HtmlTest, DataUrls)
     EXPECT_TRUE(back.loadFromData(QByteArray::fromBase64(url.mid(22).toLatin1())));
     EXPECT_EQ(back.size(), QSize(4, 2));
 }
+
+TEST(MailMsgHTML, BodyCharsetRepair)
+{
+    EXPECT_EQ(DeclaredCharset(QStringLiteral("<meta http-equiv=Content-Type content=\"text/html; charset=windows-1251\">")),
+        QStringLiteral("windows-1251"));
+    EXPECT_EQ(DeclaredCharset(QStringLiteral("<meta name=charset content=x><p>")), QString());
+    EXPECT_EQ(HeaderHtmlCharset(QStringLiteral("Content-type: text/html; charset=\"koi8-r\"\r\n")), QStringLiteral("koi8-r"));
+    // Bytes that came through one per character are decoded; Unicode text
+    // and unknown charsets stay as they are.
+    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("koi8-r"), QString::fromLatin1("\xF0\xD2\xC9")), QStringLiteral("При"));
+    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("koi8-r"), QStringLiteral("При")), QStringLiteral("При"));
+    EXPECT_EQ(ConvertBodyCharset(QStringLiteral("x-nonsense"), QString::fromLatin1("\xF0")), QString::fromLatin1("\xF0"));
+
+    // A message whose headers give its HTML part a charset the body does not
+    // declare: the rendered body is decoded in it, but not when the body
+    // declares one of its own.
+    TTestMessage message;
+    message.headers = QStringLiteral("Content-type: text/html; charset=\"koi8-r\"\r\n");
+    message.html = QStringLiteral("<p>x</p>");
+    EXPECT_EQ(RepairBodyCharset(message, QString::fromLatin1("<p>\xF0\xD2\xC9</p>")), QStringLiteral("<p>При</p>"));
+    message.html = QStringLiteral("<meta charset=windows-1251><p>x</p>");
+    EXPECT_EQ(RepairBodyCharset(message, QString::fromLatin1("<p>\xF0</p>")), QString::fromLatin1("<p>\xF0</p>"));
+}
