@@ -266,6 +266,7 @@ QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 struct TAttachOutput {
     std::shared_ptr<mail::IMailAttach> Attach;
     QString Target;
+    bool Written = false;
 };
 
 // The conversion of one message into its output, and the saving of its
@@ -391,7 +392,6 @@ int TMailTask::Execute(TMailJob& job)
     job.Own.reset(); // the converted message is not kept
 
     // The attachments beside it.
-    TMailAttachFiles* files = TMailContextManager::Instance().AttachFiles(this);
     for (TAttachOutput& output : job.Attachments) {
         QByteArray data;
         if (const auto inner = output.Attach->AsMailMessage()) {
@@ -409,8 +409,7 @@ int TMailTask::Execute(TMailJob& job)
             job.Errors << QStringLiteral("Can not convert \"%1\"").arg(output.Attach->FileName());
             continue;
         }
-        if (files)
-            files->Add(output.Target);
+        output.Written = true;
     }
     if (m_properties.CopyDateStamps) {
         mail::TDateTime date = message.Date(mail::mdClientSubmit);
@@ -438,6 +437,10 @@ int TMailTask::FinishEntry(TTaskEntry& entry, TTaskJob* job, int result)
             list->Remove(mailJob->Path);
     for (const QString& error : mailJob->Errors)
         AddLog(0, error);
+    if (TMailAttachFiles* files = TMailContextManager::Instance().AttachFiles(this))
+        for (const TAttachOutput& output : mailJob->Attachments)
+            if (output.Written)
+                files->Add(output.Target);
     if (result == trOK) {
         if (LogsDetail()) // not built for a log that leaves it out
             AddLog(1, DetailLogEntry(*entry.Mail, m_number, mailJob->Path, false, m_properties.Fields.Has(mitDateUTC)));
