@@ -72,14 +72,15 @@ QStringList FolderNames(pst::TPSTFolder* folder)
 
 namespace {
 
-void AddStoreEntry(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file, const pst::TPSTFolder* folder,
+// The folder's class is read once and shared by its entries.
+void AddStoreEntry(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file, const QString& folderClass,
     const std::shared_ptr<pst::TPSTMailDataStore>& store, const QStringList& folders, int row)
 {
     TTaskEntry entry;
     entry.Source = file->FileName();
     entry.InStore = true;
     entry.Folders = folders;
-    entry.FolderClass = folder->ContainerClass();
+    entry.FolderClass = folderClass;
     entry.Load = [file, store, row] { return store->Message(row); };
     task.AddEntry(std::move(entry));
 }
@@ -91,7 +92,7 @@ void AddItemEntry(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file,
 {
     auto store = std::make_shared<pst::TPSTMailDataStore>();
     store->LoadFolder(folder);
-    AddStoreEntry(task, file, folder, store, folders, row);
+    AddStoreEntry(task, file, folder->ContainerClass(), store, folders, row);
 }
 
 void AddFolderEntries(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& file, pst::TPSTFolder* folder,
@@ -110,8 +111,9 @@ void AddFolderEntries(TCustomTask& task, const std::shared_ptr<pst::TPSTFile>& f
         paths.pop_back();
         auto store = std::make_shared<pst::TPSTMailDataStore>();
         store->LoadFolder(current);
+        const QString folderClass = current->ContainerClass();
         for (int row = 0; row < store->RowCount(); ++row)
-            AddStoreEntry(task, file, current, store, path, row);
+            AddStoreEntry(task, file, folderClass, store, path, row);
         if (!recursive)
             break;
         for (int i = current->FolderCount() - 1; i >= 0; --i) {
