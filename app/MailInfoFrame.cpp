@@ -429,7 +429,9 @@ void TMailInfoFrame::Navigate(std::shared_ptr<mail::IMailMessage> message)
     m_message = std::move(message);
     m_activeAttach = -1;
     m_headerHtml = HeaderBlockHtml(*m_message);
-    m_header->setHtml(m_headerHtml);
+    // The rich-text view ignores "</br>", which browsers read as a break:
+    // it is given the break it reads.
+    m_header->setHtml(QString(m_headerHtml).replace(QLatin1String("</br>"), QLatin1String("<br>")));
     m_htmlStack->setCurrentWidget(m_htmlStack->widget(1));
     FitHeader();
     m_handler->SetMessage(m_message, PreviewBodyHtml(*m_message));

@@ -88,6 +88,24 @@ void WaitFor(const std::function<bool()>& done, int ms)
 
 } // namespace
 
+TEST(PreviewPane, EveryRecipientOnALineOfItsOwn)
+{
+    auto message = Message();
+    message->recipients[mail::mrtTo] = Recipients({{QStringLiteral("hans_kast"), QString()}, {QStringLiteral("michelle.lokay"), QString()}});
+    message->recipients[mail::mrtCC] = Recipients({{QStringLiteral("kim.ward"), QString()}});
+    // The block keeps its own markup; the view shows the breaks.
+    EXPECT_TRUE(HeaderBlockHtml(*message).contains(QStringLiteral("hans_kast</br>michelle.lokay</br>kim.ward</br>")));
+    TMailInfoFrame frame;
+    frame.resize(600, 500);
+    frame.Navigate(message);
+    const QStringList lines = frame.HeaderView()->toPlainText().split(QLatin1Char('\n'));
+    for (const QString& name : {QStringLiteral("hans_kast"), QStringLiteral("michelle.lokay"), QStringLiteral("kim.ward")}) {
+        const auto line = std::find_if(lines.begin(), lines.end(), [&](const QString& l) { return l.contains(name); });
+        ASSERT_NE(line, lines.end()) << name.toStdString();
+        EXPECT_EQ(line->trimmed(), name) << line->toStdString();
+    }
+}
+
 TEST(PreviewPane, HeaderBlock)
 {
     const auto message = Message({std::make_shared<TSizedAttach>(QStringLiteral("a.pdf"), 2048),
