@@ -312,7 +312,14 @@ QString TCleverMailMessage::SenderIP() const
 
 QString TCleverMailMessage::Subject() const
 {
-    return m_message ? FromUtf8OrLatin1(g_mime_message_get_subject(m_message.get())) : QString();
+    if (!m_message)
+        return {};
+    // The first Subject field, as mail programs show it; GMime keeps the
+    // last of several.
+    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(m_message.get()));
+    if (GMimeHeader* first = headers ? g_mime_header_list_get_header(headers, "Subject") : nullptr)
+        return FromUtf8OrLatin1(g_mime_header_get_value(first));
+    return FromUtf8OrLatin1(g_mime_message_get_subject(m_message.get()));
 }
 
 std::shared_ptr<IMailRecipientList> TCleverMailMessage::Recipients(TMailRecipientType kind) const

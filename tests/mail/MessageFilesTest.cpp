@@ -140,6 +140,17 @@ TEST(MessageFiles, AttachedInternetMessage)
     EXPECT_EQ(AttachNames(*inner), QStringList{QStringLiteral("broken.pdf:1026")});
 }
 
+TEST(MessageFiles, FirstOfTwoSubjectsIsTheSubject)
+{
+    auto parsed = ParseMimeMessage("Subject: the first\r\nFrom: a@x.org\r\nSubject: =?UTF-8?Q?the_second_=C3=A9?=\r\n\r\nbody\r\n");
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("the first"));
+    // One encoded Subject: decoded.
+    parsed = ParseMimeMessage("Subject: =?UTF-8?Q?caf=C3=A9?=\r\n\r\nbody\r\n");
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("café"));
+}
+
 TEST(MessageFiles, SenderIPFromHeaders)
 {
     const struct {
