@@ -3,10 +3,17 @@
 #include "core/DateTime.h"
 #include "mail/CleverMail.h"
 
-#include <QBuffer>
+#include <QFileDevice>
 #include <QHash>
 #include <QRegularExpression>
 #include <QSet>
+
+#ifdef Q_OS_WIN
+#include <io.h>
+#define dup _dup
+#else
+#include <unistd.h>
+#endif
 
 namespace tessaly::mail {
 
@@ -253,12 +260,22 @@ QByteArray TMimeMessage::AttachData(const QString& partName) const
     return found == m_attaches.end() ? QByteArray() : found->second->Data();
 }
 
+namespace {
+
+GMimeFormatOptions* CrLfOptions()
+{
+    GMimeFormatOptions* options = g_mime_format_options_new();
+    g_mime_format_options_set_newline_format(options, GMIME_NEWLINE_FORMAT_DOS);
+    return options;
+}
+
+} // namespace
+
 QByteArray TMimeMessage::SaveToBytes() const
 {
     if (!m_mime)
         return {};
-    GMimeFormatOptions* options = g_mime_format_options_new();
-    g_mime_format_options_set_newline_format(options, GMIME_NEWLINE_FORMAT_DOS);
+    GMimeFormatOptions* options = CrLfOptions();
     TGPtr<GMimeStream> stream(g_mime_stream_mem_new());
     g_mime_object_write_to_stream(GMIME_OBJECT(m_mime.get()), options, stream.get());
     g_mime_format_options_free(options);
@@ -267,12 +284,24 @@ QByteArray TMimeMessage::SaveToBytes() const
     return StreamBytes(stream.get());
 }
 
-void TMimeMessage::SaveToStream(QIODevice& stream) const
+bool TMimeMessage::SaveToStream(QIODevice& stream) const
 {
-    const QByteArray bytes = SaveToBytes();
-    if (auto* buffer = qobject_cast<QBuffer*>(&stream))
-        buffer->buffer().reserve(bytes.count('\n') * 80);
-    stream.write(bytes);
+    if (!m_mime)
+        return false;
+    auto* file = qobject_cast<QFileDevice*>(&stream);
+    const int fd = file && file->handle() >= 0 && file->flush() ? dup(file->handle()) : -1;
+    if (fd < 0) {
+        const QByteArray bytes = SaveToBytes();
+        return stream.write(bytes) == bytes.size();
+    }
+    // A file is written straight through a buffer of GMime's: the message is
+    // never whole in memory, however large its attachments.
+    TGPtr<GMimeStream> fileStream(g_mime_stream_fs_new(fd)); // closes the duplicate
+    TGPtr<GMimeStream> buffered(g_mime_stream_buffer_new(fileStream.get(), GMIME_STREAM_BUFFER_BLOCK_WRITE));
+    GMimeFormatOptions* options = CrLfOptions();
+    const gint64 written = g_mime_object_write_to_stream(GMIME_OBJECT(m_mime.get()), options, buffered.get());
+    g_mime_format_options_free(options);
+    return written >= 0 && g_mime_stream_flush(buffered.get()) == 0;
 }
 
 QString TAttachNameGenerator::GenerateAttachName(const IMailAttach& attach)

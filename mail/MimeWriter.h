@@ -54,8 +54,8 @@ public:
     TMimeMessage(const TMimeMessage&) = delete;
     TMimeMessage& operator=(const TMimeMessage&) = delete;
 
-    // Lines with CR LF ends.
-    void SaveToStream(QIODevice& stream) const;
+    // Lines with CR LF ends; false when not every byte was written.
+    bool SaveToStream(QIODevice& stream) const;
     QByteArray SaveToBytes() const;
     // The data of an attachment by its part name; empty for an unknown name.
     QByteArray AttachData(const QString& partName) const;

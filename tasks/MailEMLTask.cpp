@@ -31,8 +31,10 @@ int TMailEMLTask::Commit(TMailContext& context, QString& path)
     QString error = file.ErrorString();
     int result = trError;
     if (file.IsOpen()) {
-        items.front()->SaveToStream(file.Device());
-        result = CommitOutput(file, path, error, context.Replace);
+        if (items.front()->SaveToStream(file.Device()))
+            result = CommitOutput(file, path, error, context.Replace);
+        else
+            error = QStringLiteral("Can not write %1: %2").arg(path, qt_error_string());
     }
     if (result == trError && context.Entry)
         context.Entry->Error = error;

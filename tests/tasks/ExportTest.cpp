@@ -308,6 +308,30 @@ TEST_F(ExportTest, InlineImagesGoIntoMultipartRelated)
     EXPECT_FALSE(plain.HasRelated());
 }
 
+TEST_F(ExportTest, WrittenStraightIntoAFileAsIntoMemory)
+{
+    auto message = Message(QStringLiteral("streamed"),
+        {std::make_shared<TTypedAttach>(QStringLiteral("logo.png"), QStringLiteral("image/png"), QStringLiteral("<logo@x>")),
+            std::make_shared<TTestAttach>(QStringLiteral("a.pdf"))});
+    message->html = QStringLiteral("<p>Hi <img src=\"cid:logo@x\"></p>");
+    mail::TAttachNameGenerator names;
+    const mail::TMimeMessage info(*message, names);
+    const QByteArray bytes = info.SaveToBytes();
+    ASSERT_FALSE(bytes.isEmpty());
+    QFile file(QDir(m_out.path()).filePath(QStringLiteral("m.eml")));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("X"); // what the file held before stays in front
+    EXPECT_TRUE(info.SaveToStream(file));
+    file.close();
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), "X" + bytes);
+    // A device that takes nothing is a failure, not a short file.
+    QFile full(QStringLiteral("/dev/full"));
+    if (full.open(QIODevice::WriteOnly)) {
+        EXPECT_FALSE(info.SaveToStream(full));
+    }
+}
+
 TEST_F(ExportTest, PartsComeFromTheirOwnAttachmentByName)
 {
     TMailProperties properties;
