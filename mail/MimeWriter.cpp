@@ -295,8 +295,10 @@ bool TMimeMessage::SaveToStream(QIODevice& stream) const
         return stream.write(bytes) == bytes.size();
     }
     // A file is written straight through a buffer of GMime's: the message is
-    // never whole in memory, however large its attachments.
-    TGPtr<GMimeStream> fileStream(g_mime_stream_fs_new(fd)); // closes the duplicate
+    // never whole in memory, however large its attachments. A pipe stream
+    // writes where the file stands and, unlike GMime's file stream, neither
+    // seeks before every write nor syncs the file when flushed.
+    TGPtr<GMimeStream> fileStream(g_mime_stream_pipe_new(fd)); // closes the duplicate
     TGPtr<GMimeStream> buffered(g_mime_stream_buffer_new(fileStream.get(), GMIME_STREAM_BUFFER_BLOCK_WRITE));
     GMimeFormatOptions* options = CrLfOptions();
     const gint64 written = g_mime_object_write_to_stream(GMIME_OBJECT(m_mime.get()), options, buffered.get());

@@ -29,6 +29,15 @@ bool RenameReplace(const QString& from, const QString& to);
 int CreateLocked(const QString& path, bool privateToUser = false);
 void CloseLocked(int handle);
 
+// A new file without a name in `folder`, open for writing, that vanishes
+// when closed unless LinkUnnamed gave it one: a crash leaves nothing
+// behind, and no temporary name is made and dropped again. -1 where the
+// system or the file system cannot make one.
+int CreateUnnamed(const QString& folder, bool privateToUser = false);
+// Gives an unnamed file the name `to` only when no file has it.
+TLinkResult LinkUnnamed(int handle, const QString& to);
+void CloseUnnamed(int handle);
+
 // Removes `path` when it is a file no living process holds locked (what a
 // crashed writer left); true when it was removed.
 bool RemoveIfUnlocked(const QString& path);

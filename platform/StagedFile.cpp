@@ -13,12 +13,25 @@ const QLatin1String Suffix(".part");
 
 } // namespace
 
-TStagedFile::TStagedFile(const QString& target, bool privateToUser)
+namespace {
+
+QString TemporaryName(const QDir& folder)
+{
+    const quint32 random = QRandomGenerator::global()->generate();
+    return folder.filePath(Prefix + QStringLiteral("%1").arg(random, 8, 16, QLatin1Char('0')) + Suffix);
+}
+
+} // namespace
+
+TStagedFile::TStagedFile(const QString& target, bool privateToUser, bool named)
 {
     const QDir folder = QFileInfo(target).dir();
+    if (!named) {
+        m_handle = CreateUnnamed(folder.path(), privateToUser);
+        m_unnamed = m_handle >= 0;
+    }
     for (int attempt = 0; attempt < 100 && m_handle < 0; ++attempt) {
-        const quint32 random = QRandomGenerator::global()->generate();
-        m_temporary = folder.filePath(Prefix + QStringLiteral("%1").arg(random, 8, 16, QLatin1Char('0')) + Suffix);
+        m_temporary = TemporaryName(folder);
         m_handle = CreateLocked(m_temporary, privateToUser);
     }
     if (m_handle < 0) {
@@ -42,20 +55,36 @@ void TStagedFile::Discard()
     m_file.close();
     if (!m_temporary.isEmpty())
         QFile::remove(m_temporary);
+    if (m_unnamed)
+        CloseUnnamed(m_handle); // gone with its last handle and name
+    else
+        CloseLocked(m_handle);
     m_temporary.clear();
-    CloseLocked(m_handle);
     m_handle = -1;
+    m_unnamed = false;
 }
 
 TLinkResult TStagedFile::Commit(QString& target, const std::function<QString(const QString&)>& nextName, bool replace)
 {
-    if (m_temporary.isEmpty())
+    if (m_handle < 0)
         return lrFailed;
     if (!m_file.flush()) {
         m_error = m_file.errorString();
         return lrFailed;
     }
     m_file.close();
+    if (m_unnamed && replace) {
+        // Named first, then renamed over the file it replaces.
+        for (int attempt = 0; attempt < 100 && m_temporary.isEmpty(); ++attempt) {
+            const QString name = TemporaryName(QFileInfo(target).dir());
+            if (LinkUnnamed(m_handle, name) == lrLinked)
+                m_temporary = name;
+        }
+        if (m_temporary.isEmpty()) {
+            m_error = QStringLiteral("Can not name the file %1").arg(QDir::toNativeSeparators(target));
+            return lrFailed;
+        }
+    }
     if (replace) {
         if (!RenameReplace(m_temporary, target)) {
             m_error = QStringLiteral("Can not replace %1").arg(QDir::toNativeSeparators(target));
@@ -63,7 +92,7 @@ TLinkResult TStagedFile::Commit(QString& target, const std::function<QString(con
         }
     } else {
         for (;;) {
-            const TLinkResult result = RenameNoReplace(m_temporary, target);
+            const TLinkResult result = m_unnamed ? LinkUnnamed(m_handle, target) : RenameNoReplace(m_temporary, target);
             if (result == lrLinked)
                 break;
             const QString next = result == lrTaken && nextName ? nextName(target) : QString();
@@ -76,8 +105,12 @@ TLinkResult TStagedFile::Commit(QString& target, const std::function<QString(con
         }
     }
     m_temporary.clear(); // it has its name now
-    CloseLocked(m_handle);
+    if (m_unnamed)
+        CloseUnnamed(m_handle);
+    else
+        CloseLocked(m_handle);
     m_handle = -1;
+    m_unnamed = false;
     return lrLinked;
 }
 

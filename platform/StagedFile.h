@@ -1,9 +1,10 @@
 #pragma once
 
-// An output file written under a temporary name in its destination folder
-// and linked in under its final name when complete, never replacing a file
-// that is there: a crash leaves whole files and temporaries, which the next
-// run removes, and two runs writing into one folder lose nothing.
+// An output file written in its destination folder and linked in under its
+// final name when complete, never replacing a file that is there: two runs
+// writing into one folder lose nothing, and a crash leaves whole files. The
+// file is written without a name where the system can (nothing is left by a
+// crash), else under a temporary name, which the next run removes.
 
 #include "platform/FileSystem.h"
 
@@ -15,15 +16,18 @@ namespace tessaly::platform {
 
 class TStagedFile {
 public:
-    explicit TStagedFile(const QString& target, bool privateToUser = false);
+    // With `named` the file is written under a temporary name in any case
+    // (for writers that open it by its path).
+    explicit TStagedFile(const QString& target, bool privateToUser = false, bool named = false);
     ~TStagedFile(); // a temporary not committed is removed
     TStagedFile(const TStagedFile&) = delete;
     TStagedFile& operator=(const TStagedFile&) = delete;
 
     bool IsOpen() const { return m_file.isOpen(); }
     QString ErrorString() const { return m_error; }
-    // The temporary, open for writing.
+    // The file, open for writing.
     QFile& Device() { return m_file; }
+    // Its temporary name; empty while it has none.
     const QString& TemporaryPath() const { return m_temporary; }
 
     // Links the temporary in under `target`. When the name is taken, the
@@ -44,6 +48,7 @@ private:
     QString m_error;
     QFile m_file;
     int m_handle = -1;
+    bool m_unnamed = false;
 };
 
 } // namespace tessaly::platform

@@ -195,7 +195,7 @@ std::shared_ptr<TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int
 TMailPSTTask::TMailPSTTask(TMailProperties& properties) : TMailTask(properties) {}
 
 TMailPSTTask::TContext::TContext(const QString& destination)
-    : File(std::make_unique<platform::TStagedFile>(destination))
+    : File(std::make_unique<platform::TStagedFile>(destination, false, true))
 {
     if (File->IsOpen())
         Writer = std::make_unique<TPSTWriter>(File->TemporaryPath(), QStringLiteral("Personal Folders"));

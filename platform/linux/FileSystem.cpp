@@ -59,6 +59,30 @@ bool RenameReplace(const QString& from, const QString& to)
     return rename(Native(from).constData(), Native(to).constData()) == 0;
 }
 
+int CreateUnnamed(const QString& folder, bool privateToUser)
+{
+    // Naming it later goes through /proc; without /proc it is not made.
+    static const bool procFds = access("/proc/self/fd", X_OK) == 0;
+    if (!procFds)
+        return -1;
+    return open(Native(folder).constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, privateToUser ? 0600 : 0666);
+}
+
+TLinkResult LinkUnnamed(int handle, const QString& to)
+{
+    char self[64];
+    std::snprintf(self, sizeof self, "/proc/self/fd/%d", handle);
+    if (linkat(AT_FDCWD, self, AT_FDCWD, Native(to).constData(), AT_SYMLINK_FOLLOW) == 0)
+        return lrLinked;
+    return errno == EEXIST ? lrTaken : lrFailed;
+}
+
+void CloseUnnamed(int handle)
+{
+    if (handle >= 0)
+        close(handle);
+}
+
 int CreateLocked(const QString& path, bool privateToUser)
 {
     const QByteArray name = Native(path);

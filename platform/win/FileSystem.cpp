@@ -29,6 +29,18 @@ bool RenameReplace(const QString& from, const QString& to)
     return MoveFileExW(Native(from).c_str(), Native(to).c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
 }
 
+int CreateUnnamed(const QString&, bool)
+{
+    return -1; // every file has a name here: the caller writes under a temporary one
+}
+
+TLinkResult LinkUnnamed(int, const QString&)
+{
+    return lrFailed;
+}
+
+void CloseUnnamed(int) {}
+
 int CreateLocked(const QString& path, bool)
 {
     // Opened without sharing deletion: a cleaner cannot remove it while the

@@ -47,8 +47,11 @@ QString Numbered(const QString& taken)
 
 } // namespace
 
+// Written without a name (where the system can) and under a temporary name.
 TEST(StagedFile, LinksInWithoutReplacingAndLeavesNoTemporary)
 {
+    for (const bool named : {false, true}) {
+    SCOPED_TRACE(named ? "named" : "unnamed");
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString target = dir.filePath(QStringLiteral("a.eml"));
@@ -56,11 +59,13 @@ TEST(StagedFile, LinksInWithoutReplacingAndLeavesNoTemporary)
     // A free name is taken as it is; nothing shows under it before the commit.
     QString name = target;
     {
-        TStagedFile file(target);
+        TStagedFile file(target, false, named);
         ASSERT_TRUE(file.IsOpen()) << file.ErrorString().toStdString();
         file.Device().write("first");
         EXPECT_FALSE(QFile::exists(target));
-        EXPECT_EQ(Temporaries(dir.path()).size(), 1);
+        // An unnamed file shows nothing in the folder at all.
+        EXPECT_EQ(Temporaries(dir.path()).size(), named ? 1 : 0);
+        EXPECT_EQ(file.TemporaryPath().isEmpty(), !named);
         EXPECT_EQ(file.Commit(name, Numbered), lrLinked);
     }
     EXPECT_EQ(name, target);
@@ -70,7 +75,7 @@ TEST(StagedFile, LinksInWithoutReplacingAndLeavesNoTemporary)
     Write(dir.filePath(QStringLiteral("a-1.eml")), "other");
     name = target;
     {
-        TStagedFile file(target);
+        TStagedFile file(target, false, named);
         file.Device().write("second");
         EXPECT_EQ(file.Commit(name, Numbered), lrLinked);
     }
@@ -82,7 +87,7 @@ TEST(StagedFile, LinksInWithoutReplacingAndLeavesNoTemporary)
     // No next name: nothing is written, the file there stays.
     name = target;
     {
-        TStagedFile file(target);
+        TStagedFile file(target, false, named);
         file.Device().write("third");
         EXPECT_EQ(file.Commit(name, [](const QString&) { return QString(); }), lrTaken);
     }
@@ -91,7 +96,7 @@ TEST(StagedFile, LinksInWithoutReplacingAndLeavesNoTemporary)
     // Replacing is asked for by name.
     name = target;
     {
-        TStagedFile file(target);
+        TStagedFile file(target, false, named);
         file.Device().write("fourth");
         EXPECT_EQ(file.Commit(name, Numbered, true), lrLinked);
     }
@@ -99,16 +104,18 @@ TEST(StagedFile, LinksInWithoutReplacingAndLeavesNoTemporary)
 
     // A file dropped before its commit goes with its temporary.
     {
-        TStagedFile file(dir.filePath(QStringLiteral("never.eml")));
+        TStagedFile file(dir.filePath(QStringLiteral("never.eml")), false, named);
         file.Device().write("x");
     }
     EXPECT_FALSE(QFile::exists(dir.filePath(QStringLiteral("never.eml"))));
     EXPECT_TRUE(Temporaries(dir.path()).isEmpty());
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).size(), 3); // a.eml, a-1.eml, a-2.eml
 
     // A folder that is not there: an error that names it.
-    TStagedFile missing(dir.filePath(QStringLiteral("no/such/folder/x.eml")));
+    TStagedFile missing(dir.filePath(QStringLiteral("no/such/folder/x.eml")), false, named);
     EXPECT_FALSE(missing.IsOpen());
     EXPECT_TRUE(missing.ErrorString().contains(QStringLiteral("no/such/folder")));
+    }
 }
 
 TEST(StagedFile, StaleTemporariesGoButALivingWritersStay)
@@ -121,7 +128,7 @@ TEST(StagedFile, StaleTemporariesGoButALivingWritersStay)
     // Look-alikes that are not ours stay.
     const QString other = dir.filePath(QStringLiteral(".tessaly-notes.part"));
     Write(other, "keep");
-    TStagedFile living(dir.filePath(QStringLiteral("b.eml")));
+    TStagedFile living(dir.filePath(QStringLiteral("b.eml")), false, true);
     ASSERT_TRUE(living.IsOpen());
     living.Device().write("in progress");
 
@@ -147,9 +154,11 @@ TEST(StagedFile, PrivateFolderAndFiles)
     ASSERT_EQ(stat(QFile::encodeName(folder).constData(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0700u);
 
-    TStagedFile file(QDir(folder).filePath(QStringLiteral("dump.eml")), true);
-    ASSERT_TRUE(file.IsOpen());
-    ASSERT_EQ(stat(QFile::encodeName(file.TemporaryPath()).constData(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0077, 0u);
+    for (const bool named : {false, true}) {
+        TStagedFile file(QDir(folder).filePath(QStringLiteral("dump.eml")), true, named);
+        ASSERT_TRUE(file.IsOpen());
+        ASSERT_EQ(fstat(file.Device().handle(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0077, 0u);
+    }
     QDir(folder).removeRecursively();
 }
