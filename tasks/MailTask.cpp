@@ -391,7 +391,9 @@ int TMailTask::Execute(TMailJob& job)
     job.Entry.Output = job.Path;
     job.Own.reset(); // the converted message is not kept
 
-    // The attachments beside it.
+    // The attachments beside it. One that could not be saved makes the
+    // message count as failed (its own file stays).
+    bool attachmentsSaved = true;
     for (TAttachOutput& output : job.Attachments) {
         QByteArray data;
         if (const auto inner = output.Attach->AsMailMessage()) {
@@ -407,6 +409,10 @@ int TMailTask::Execute(TMailJob& job)
         if (!file.IsOpen() || file.Device().write(data) != data.size()
             || file.Commit(output.Target, next) != platform::lrLinked) {
             job.Errors << QStringLiteral("Can not convert \"%1\"").arg(output.Attach->FileName());
+            if (attachmentsSaved)
+                job.Entry.Error = QStringLiteral("Can not save the attachment %1: %2")
+                                      .arg(QDir::toNativeSeparators(output.Target), file.ErrorString());
+            attachmentsSaved = false;
             continue;
         }
         output.Written = true;
@@ -422,7 +428,7 @@ int TMailTask::Execute(TMailJob& job)
                 file.setFileTime(stamp, QFileDevice::FileModificationTime);
         }
     }
-    return trOK;
+    return attachmentsSaved ? trOK : trError;
 }
 
 int TMailTask::FinishEntry(TTaskEntry& entry, TTaskJob* job, int result)

@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QThread>
+#include <atomic>
 
 using namespace tessaly;
 using namespace tessaly::tasks;
@@ -306,6 +307,51 @@ TEST_F(ExportTest, InlineImagesGoIntoMultipartRelated)
     message->html = QStringLiteral("<p>Hi</p>");
     mail::TMimeMessage plain(*message, names);
     EXPECT_FALSE(plain.HasRelated());
+}
+
+namespace {
+
+// An attachment whose folder is gone by the time it is saved: its content
+// is read once for the message, then again to be saved beside it.
+class TFolderRemovingAttach : public TTestAttach {
+public:
+    TFolderRemovingAttach(QString name, QString folder) : TTestAttach(std::move(name)), m_folder(std::move(folder)) {}
+    std::unique_ptr<QIODevice> Content() const override
+    {
+        if (++m_reads == 2)
+            QDir(m_folder).removeRecursively();
+        return TTestAttach::Content();
+    }
+
+private:
+    QString m_folder;
+    mutable std::atomic<int> m_reads {0};
+};
+
+} // namespace
+
+TEST_F(ExportTest, AnAttachmentThatCanNotBeSavedFailsItsMessage)
+{
+    TMailProperties properties;
+    Setup(properties);
+    properties.Attach.Include(aotSave);
+    properties.KeepFolderStructure = true;
+    TMailEMLTask task(properties);
+    TTaskEntry entry;
+    entry.Source = QStringLiteral("memory");
+    entry.Folders = {QStringLiteral("Inbox")};
+    entry.Mail = Message(QStringLiteral("lost"),
+        {std::make_shared<TFolderRemovingAttach>(QStringLiteral("a.pdf"), QDir(m_out.path()).filePath(QStringLiteral("Inbox")))});
+    task.AddEntry(std::move(entry));
+    AddMessage(task, Message(QStringLiteral("fine"), {std::make_shared<TTestAttach>(QStringLiteral("b.pdf"))}));
+    EXPECT_EQ(task.Run(), 1);
+    EXPECT_EQ(task.Written(), 1);
+    EXPECT_EQ(task.Failed(), 1);
+    const QString log = task.Log().join(QLatin1Char('\n'));
+    EXPECT_TRUE(log.contains(QStringLiteral("Can not convert \"a.pdf\""))) << log.toStdString();
+    EXPECT_TRUE(log.contains(QStringLiteral("Error converting message #1"))) << log.toStdString();
+    EXPECT_TRUE(task.Entries()[0].Error.contains(QStringLiteral("a.pdf"))) << task.Entries()[0].Error.toStdString();
+    EXPECT_TRUE(QFile::exists(QDir(m_out.path()).filePath(QStringLiteral("b.pdf"))));
 }
 
 TEST_F(ExportTest, WrittenStraightIntoAFileAsIntoMemory)
