@@ -93,20 +93,30 @@ struct TResult {
     QByteArray lastOut;
 };
 
-TResult RunTool(const TTool& tool, const QString& file, int runs, const QString& scratchRoot)
+// One run of a tool into a fresh folder below scratchRoot; the folder is
+// removed and the disk synced before the next run, so that every tool
+// starts from the same state of the file system.
+void RunOnce(const TTool& tool, const QString& file, const QString& scratchRoot, TResult& result)
 {
-    TResult result;
-    for (int i = 0; i < runs; ++i) {
+    {
         QTemporaryDir target(QDir(scratchRoot).filePath(QStringLiteral("bench-export-XXXXXX")));
         const TRun run = Measure(tool.program, tool.args(file, target.path()), tool.keepOut);
         result.ms.push_back(run.ms);
         result.peakKiB = std::max(result.peakKiB, run.peakKiB);
         result.failures += run.exitCode != 0;
         result.lastOut = run.out;
-        // The next run meets a disk with no dirty pages of this one.
-        sync();
     }
-    return result;
+    sync();
+}
+
+// The file read once, untimed, so that no tool pays for a cold cache.
+void Warm(const QString& file)
+{
+    QFile in(file);
+    if (!in.open(QIODevice::ReadOnly))
+        return;
+    while (!in.read(1 << 20).isEmpty()) {
+    }
 }
 
 QString Sibling(const QString& relative)
@@ -204,10 +214,16 @@ int main(int argc, char** argv)
                      }, false};
 
     for (const QString& file : files) {
-        std::vector<TResult> results;
-        for (const TTool& tool : tools)
-            results.push_back(tool.program.isEmpty() ? TResult() : RunTool(tool, file, runs, scratch));
-        const TResult inspected = RunTool(json, file, 1, scratch);
+        Warm(file);
+        // The tools take turns, run after run, so that none meets a file
+        // system busier than the others do.
+        std::vector<TResult> results(tools.size());
+        for (int run = 0; run < runs; ++run)
+            for (size_t i = 0; i < tools.size(); ++i)
+                if (!tools[i].program.isEmpty())
+                    RunOnce(tools[i], file, scratch, results[i]);
+        TResult inspected;
+        RunOnce(json, file, scratch, inspected);
 
         // "N messages: W written, ..." from our own summary.
         static const QRegularExpression Summary(QStringLiteral("^(\\d+) messages: (\\d+) written"));
