@@ -94,6 +94,21 @@ TDateTime ToDateTime(GDateTime* date)
     return core::QDateTimeToDateTime(utc.toLocalTime());
 }
 
+// The first of the header fields named name when the message has more than
+// one: mail programs show the first, GMime keeps the last. Null otherwise.
+GMimeHeader* FirstOfSeveral(GMimeMessage* message, const char* name)
+{
+    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(message));
+    GMimeHeader* first = nullptr;
+    int count = 0;
+    for (int i = 0; headers && i < g_mime_header_list_get_count(headers); ++i) {
+        GMimeHeader* header = g_mime_header_list_get_header_at(headers, i);
+        if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) == 0 && count++ == 0)
+            first = header;
+    }
+    return count > 1 ? first : nullptr;
+}
+
 } // namespace
 
 // --- recipients -----------------------------------------------------------
@@ -270,6 +285,13 @@ std::shared_ptr<IMailRecipient> TCleverMailMessage::Sender() const
 {
     if (!m_message)
         return nullptr;
+    if (GMimeHeader* first = FirstOfSeveral(m_message.get(), "From")) {
+        InternetAddressList* parsed = internet_address_list_parse(nullptr, g_mime_header_get_raw_value(first));
+        const TCleverMailRecipientList from(parsed);
+        if (parsed)
+            g_object_unref(parsed);
+        return from.Count() > 0 ? from.GetRecipient(0) : nullptr;
+    }
     const TCleverMailRecipientList from(g_mime_message_get_from(m_message.get()));
     return from.Count() > 0 ? from.GetRecipient(0) : nullptr;
 }
@@ -314,10 +336,7 @@ QString TCleverMailMessage::Subject() const
 {
     if (!m_message)
         return {};
-    // The first Subject field, as mail programs show it; GMime keeps the
-    // last of several.
-    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(m_message.get()));
-    if (GMimeHeader* first = headers ? g_mime_header_list_get_header(headers, "Subject") : nullptr)
+    if (GMimeHeader* first = FirstOfSeveral(m_message.get(), "Subject"))
         return FromUtf8OrLatin1(g_mime_header_get_value(first));
     return FromUtf8OrLatin1(g_mime_message_get_subject(m_message.get()));
 }
@@ -367,6 +386,13 @@ TDateTime TCleverMailMessage::Date(TMailDateType kind) const
 {
     if (kind != mdClientSubmit || !m_message)
         return 0;
+    if (GMimeHeader* first = FirstOfSeveral(m_message.get(), "Date")) {
+        GDateTime* date = g_mime_utils_header_decode_date(g_mime_header_get_value(first));
+        const TDateTime value = ToDateTime(date);
+        if (date)
+            g_date_time_unref(date);
+        return value;
+    }
     return ToDateTime(g_mime_message_get_date(m_message.get()));
 }
 

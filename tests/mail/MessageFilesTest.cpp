@@ -142,9 +142,19 @@ TEST(MessageFiles, AttachedInternetMessage)
 
 TEST(MessageFiles, FirstOfTwoSubjectsIsTheSubject)
 {
-    auto parsed = ParseMimeMessage("Subject: the first\r\nFrom: a@x.org\r\nSubject: =?UTF-8?Q?the_second_=C3=A9?=\r\n\r\nbody\r\n");
+    auto parsed = ParseMimeMessage("Subject: the first\r\nFrom: Ann <a@x.org>\r\nDate: Mon, 1 Jan 2024 10:00:00 +0000\r\n"
+                                   "Subject: =?UTF-8?Q?the_second_=C3=A9?=\r\nFrom: Bob <b@y.org>\r\n"
+                                   "Date: Tue, 2 Jan 2024 10:00:00 +0000\r\n\r\nbody\r\n");
     ASSERT_TRUE(parsed);
-    EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("the first"));
+    const TCleverMailMessage twice(std::move(parsed));
+    EXPECT_EQ(twice.Subject(), QStringLiteral("the first"));
+    ASSERT_TRUE(twice.Sender());
+    EXPECT_EQ(twice.Sender()->EMail(), QStringLiteral("a@x.org"));
+    EXPECT_EQ(twice.Sender()->Name(), QStringLiteral("Ann"));
+    auto once = ParseMimeMessage("Date: Mon, 1 Jan 2024 10:00:00 +0000\r\n\r\nbody\r\n");
+    ASSERT_TRUE(once);
+    EXPECT_NE(twice.Date(mdClientSubmit), 0);
+    EXPECT_EQ(twice.Date(mdClientSubmit), TCleverMailMessage(std::move(once)).Date(mdClientSubmit));
     // One encoded Subject: decoded.
     parsed = ParseMimeMessage("Subject: =?UTF-8?Q?caf=C3=A9?=\r\n\r\nbody\r\n");
     ASSERT_TRUE(parsed);
