@@ -31,6 +31,18 @@ QString StripTags(const QString& html)
     return text.trimmed();
 }
 
+// Whether an HTML body shows anything: text, or pictures (an img, a
+// background picture, an svg or a video) where there is no text.
+bool ShowsSomething(const QString& html)
+{
+    if (!StripTags(html).isEmpty())
+        return true;
+    static const QRegularExpression Picture(
+        QStringLiteral("<(?:img|svg|video|picture|object|embed)\\b|\\bbackground\\s*=|background(?:-image)?\\s*:[^;>]*url\\("),
+        QRegularExpression::CaseInsensitiveOption);
+    return Picture.match(html).hasMatch();
+}
+
 bool IsImage(const IMailAttach& attach)
 {
     if (attach.ContentType().startsWith(QLatin1String("image/")))
@@ -510,7 +522,9 @@ void TMailMsgHTML::CreateBody()
             m_empty = StripTags(body).isEmpty();
     } else {
         body = html;
-        m_empty = StripTags(body).isEmpty();
+        // What the header block wrote counts, and so do pictures.
+        if (m_empty)
+            m_empty = !ShowsSomething(body);
         if (body.toLower().contains(QLatin1String("<meta")))
             body = PrepareMeta(body);
         if (body.trimmed().endsWith(QLatin1String("</html"), Qt::CaseInsensitive))

@@ -186,6 +186,24 @@ TEST_F(HtmlTest, BodyRules)
     // Nothing but the head: the document is empty.
     auto blank = std::make_shared<TTestMessage>();
     EXPECT_EQ(Render(*blank, bodyOnly), QString());
+    blank->html = QStringLiteral("<html><body><p>&nbsp;</p></body></html>");
+    EXPECT_EQ(Render(*blank, bodyOnly), QString());
+
+    // A body of pictures alone is something to show, whichever way it shows them.
+    for (const QString& pictures : {QStringLiteral("<p>&nbsp;<img src=\"cid:photo@x\"></p>"),
+             QStringLiteral("<table background=\"cid:bg@x\"><tr><td>&nbsp;</td></tr></table>"),
+             QStringLiteral("<div style=\"background-image: url(cid:bg@x); height: 200px\"></div>")}) {
+        blank->html = pictures;
+        EXPECT_FALSE(Render(*blank, bodyOnly).isEmpty()) << pictures.toStdString();
+    }
+
+    // So is a header block above an empty body.
+    auto headed = std::make_shared<TTestMessage>();
+    headed->subject = QStringLiteral("Photo");
+    headed->sender = std::make_shared<TMailRecipient>(QStringLiteral("Ann"), QStringLiteral("ann@x.org"));
+    headed->html = QStringLiteral("&nbsp;");
+    const QString page = Render(*headed, DefaultOptions());
+    EXPECT_TRUE(page.contains(QStringLiteral("Photo"))) << page.left(500).toStdString();
 }
 
 TEST_F(HtmlTest, StyleBlock)
