@@ -8,6 +8,7 @@
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <algorithm>
+#include <cctype>
 
 namespace tessaly::mail {
 
@@ -110,6 +111,80 @@ GMimeHeader* FirstOfSeveral(GMimeMessage* message, const char* name)
 }
 
 } // namespace
+
+QString DecodeHeaderText(const QByteArray& raw)
+{
+    // Unfolded: a line break before white space is dropped.
+    static const QRegularExpression Fold(QStringLiteral("\\r?\\n(?=[ \\t])"));
+    const QString text = QString::fromLatin1(raw).remove(Fold); // one character per byte
+    static const QRegularExpression Word(QStringLiteral("=\\?([^?\\s]+)\\?([BbQq])\\?([^?\\s]*)\\?="));
+    const auto plain = [](const QString& bytes) {
+        const QByteArray data = bytes.toLatin1();
+        return core::IsValidUtf8(data) ? QString::fromUtf8(data) : QString::fromLatin1(data);
+    };
+    QString out;
+    QByteArray pending;        // bytes of adjacent words of one charset
+    QString pendingCharset;
+    const auto flush = [&] {
+        if (pending.isEmpty())
+            return;
+        out += core::IsKnownCharset(pendingCharset) ? core::DecodeCharset(pending, pendingCharset)
+                                                    : plain(QString::fromLatin1(pending));
+        pending.clear();
+    };
+    qsizetype position = 0;
+    bool afterWord = false;
+    for (auto it = Word.globalMatch(text); it.hasNext();) {
+        const auto match = it.next();
+        const QString between = text.mid(position, match.capturedStart() - position);
+        position = match.capturedEnd();
+        QString charset = match.captured(1);
+        charset.truncate(charset.indexOf(QLatin1Char('*')) >= 0 ? charset.indexOf(QLatin1Char('*')) : charset.size());
+        const QByteArray payload = match.captured(3).toLatin1();
+        QByteArray bytes;
+        bool ok = true;
+        if (match.captured(2).compare(QLatin1String("B"), Qt::CaseInsensitive) == 0) {
+            // Padding is taken as it comes, too short or missing.
+            QByteArray unpadded = payload;
+            while (unpadded.endsWith('='))
+                unpadded.chop(1);
+            auto decoded = QByteArray::fromBase64Encoding(unpadded, QByteArray::AbortOnBase64DecodingErrors);
+            ok = bool(decoded);
+            bytes = *decoded;
+        } else {
+            for (qsizetype i = 0; i < payload.size(); ++i) {
+                if (payload[i] == '_') {
+                    bytes += ' ';
+                } else if (payload[i] == '=' && i + 2 < payload.size() && isxdigit(uchar(payload[i + 1]))
+                    && isxdigit(uchar(payload[i + 2]))) {
+                    bytes += QByteArray::fromHex(payload.mid(i + 1, 2));
+                    i += 2;
+                } else {
+                    bytes += payload[i];
+                }
+            }
+        }
+        // White space between two encoded words is not part of the text.
+        if (!(afterWord && between.trimmed().isEmpty())) {
+            flush();
+            out += plain(between);
+        }
+        if (!ok) { // a malformed word stays as it stands
+            flush();
+            out += match.captured(0);
+            afterWord = false;
+            continue;
+        }
+        if (charset.compare(pendingCharset, Qt::CaseInsensitive) != 0)
+            flush();
+        pendingCharset = charset;
+        pending += bytes;
+        afterWord = true;
+    }
+    flush();
+    out += plain(text.mid(position));
+    return out;
+}
 
 // --- recipients -----------------------------------------------------------
 
@@ -336,8 +411,14 @@ QString TCleverMailMessage::Subject() const
 {
     if (!m_message)
         return {};
-    if (GMimeHeader* first = FirstOfSeveral(m_message.get(), "Subject"))
-        return FromUtf8OrLatin1(g_mime_header_get_value(first));
+    // Decoded here: GMime drops every encoded word that follows a base64
+    // word ending in padding, which mail programs write for long subjects.
+    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(m_message.get()));
+    GMimeHeader* subject = FirstOfSeveral(m_message.get(), "Subject");
+    if (!subject && headers)
+        subject = g_mime_header_list_get_header(headers, "Subject");
+    if (subject)
+        return DecodeHeaderText(g_mime_header_get_raw_value(subject)).trimmed();
     return FromUtf8OrLatin1(g_mime_message_get_subject(m_message.get()));
 }
 

@@ -99,6 +99,13 @@ std::shared_ptr<TCleverMailMessage> ParseEMLMessage(const QByteArray& data);
 // application/pdf); empty when none is known.
 QString ExtensionForContentType(const QString& contentType);
 
+// A header field's raw value as text (RFC 2047): folding undone, encoded
+// words in B or Q decoded in their charsets, the white space between two
+// adjacent encoded words dropped and their bytes joined (a character may be
+// split across them), a malformed word left as it stands, and bytes outside
+// encoded words taken as UTF-8, or as Latin-1 where they are not UTF-8.
+QString DecodeHeaderText(const QByteArray& raw);
+
 // Builds a MIME message: a text part, an HTML part with the images beside it
 // (multipart/related), and the attachments. Parts come in the order given.
 struct TMimeFile {

@@ -161,6 +161,45 @@ TEST(MessageFiles, FirstOfTwoSubjectsIsTheSubject)
     EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("café"));
 }
 
+TEST(MessageFiles, EncodedWordsOfHeaders)
+{
+    struct TCase {
+        QByteArray raw;
+        QString text;
+    };
+    const TCase cases[] = {
+        // Long subjects split into base64 words, the first ending in padding.
+        {"=?UTF-8?B?TXlTdXJ2ZXkuY29tOg==?= =?UTF-8?B?ICBZb3UgaGF2ZSBhIHN1cnZleSB3YWl0aW5nISA5MTEyMzEwNQ==?=",
+            QStringLiteral("MySurvey.com:  You have a survey waiting! 91123105")},
+        // Q words, folded; the blanks between them dropped, "_" a space.
+        {"=?iso-8859-1?Q?Caf=E9_au?=\r\n =?iso-8859-1?Q?_lait?=", QStringLiteral("Café au lait")},
+        // One UTF-8 character split across two words.
+        {"=?UTF-8?B?5pel?= =?UTF-8?B?5pys?=", QStringLiteral("日本")},
+        {"=?UTF-8?Q?=E6=97?= =?UTF-8?Q?=A5?=", QStringLiteral("日")},
+        // Several charsets in one header, and text around the words.
+        {"Re: =?koi8-r?B?8NLJ?= and =?iso-8859-2?Q?=B1?= ok", QStringLiteral("Re: При and ą ok")},
+        // Padding too short, or missing.
+        {"=?NONE?B?VEVTVA=?=", QStringLiteral("TEST")},
+        {"=?UTF-8?B?VEVTVA?=", QStringLiteral("TEST")},
+        // A language tag (RFC 2231) in the charset.
+        {"=?UTF-8*en?Q?Hi?=", QStringLiteral("Hi")},
+        // Malformed words stay as they stand.
+        {"=?UTF-8?B?***?= plain", QStringLiteral("=?UTF-8?B?***?= plain")},
+        {"=?UTF-8?X?abc?=", QStringLiteral("=?UTF-8?X?abc?=")},
+        // Raw UTF-8 and Latin-1 bytes outside words.
+        {"Gr\xC3\xBC\xC3\x9F", QStringLiteral("Grüß")},
+        {"Gr\xFC\xDF", QStringLiteral("Grüß")},
+        // An unknown charset: its bytes as UTF-8 or Latin-1.
+        {"=?x-unknown?Q?abc?=", QStringLiteral("abc")},
+    };
+    for (const TCase& c : cases)
+        EXPECT_EQ(DecodeHeaderText(c.raw), c.text) << c.raw.toStdString();
+
+    auto parsed = ParseMimeMessage("Subject: =?UTF-8?B?TXlTdXJ2ZXkuY29tOg==?=\r\n =?UTF-8?B?ICBZb3U=?=\r\n\r\nbody\r\n");
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("MySurvey.com:  You"));
+}
+
 TEST(MessageFiles, SenderIPFromHeaders)
 {
     const struct {
