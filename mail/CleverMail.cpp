@@ -118,10 +118,7 @@ QString DecodeHeaderText(const QByteArray& raw)
     static const QRegularExpression Fold(QStringLiteral("\\r?\\n(?=[ \\t])"));
     const QString text = QString::fromLatin1(raw).remove(Fold); // one character per byte
     static const QRegularExpression Word(QStringLiteral("=\\?([^?\\s]+)\\?([BbQq])\\?([^?\\s]*)\\?="));
-    const auto plain = [](const QString& bytes) {
-        const QByteArray data = bytes.toLatin1();
-        return core::IsValidUtf8(data) ? QString::fromUtf8(data) : QString::fromLatin1(data);
-    };
+    const auto plain = [](const QString& bytes) { return FromUtf8OrLatin1(bytes.toLatin1().constData()); };
     QString out;
     QByteArray pending;        // bytes of adjacent words of one charset
     QString pendingCharset;
@@ -413,11 +410,9 @@ QString TCleverMailMessage::Subject() const
         return {};
     // Decoded here: GMime drops every encoded word that follows a base64
     // word ending in padding, which mail programs write for long subjects.
+    // The first of several Subject fields, as mail programs show it.
     GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(m_message.get()));
-    GMimeHeader* subject = FirstOfSeveral(m_message.get(), "Subject");
-    if (!subject && headers)
-        subject = g_mime_header_list_get_header(headers, "Subject");
-    if (subject)
+    if (GMimeHeader* subject = headers ? g_mime_header_list_get_header(headers, "Subject") : nullptr)
         return DecodeHeaderText(g_mime_header_get_raw_value(subject)).trimmed();
     return FromUtf8OrLatin1(g_mime_message_get_subject(m_message.get()));
 }

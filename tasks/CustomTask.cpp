@@ -81,23 +81,9 @@ void TCustomTask::Account(TTaskEntry& entry, TTaskJob* job, int result)
         OnProgress({entry.Index + 1, int(m_entries.size()), {}});
 }
 
-void TCustomTask::RunInTurn()
-{
-    const int total = int(m_entries.size());
-    for (int i = 0; i < total && !m_cancel; ++i) {
-        TTaskEntry& entry = m_entries[size_t(i)];
-        if (OnProgress)
-            OnProgress({i, total, {}});
-        std::unique_ptr<TTaskJob> job;
-        int result = Guarded(entry, [&] { return PrepareEntry(entry, job); });
-        if (result == trOK && job)
-            result = Guarded(entry, [&] { return job->Execute(); });
-        Account(entry, job.get(), result);
-    }
-}
-
 // The entries between their preparation and their count, in entry order,
-// and the workers that run their jobs.
+// and the workers that run their jobs; without workers each job runs at
+// once on the running thread.
 class TCustomTask::TPipeline {
 public:
     struct TSlot {
@@ -132,6 +118,13 @@ public:
         auto slot = std::make_unique<TSlot>();
         slot->Entry = &entry;
         slot->Result = result;
+        if (m_threads.empty() && result == trOK && job) {
+            slot->Result = Guarded(entry, [&] { return job->Execute(); });
+            slot->Job = std::move(job);
+            slot->Done = true;
+            m_slots.push_back(std::move(slot));
+            return;
+        }
         std::lock_guard lock(m_lock);
         if (result == trOK && job) {
             slot->Job = std::move(job);
@@ -207,34 +200,30 @@ void TCustomTask::WaitForWorkers()
 int TCustomTask::Run()
 {
     StartRun();
+    // One worker is the running thread itself. A few entries ahead of the
+    // workers, no more: the messages of a large run are not all held at once.
     const int workers = RunsInParallel() ? Workers() : 1;
-    if (workers <= 1) {
-        RunInTurn();
-    } else {
-        // A few entries ahead of the workers, no more: the messages of a
-        // large run are not all held at once.
-        const size_t ahead = size_t(workers) * 3;
-        TPipeline pipeline(*this, workers);
-        m_pipeline = &pipeline;
-        const int total = int(m_entries.size());
-        for (int i = 0; i < total && !m_cancel; ++i) {
-            pipeline.FinishFront(false);
-            if (pipeline.Size() >= ahead)
-                pipeline.FinishFront(true);
-            if (m_cancel)
-                break;
-            TTaskEntry& entry = m_entries[size_t(i)];
-            if (OnProgress)
-                OnProgress({i, total, {}});
-            std::unique_ptr<TTaskJob> job;
-            const int result = Guarded(entry, [&] { return PrepareEntry(entry, job); });
-            if (result == trCancelled)
-                m_cancel = true;
-            pipeline.Add(entry, std::move(job), result);
-        }
-        pipeline.FinishAll();
-        m_pipeline = nullptr;
+    const size_t ahead = size_t(workers) * 3;
+    TPipeline pipeline(*this, workers > 1 ? workers : 0);
+    m_pipeline = &pipeline;
+    const int total = int(m_entries.size());
+    for (int i = 0; i < total && !m_cancel; ++i) {
+        pipeline.FinishFront(false);
+        if (pipeline.Size() >= ahead)
+            pipeline.FinishFront(true);
+        if (m_cancel)
+            break;
+        TTaskEntry& entry = m_entries[size_t(i)];
+        if (OnProgress)
+            OnProgress({i, total, {}});
+        std::unique_ptr<TTaskJob> job;
+        const int result = Guarded(entry, [&] { return PrepareEntry(entry, job); });
+        if (result == trCancelled)
+            m_cancel = true;
+        pipeline.Add(entry, std::move(job), result);
     }
+    pipeline.FinishAll();
+    m_pipeline = nullptr;
     FinishRun();
     // Durable once, at the end, rather than one sync per file.
     if (!m_writtenFolders.isEmpty() && !platform::SyncFolders(m_writtenFolders.values()))

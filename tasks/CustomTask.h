@@ -164,7 +164,6 @@ private:
     static int Guarded(TTaskEntry& entry, const std::function<int()>& step);
     // Counts and logs the result of an entry whose job ran.
     void Account(TTaskEntry& entry, TTaskJob* job, int result);
-    void RunInTurn();
 
     std::vector<TTaskEntry> m_entries;
     int m_workers = 0;

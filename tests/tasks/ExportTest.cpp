@@ -34,14 +34,7 @@ private:
 
 std::shared_ptr<TTestMessage> Message(const QString& subject, std::vector<std::shared_ptr<mail::IMailAttach>> attaches = {})
 {
-    auto message = std::make_shared<TTestMessage>();
-    message->subject = subject;
-    message->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Ann"), QStringLiteral("ann@x.org"));
-    message->recipients[mail::mrtTo] = Recipients({{QStringLiteral("Bob"), QStringLiteral("bob@x.org")}});
-    message->text = QStringLiteral("Hello");
-    message->dates[mail::mdClientSubmit] = 45000.5;
-    message->attaches = std::make_shared<TTestAttachList>(std::move(attaches));
-    return message;
+    return TestMail(subject, QStringLiteral("Hello"), std::move(attaches));
 }
 
 void AddMessage(TCustomTask& task, std::shared_ptr<mail::IMailMessage> message)

@@ -4,6 +4,7 @@
 // locale, and give both back afterwards.
 
 #include "core/SettingsStore.h"
+#include "mail/MailTestObjects.h"
 
 #include <QLocale>
 #include <QTemporaryDir>
@@ -27,5 +28,19 @@ protected:
     QTemporaryDir m_dir;
     QLocale m_locale;
 };
+
+// A message from Ann to Bob with a text body and attachments.
+inline std::shared_ptr<TTestMessage> TestMail(const QString& subject, const QString& text = QStringLiteral("Hello"),
+    std::vector<std::shared_ptr<mail::IMailAttach>> attaches = {})
+{
+    auto message = std::make_shared<TTestMessage>();
+    message->subject = subject;
+    message->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Ann"), QStringLiteral("ann@x.org"));
+    message->recipients[mail::mrtTo] = Recipients({{QStringLiteral("Bob"), QStringLiteral("bob@x.org")}});
+    message->text = text;
+    message->dates[mail::mdClientSubmit] = 45000.5;
+    message->attaches = std::make_shared<TTestAttachList>(std::move(attaches));
+    return message;
+}
 
 } // namespace tessaly::test

@@ -101,19 +101,6 @@ protected:
     std::vector<std::unique_ptr<QTemporaryDir>> m_outs;
 };
 
-std::shared_ptr<TTestMessage> Message(const QString& subject, const QString& text,
-    std::vector<std::shared_ptr<mail::IMailAttach>> attaches = {})
-{
-    auto message = std::make_shared<TTestMessage>();
-    message->subject = subject;
-    message->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Ann"), QStringLiteral("ann@x.org"));
-    message->recipients[mail::mrtTo] = Recipients({{QStringLiteral("Bob"), QStringLiteral("bob@x.org")}});
-    message->text = text;
-    message->dates[mail::mdClientSubmit] = 45000.5;
-    message->attaches = std::make_shared<TTestAttachList>(std::move(attaches));
-    return message;
-}
-
 void Add(TMailTask& task, std::shared_ptr<mail::IMailMessage> message)
 {
     TTaskEntry entry;
@@ -163,7 +150,7 @@ TEST_F(WorkersTest, EqualNamesAreNumberedInEntryOrder)
     const auto add = [](TMailTask& task) {
         for (int i = 0; i < 40; ++i) {
             Add(task, i % 9 == 4 ? nullptr
-                                 : Message(QStringLiteral("same"), QStringLiteral("body %1").arg(i),
+                                 : TestMail(QStringLiteral("same"), QStringLiteral("body %1").arg(i),
                                        {std::make_shared<TTestAttach>(QStringLiteral("a.pdf"))}));
         }
     };
@@ -182,7 +169,7 @@ TEST_F(WorkersTest, ReplacingAnOutputStillBeingWrittenWaitsForIt)
     // Every message replaces the one before: the last one's body remains.
     const auto add = [](TMailTask& task) {
         for (int i = 0; i < 30; ++i)
-            Add(task, Message(QStringLiteral("same"), QStringLiteral("body %1").arg(i)));
+            Add(task, TestMail(QStringLiteral("same"), QStringLiteral("body %1").arg(i)));
     };
     const auto options = [](TMailProperties& properties) {
         properties.SetFileNameTemplate(QStringLiteral("[subject]"));
@@ -201,7 +188,7 @@ TEST_F(WorkersTest, NumberedFallbackNamesCountOnlyWrittenMessages)
     // the messages written so far.
     const auto add = [](TMailTask& task) {
         for (int i = 0; i < 12; ++i)
-            Add(task, i % 4 == 1 ? nullptr : Message(QString(), QStringLiteral("body %1").arg(i)));
+            Add(task, i % 4 == 1 ? nullptr : TestMail(QString(), QStringLiteral("body %1").arg(i)));
     };
     const auto options = [](TMailProperties& properties) { properties.SetFileNameTemplate(QStringLiteral("[subject]")); };
     const TOutcome one = Export(1, add, options);
