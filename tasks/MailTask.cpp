@@ -265,6 +265,7 @@ QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 // An attachment saved beside its message's output.
 struct TAttachOutput {
     std::shared_ptr<mail::IMailAttach> Attach;
+    std::shared_ptr<mail::IMailMessage> Inner; // an attached message, read once
     QString Target;
     bool Written = false;
 };
@@ -370,12 +371,13 @@ void TMailTask::NameAttachments(TMailJob& job, const mail::IMailMessage& message
         if (name.trimmed().isEmpty())
             name = generated.GenerateAttachName(*attach);
         name = SafeAttachName(name);
-        if (attach->AsMailMessage() && QFileInfo(name).suffix().isEmpty())
+        auto inner = attach->AsMailMessage();
+        if (inner && QFileInfo(name).suffix().isEmpty())
             name += QStringLiteral(".eml");
         const QString target = m_fileNames->GetUnique(QDir(folder).filePath(name), reserved);
         Reserve(target);
         job.Reserved << target;
-        job.Attachments.push_back({attach, target});
+        job.Attachments.push_back({attach, std::move(inner), target});
     }
 }
 
@@ -396,9 +398,9 @@ int TMailTask::Execute(TMailJob& job)
     bool attachmentsSaved = true;
     for (TAttachOutput& output : job.Attachments) {
         QByteArray data;
-        if (const auto inner = output.Attach->AsMailMessage()) {
+        if (output.Inner) {
             mail::TAttachNameGenerator names; // a file of its own
-            data = mail::TMimeMessage(*inner, names).SaveToBytes();
+            data = mail::TMimeMessage(*output.Inner, names).SaveToBytes();
         } else if (const auto content = output.Attach->Content()) {
             data = content->readAll();
         }
