@@ -1,13 +1,12 @@
 #include "app/StartUp.h"
 
-#include "app/MailInfoFrame.h"
-#include "app/PSTMainForm.h"
 #include "app/ProjectData.h"
 #include "app/TessalyApplication.h"
 #include "core/AppConfig.h"
 #include "core/CommandLine.h"
 #include "core/CrashReporter.h"
 #include "core/HtmlText.h"
+#include "platform/Process.h"
 #include "platform/Terminal.h"
 #include "core/SettingsStore.h"
 #include "pst/PSTReport.h"
@@ -74,43 +73,7 @@ int PrintFolderTrees(const QStringList& files)
     return result;
 }
 
-// The window: the data file named on the command line, or the files of
-// the last run; message files named open in windows of their own.
-int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
-{
-    const auto& commandLine = TCommandLine::Global();
-    // The HTML view's sandbox refuses to start as root (a container, a
-    // rescue system): it is switched off then, and the user told so.
-    if (platform::RunsAsAdministrator() && !qEnvironmentVariableIsSet("QTWEBENGINE_DISABLE_SANDBOX")
-        && !qEnvironmentVariable("QTWEBENGINE_CHROMIUM_FLAGS").contains(QLatin1String("--no-sandbox"))) {
-        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
-        std::fprintf(stderr, "tessaly: running as root, so the message view runs without its sandbox\n");
-    }
-    RegisterPreviewSchemes();
-    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
-    TTessalyApplication application(argc, argv);
-    QString dataFile = commandLine.Value(QStringLiteral("pst"));
-    QStringList messageFiles;
-    QStringList dataFiles;
-    for (const QString& source : commandLine.Sources()) {
-        if (TPSTViewerProjectData::IsMessageFile(source))
-            messageFiles << source;
-        else if (commandLine.HasKey(QStringLiteral("pst")))
-            continue; // the folder that a selection's command line names
-        else
-            dataFiles << source;
-    }
-    if (dataFile.isEmpty())
-        dataFile = dataFiles.join(QLatin1Char('\n'));
-    TPSTMainForm form(projectData, core::TSettingsStore::Global(), dataFile);
-    form.LoadSettings();
-    form.show();
-    for (const QString& file : messageFiles)
-        form.OpenMessageFile(file);
-    return application.exec();
-}
-
-int Run(int argc, char** argv)
+int Run(int argc, char** argv, const TWindowRunner& runWindow)
 {
     auto& commandLine = TCommandLine::Global();
     DefineCommandLineKeys(commandLine);
@@ -138,7 +101,7 @@ int Run(int argc, char** argv)
             std::fprintf(stderr, "tessaly: no display to show the window on (set DISPLAY or WAYLAND_DISPLAY)\n");
             return core::crNothing;
         }
-        const int result = RunWindow(argc, argv, projectData);
+        const int result = runWindow(argc, argv, projectData);
         projectData.DataModuleDestroy();
         return result;
     }
@@ -163,6 +126,29 @@ void DefineCommandLineKeys(TCommandLine& commandLine)
         commandLine.DefineKey(key);
 }
 
+int RunWindowProgram(int, char** argv, TPSTViewerProjectData&)
+{
+    const QString folder = platform::ProgramFolder();
+    const QString name = QStringLiteral(TESSALY_WINDOW_PROGRAM);
+    // Beside this program in a build, in the package's private folder once
+    // installed.
+    QString program;
+    for (const QString& candidate : {folder + QLatin1Char('/') + name, folder + QStringLiteral("/../lib/tessaly/") + name}) {
+        if (!folder.isEmpty() && QFileInfo(candidate).isExecutable()) {
+            program = candidate;
+            break;
+        }
+    }
+    if (program.isEmpty()) {
+        std::fprintf(stderr, "tessaly: the window program %s is missing beside %s; reinstall Tessaly\n", qUtf8Printable(name),
+            qUtf8Printable(folder));
+        return core::crNothing;
+    }
+    const QString failure = platform::ReplaceProcess(program, argv);
+    std::fprintf(stderr, "tessaly: cannot start %s: %s\n", qUtf8Printable(program), qUtf8Printable(failure));
+    return core::crNothing;
+}
+
 std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
 {
     // The page names its colour the way Windows toolkits do; Qt's rich text
@@ -174,13 +160,13 @@ std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
     return box;
 }
 
-int RunTessaly(int argc, char** argv)
+int RunTessaly(int argc, char** argv, const TWindowRunner& runWindow)
 {
     SetApplicationIdentity();
     auto& reporter = core::TCrashReporter::Instance();
     reporter.InstallTerminateHandler();
     try {
-        return Run(argc, argv);
+        return Run(argc, argv, runWindow);
     } catch (const std::exception& e) {
         reporter.Report(e, QStringLiteral("main"));
     } catch (...) {

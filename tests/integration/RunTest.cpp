@@ -94,6 +94,34 @@ TEST(Tessaly, StartsAsRootWithTheMessageViewUnsandboxed)
     EXPECT_EQ(err.count(QLatin1String("without its sandbox")), 1) << err.toStdString();
 }
 
+// The command-line program hands the window over to the window program; a
+// copy of it without that program says what is missing instead of failing
+// in the toolkit, and an export needs no window program at all.
+TEST(Tessaly, WindowProgramIsStartedInPlaceOrMissedAloud)
+{
+    QTemporaryDir alone;
+    const QString copy = alone.filePath(QStringLiteral("tessaly"));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"), copy));
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), alone.filePath(QStringLiteral("config")));
+    QProcess window;
+    window.setProcessEnvironment(env);
+    window.start(copy, {TestData(QStringLiteral("pst/sample1.pst"))});
+    ASSERT_TRUE(window.waitForFinished(10000));
+    EXPECT_EQ(window.exitCode(), 1);
+    EXPECT_TRUE(QString::fromUtf8(window.readAllStandardError()).contains(QStringLiteral("tessaly-window is missing")));
+
+    const QString out = alone.filePath(QStringLiteral("out"));
+    QProcess exporter;
+    exporter.setProcessEnvironment(env);
+    exporter.start(copy, {QStringLiteral("Outlook"), QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample1.pst")),
+                             QStringLiteral("-dest"), out});
+    ASSERT_TRUE(exporter.waitForFinished(30000));
+    EXPECT_EQ(exporter.exitCode(), 0) << exporter.readAllStandardError().toStdString();
+    EXPECT_FALSE(QDir(out).entryList(QDir::Files).isEmpty());
+}
+
 TEST(Tessaly, UnknownKeyPrintsTheErrorPageAsText)
 {
     const TRun run = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-bogus"), QStringLiteral("x")});
