@@ -182,7 +182,7 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
     m_projectData.SetMessageFileHandler([this](const QString& fileName) { OpenMessageFile(fileName); });
 
     m_model = new TPSTTreeModel(this);
-    m_model->Images = [this](const QString& name) { return m_projectData.TreeImage(name); };
+    m_model->Images = TreeImage;
     m_tree = new QTreeView;
     m_tree->setModel(m_model);
     m_tree->header()->hide();

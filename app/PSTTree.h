@@ -16,6 +16,10 @@
 
 namespace tessaly::app {
 
+// The tree's images by name: "outlook", "contacts", "inbox", "sent",
+// "draft", "trash", "outbox", "other". Empty without a GUI application.
+QIcon TreeImage(const QString& name);
+
 enum TPSTNodeState { nsLoaded = 0, nsOpenFailed = 1, nsLoading = 2, nsDisabled = 3 };
 
 struct TPSTNode {

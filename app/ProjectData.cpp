@@ -1,12 +1,7 @@
 #include "app/ProjectData.h"
 
-#include <QApplication>
 #include <QFileInfo>
-#include <QPainter>
-#include <QPainterPath>
-#include <QPixmap>
 #include <QPointer>
-#include <QStyle>
 
 namespace tessaly::app {
 
@@ -35,36 +30,6 @@ void Unregister(QObject* module)
         Registry().Module = nullptr;
         Registry().Product.clear();
     }
-}
-
-// A small folder drawn in the kind's colour, with a mark for special folders.
-QIcon FolderIcon(const QColor& colour, const QString& mark)
-{
-    QPixmap pixmap(16, 16);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    QPainterPath path;
-    path.moveTo(1, 4);
-    path.lineTo(6, 4);
-    path.lineTo(7.5, 2.5);
-    path.lineTo(14, 2.5);
-    path.lineTo(15, 4);
-    path.lineTo(15, 14);
-    path.lineTo(1, 14);
-    path.closeSubpath();
-    painter.setPen(colour.darker(150));
-    painter.setBrush(colour);
-    painter.drawPath(path);
-    if (!mark.isEmpty()) {
-        QFont font = painter.font();
-        font.setPixelSize(9);
-        font.setBold(true);
-        painter.setFont(font);
-        painter.setPen(Qt::white);
-        painter.drawText(QRect(1, 4, 14, 10), Qt::AlignCenter, mark);
-    }
-    return QIcon(pixmap);
 }
 
 } // namespace
@@ -99,21 +64,6 @@ TPSTViewerProjectData::TPSTViewerProjectData(const core::TCommandLine& commandLi
 TPSTViewerProjectData::~TPSTViewerProjectData()
 {
     Unregister(this);
-}
-
-QIcon TPSTViewerProjectData::TreeImage(const QString& name) const
-{
-    if (ilTree.isEmpty() && qobject_cast<QApplication*>(QCoreApplication::instance())) {
-        ilTree.insert(QStringLiteral("outlook"), qApp->style()->standardIcon(QStyle::SP_DriveHDIcon));
-        ilTree.insert(QStringLiteral("contacts"), FolderIcon(QColor(128, 0, 0), QStringLiteral("@")));
-        ilTree.insert(QStringLiteral("inbox"), FolderIcon(QColor(52, 101, 164), QStringLiteral("\u2193")));
-        ilTree.insert(QStringLiteral("sent"), FolderIcon(QColor(78, 154, 6), QStringLiteral("\u2191")));
-        ilTree.insert(QStringLiteral("draft"), FolderIcon(QColor(196, 160, 0), QStringLiteral("\u270E")));
-        ilTree.insert(QStringLiteral("trash"), FolderIcon(QColor(117, 80, 123), QStringLiteral("\u00D7")));
-        ilTree.insert(QStringLiteral("outbox"), FolderIcon(QColor(206, 92, 0), QStringLiteral("\u2192")));
-        ilTree.insert(QStringLiteral("other"), FolderIcon(QColor(233, 185, 110), {}));
-    }
-    return ilTree.value(name);
 }
 
 QString TPSTViewerProjectData::FolderImageName(int kind)

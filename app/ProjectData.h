@@ -7,7 +7,6 @@
 #include "pst/PSTProjectData.h"
 
 #include <QHash>
-#include <QIcon>
 #include <QObject>
 #include <functional>
 
@@ -34,9 +33,6 @@ public:
         std::function<bool()> outlookRunning = nullptr);
     ~TPSTViewerProjectData() override;
 
-    // The tree's images by name: "outlook", "contacts", "inbox", "sent",
-    // "draft", "trash", "outbox", "other".
-    QIcon TreeImage(const QString& name) const;
     // The image name of a folder kind (in the order of the kinds).
     static QString FolderImageName(int kind);
 
@@ -48,7 +44,6 @@ public:
     static bool IsMessageFile(const QString& fileName);
 
 private:
-    mutable QHash<QString, QIcon> ilTree; // drawn on first use
     TFileHandler m_messageHandler;
 };
 

@@ -1,7 +1,6 @@
 #include "app/StartUp.h"
 
 #include "app/ProjectData.h"
-#include "app/TessalyApplication.h"
 #include "core/AppConfig.h"
 #include "core/CommandLine.h"
 #include "core/CrashReporter.h"
@@ -9,12 +8,13 @@
 #include "platform/Process.h"
 #include "platform/Terminal.h"
 #include "core/SettingsStore.h"
+#include "core/Version.h"
 #include "pst/PSTReport.h"
 #include "tasks/CommandLineExport.h"
 #include "tasks/MailProperties.h"
 
 #include <QFileInfo>
-#include <QMessageBox>
+#include <QCoreApplication>
 #include <cstdio>
 
 namespace tessaly::app {
@@ -33,7 +33,7 @@ QStringList Arguments(int argc, char** argv)
 
 // On a terminal (or with no display) the page is printed as plain text,
 // otherwise shown in a window.
-int ShowCommandLineError(int argc, char** argv, int code, const QString& detail)
+int ShowCommandLineError(int argc, char** argv, int code, const QString& detail, const TWindowHooks& hooks)
 {
     const QString page = TCommandLine::Global().ErrorPage(code, detail);
     if (page.isEmpty())
@@ -42,9 +42,7 @@ int ShowCommandLineError(int argc, char** argv, int code, const QString& detail)
         std::fprintf(stderr, "%s\n", qUtf8Printable(core::HtmlToPlainText(page)));
         return code;
     }
-    TTessalyApplication application(argc, argv);
-    CreateErrorPageBox(page)->exec();
-    return code;
+    return hooks.ShowErrorPage(argc, argv, code, page);
 }
 
 // The files a run names: the value of "pst" and the bare file arguments.
@@ -73,7 +71,7 @@ int PrintFolderTrees(const QStringList& files)
     return result;
 }
 
-int Run(int argc, char** argv, const TWindowRunner& runWindow)
+int Run(int argc, char** argv, const TWindowHooks& hooks)
 {
     auto& commandLine = TCommandLine::Global();
     DefineCommandLineKeys(commandLine);
@@ -90,7 +88,7 @@ int Run(int argc, char** argv, const TWindowRunner& runWindow)
     try {
         commandLine.Parse(Arguments(argc, argv));
     } catch (const core::ECommandLineError& e) {
-        return ShowCommandLineError(argc, argv, e.Code(), e.Detail());
+        return ShowCommandLineError(argc, argv, e.Code(), e.Detail(), hooks);
     }
     if (commandLine.HelpRequested()) {
         std::printf("%s", qUtf8Printable(commandLine.HelpText()));
@@ -101,7 +99,7 @@ int Run(int argc, char** argv, const TWindowRunner& runWindow)
             std::fprintf(stderr, "tessaly: no display to show the window on (set DISPLAY or WAYLAND_DISPLAY)\n");
             return core::crNothing;
         }
-        const int result = runWindow(argc, argv, projectData);
+        const int result = hooks.RunWindow(argc, argv, projectData);
         projectData.DataModuleDestroy();
         return result;
     }
@@ -115,18 +113,9 @@ int Run(int argc, char** argv, const TWindowRunner& runWindow)
     return PrintFolderTrees(files);
 }
 
-} // namespace
-
-void DefineCommandLineKeys(TCommandLine& commandLine)
-{
-    commandLine.DefineKeys(core::TAppConfig::BuiltIn());
-    for (const auto& key : tasks::TMailProperties::CommandKeys())
-        commandLine.DefineKey(key);
-    for (const auto& key : tasks::ExportCommandKeys())
-        commandLine.DefineKey(key);
-}
-
-int RunWindowProgram(int, char** argv, TPSTViewerProjectData&)
+// The window program in place of this one; returns only when it could not
+// be started.
+int StartWindowProgram(char** argv)
 {
     const QString folder = platform::ProgramFolder();
     const QString name = QStringLiteral(TESSALY_WINDOW_PROGRAM);
@@ -149,24 +138,37 @@ int RunWindowProgram(int, char** argv, TPSTViewerProjectData&)
     return core::crNothing;
 }
 
-std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
+} // namespace
+
+TWindowHooks WindowProgramHooks()
 {
-    // The page names its colour the way Windows toolkits do; Qt's rich text
-    // knows it as "red".
-    QString shown = html;
-    shown.replace(QLatin1String("color=clRed"), QLatin1String("color=red"));
-    auto box = std::make_unique<QMessageBox>(QMessageBox::Critical, QStringLiteral("Tessaly"), shown, QMessageBox::Ok);
-    box->setTextFormat(Qt::RichText);
-    return box;
+    return {[](int, char** argv, TPSTViewerProjectData&) { return StartWindowProgram(argv); },
+        [](int, char** argv, int, const QString&) { return StartWindowProgram(argv); }};
 }
 
-int RunTessaly(int argc, char** argv, const TWindowRunner& runWindow)
+void SetApplicationIdentity()
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Halvorne"));
+    QCoreApplication::setApplicationName(QLatin1String(core::ProductName));
+    QCoreApplication::setApplicationVersion(QLatin1String(core::ProductVersion));
+}
+
+void DefineCommandLineKeys(TCommandLine& commandLine)
+{
+    commandLine.DefineKeys(core::TAppConfig::BuiltIn());
+    for (const auto& key : tasks::TMailProperties::CommandKeys())
+        commandLine.DefineKey(key);
+    for (const auto& key : tasks::ExportCommandKeys())
+        commandLine.DefineKey(key);
+}
+
+int RunTessaly(int argc, char** argv, const TWindowHooks& hooks)
 {
     SetApplicationIdentity();
     auto& reporter = core::TCrashReporter::Instance();
     reporter.InstallTerminateHandler();
     try {
-        return Run(argc, argv, runWindow);
+        return Run(argc, argv, hooks);
     } catch (const std::exception& e) {
         reporter.Report(e, QStringLiteral("main"));
     } catch (...) {

@@ -3,9 +3,6 @@
 #include <QString>
 #include <QStringList>
 #include <functional>
-#include <memory>
-
-class QMessageBox;
 
 namespace tessaly::core {
 class TCommandLine;
@@ -15,22 +12,28 @@ namespace tessaly::app {
 
 class TPSTViewerProjectData;
 
-// Shows the main window for a parsed command line; returns the exit code.
-using TWindowRunner = std::function<int(int argc, char** argv, TPSTViewerProjectData& projectData)>;
+// What a run does when it needs windows; each returns the exit code.
+struct TWindowHooks {
+    // The main window for the parsed command line.
+    std::function<int(int argc, char** argv, TPSTViewerProjectData& projectData)> RunWindow;
+    // The error page of a command line that failed with `code`, in a window.
+    std::function<int(int argc, char** argv, int code, const QString& page)> ShowErrorPage;
+};
 
 // Everything from the program's start to its exit code. A run that shows
 // no window (an export, help, an error on a terminal) never loads the
-// window's libraries; one that does calls runWindow.
-int RunTessaly(int argc, char** argv, const TWindowRunner& runWindow);
+// window's libraries; one that does goes to the hooks.
+int RunTessaly(int argc, char** argv, const TWindowHooks& hooks);
 
-// The window runner of the command-line program: the window program takes
-// this process over with the same arguments. Returns only when it could not.
-int RunWindowProgram(int argc, char** argv, TPSTViewerProjectData& projectData);
+// The hooks of the command-line program: the window program takes this
+// process over with the same arguments, and does what they ask.
+TWindowHooks WindowProgramHooks();
+
+// Organisation and application name, which place the settings and the crash
+// log. Set before anything else, with or without an application object.
+void SetApplicationIdentity();
 
 // Keys and parsing of the program's own command line.
 void DefineCommandLineKeys(core::TCommandLine& commandLine);
-
-// The message box that shows the error page of a failed command line.
-std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html);
 
 } // namespace tessaly::app

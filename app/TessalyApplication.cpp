@@ -1,5 +1,6 @@
 #include "app/TessalyApplication.h"
 
+#include "app/StartUp.h"
 #include "core/CrashReporter.h"
 #include "core/Version.h"
 
@@ -7,13 +8,6 @@
 #include <QThread>
 
 namespace tessaly::app {
-
-void SetApplicationIdentity()
-{
-    QCoreApplication::setOrganizationName(QStringLiteral("Halvorne"));
-    QCoreApplication::setApplicationName(QLatin1String(core::ProductName));
-    QCoreApplication::setApplicationVersion(QLatin1String(core::ProductVersion));
-}
 
 TTessalyApplication::TTessalyApplication(int& argc, char** argv) : QApplication(argc, argv)
 {

@@ -14,10 +14,6 @@ public:
     bool notify(QObject* receiver, QEvent* event) override;
 };
 
-// Organisation and application name, which place the settings and the crash
-// log. Set before anything else, with or without an application object.
-void SetApplicationIdentity();
-
 // Shows what the crash reporter has to say in a message box, on the GUI thread.
 void ShowReportInMessageBox(const QString& title, const QString& text);
 

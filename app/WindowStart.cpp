@@ -8,6 +8,7 @@
 #include "core/SettingsStore.h"
 #include "platform/Terminal.h"
 
+#include <QMessageBox>
 #include <cstdio>
 
 namespace tessaly::app {
@@ -46,6 +47,26 @@ int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
     for (const QString& file : messageFiles)
         form.OpenMessageFile(file);
     return application.exec();
+}
+
+std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)
+{
+    // The page names its colour the way Windows toolkits do; Qt's rich text
+    // knows it as "red".
+    QString shown = html;
+    shown.replace(QLatin1String("color=clRed"), QLatin1String("color=red"));
+    auto box = std::make_unique<QMessageBox>(QMessageBox::Critical, QStringLiteral("Tessaly"), shown, QMessageBox::Ok);
+    box->setTextFormat(Qt::RichText);
+    return box;
+}
+
+TWindowHooks WindowHooks()
+{
+    return {RunWindow, [](int argc, char** argv, int code, const QString& page) {
+                TTessalyApplication application(argc, argv);
+                CreateErrorPageBox(page)->exec();
+                return code;
+            }};
 }
 
 } // namespace tessaly::app

@@ -1,12 +1,22 @@
 #pragma once
 
-namespace tessaly::app {
+#include "app/StartUp.h"
 
-class TPSTViewerProjectData;
+#include <memory>
+
+class QMessageBox;
+
+namespace tessaly::app {
 
 // The main window for the parsed command line: the data file it names, or
 // the files of the last run; message files named open in windows of their
 // own. Returns when the last window closes, with the exit code.
 int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData);
+
+// The message box that shows the error page of a failed command line.
+std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html);
+
+// The hooks of the window program: the windows themselves.
+TWindowHooks WindowHooks();
 
 } // namespace tessaly::app

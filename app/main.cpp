@@ -4,5 +4,5 @@
 // command-line export starts at once; the window is a program of its own.
 int main(int argc, char** argv)
 {
-    return tessaly::app::RunTessaly(argc, argv, tessaly::app::RunWindowProgram);
+    return tessaly::app::RunTessaly(argc, argv, tessaly::app::WindowProgramHooks());
 }

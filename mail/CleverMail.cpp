@@ -4,7 +4,6 @@
 
 #include <QBuffer>
 #include <QHash>
-#include <QHostAddress>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <algorithm>
@@ -76,15 +75,23 @@ QString RawFileName(GMimeObject* object)
     return FromUtf8OrLatin1(name);
 }
 
-bool IsPrivateAddress(const QHostAddress& address)
+// An IP address in its usual text form ("198.51.100.7", "2001:db8::1"),
+// from any text form the address takes; empty when the text is none.
+// privateAddress says whether it belongs to a private or local network.
+QString NormalIpAddress(const QString& text, bool& privateAddress)
 {
-    static const std::pair<QHostAddress, int> Private[] = {{QHostAddress(QStringLiteral("10.0.0.0")), 8},
-        {QHostAddress(QStringLiteral("172.16.0.0")), 12}, {QHostAddress(QStringLiteral("192.168.0.0")), 16},
-        {QHostAddress(QStringLiteral("fc00::")), 7}};
-    for (const auto& [subnet, bits] : Private)
-        if (address.isInSubnet(subnet, bits))
-            return true;
-    return address.isLoopback() || address.isLinkLocal();
+    TGPtr<GInetAddress> address(g_inet_address_new_from_string(text.toLatin1().constData()));
+    if (!address)
+        return {};
+    static const char* const Unique = "fc00::/7"; // IPv6 unique local addresses
+    TGPtr<GInetAddressMask> unique(g_inet_address_mask_new_from_string(Unique, nullptr));
+    // Site-local: 10/8, 172.16/12 and 192.168/16 for IPv4.
+    privateAddress = g_inet_address_get_is_site_local(address.get()) || g_inet_address_get_is_loopback(address.get())
+        || g_inet_address_get_is_link_local(address.get()) || (unique && g_inet_address_mask_matches(unique.get(), address.get()));
+    gchar* normal = g_inet_address_to_string(address.get());
+    const QString result = QString::fromLatin1(normal);
+    g_free(normal);
+    return result;
 }
 
 TDateTime ToDateTime(GDateTime* date)
@@ -372,10 +379,11 @@ QString TCleverMailMessage::SenderIPFromHeaders(const QString& headers)
 {
     static const QRegularExpression Originating(QStringLiteral("^X-Originating-IP:\\s*\\[?([0-9a-fA-F:.]+)\\]?"),
         QRegularExpression::MultilineOption | QRegularExpression::CaseInsensitiveOption);
+    bool privateAddress = false;
     if (const auto match = Originating.match(headers); match.hasMatch()) {
-        const QHostAddress address(match.captured(1));
-        if (!address.isNull())
-            return address.toString();
+        const QString address = NormalIpAddress(match.captured(1), privateAddress);
+        if (!address.isEmpty())
+            return address;
     }
     // Received headers stand newest first; the last one with an address is
     // the first hop, and a public address beats a private one.
@@ -387,11 +395,11 @@ QString TCleverMailMessage::SenderIPFromHeaders(const QString& headers)
     for (auto it = Received.globalMatch(headers); it.hasNext();) {
         const QString header = it.next().captured(1);
         for (auto ip = Bracketed.globalMatch(header); ip.hasNext();) {
-            const QHostAddress address(ip.next().captured(1));
-            if (address.isNull())
+            const QString address = NormalIpAddress(ip.next().captured(1), privateAddress);
+            if (address.isEmpty())
                 continue;
-            firstHop = address.toString();
-            if (!IsPrivateAddress(address))
+            firstHop = address;
+            if (!privateAddress)
                 firstPublicHop = firstHop;
             break;
         }

@@ -8,12 +8,137 @@
 #include <QRegularExpression>
 #include <QSet>
 
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
 #ifdef Q_OS_WIN
 #include <io.h>
 #define dup _dup
+#define write _write
+#define close _close
 #else
 #include <unistd.h>
 #endif
+
+// A GMime output stream over a file descriptor with a large buffer: GMime's
+// own buffer stream writes in blocks of 4 KiB, a system call for every 4 KiB
+// of a message; this one writes 256 KiB at a time. Output only; it owns the
+// descriptor and closes it when it is freed.
+extern "C" {
+
+struct TessalyFileSink {
+    GMimeStream parent;
+    int fd;
+    char* buffer;
+    size_t used;
+    gboolean failed;
+};
+
+struct TessalyFileSinkClass {
+    GMimeStreamClass parent_class;
+};
+
+G_DEFINE_TYPE(TessalyFileSink, tessaly_file_sink, GMIME_TYPE_STREAM)
+
+} // extern "C"
+
+namespace {
+
+constexpr size_t SinkBufferSize = 256 * 1024;
+
+bool SinkWriteOut(TessalyFileSink* sink, const char* data, size_t size)
+{
+    while (size > 0 && !sink->failed) {
+        const auto written = write(sink->fd, data, static_cast<unsigned>(std::min<size_t>(size, 1u << 30)));
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0) {
+            sink->failed = TRUE;
+            break;
+        }
+        data += written;
+        size -= size_t(written);
+    }
+    return !sink->failed;
+}
+
+bool SinkFlush(TessalyFileSink* sink)
+{
+    const bool ok = SinkWriteOut(sink, sink->buffer, sink->used);
+    sink->used = 0;
+    return ok;
+}
+
+ssize_t SinkWrite(GMimeStream* stream, const char* data, size_t size)
+{
+    auto* sink = reinterpret_cast<TessalyFileSink*>(stream);
+    if (sink->failed)
+        return -1;
+    if (sink->used + size > SinkBufferSize && !SinkFlush(sink))
+        return -1;
+    if (size >= SinkBufferSize) {
+        if (!SinkWriteOut(sink, data, size))
+            return -1;
+    } else {
+        memcpy(sink->buffer + sink->used, data, size);
+        sink->used += size;
+    }
+    stream->position += gint64(size);
+    return ssize_t(size);
+}
+
+int SinkFlushStream(GMimeStream* stream)
+{
+    return SinkFlush(reinterpret_cast<TessalyFileSink*>(stream)) ? 0 : -1;
+}
+
+int SinkClose(GMimeStream* stream)
+{
+    auto* sink = reinterpret_cast<TessalyFileSink*>(stream);
+    const bool ok = SinkFlush(sink);
+    if (sink->fd >= 0)
+        close(sink->fd);
+    sink->fd = -1;
+    return ok ? 0 : -1;
+}
+
+gboolean SinkEos(GMimeStream* stream)
+{
+    return reinterpret_cast<TessalyFileSink*>(stream)->failed;
+}
+
+void SinkFinalize(GObject* object)
+{
+    auto* sink = reinterpret_cast<TessalyFileSink*>(object);
+    SinkClose(GMIME_STREAM(object));
+    g_free(sink->buffer);
+    G_OBJECT_CLASS(tessaly_file_sink_parent_class)->finalize(object);
+}
+
+} // namespace
+
+extern "C" {
+
+static void tessaly_file_sink_class_init(TessalyFileSinkClass* klass)
+{
+    G_OBJECT_CLASS(klass)->finalize = SinkFinalize;
+    GMimeStreamClass* streamClass = GMIME_STREAM_CLASS(klass);
+    streamClass->write = SinkWrite;
+    streamClass->flush = SinkFlushStream;
+    streamClass->close = SinkClose;
+    streamClass->eos = SinkEos;
+}
+
+static void tessaly_file_sink_init(TessalyFileSink* sink)
+{
+    sink->fd = -1;
+    sink->buffer = static_cast<char*>(g_malloc(SinkBufferSize));
+    sink->used = 0;
+    sink->failed = FALSE;
+}
+
+} // extern "C"
 
 namespace tessaly::mail {
 
@@ -294,16 +419,17 @@ bool TMimeMessage::SaveToStream(QIODevice& stream) const
         const QByteArray bytes = SaveToBytes();
         return stream.write(bytes) == bytes.size();
     }
-    // A file is written straight through a buffer of GMime's: the message is
-    // never whole in memory, however large its attachments. A pipe stream
-    // writes where the file stands and, unlike GMime's file stream, neither
-    // seeks before every write nor syncs the file when flushed.
-    TGPtr<GMimeStream> fileStream(g_mime_stream_pipe_new(fd)); // closes the duplicate
-    TGPtr<GMimeStream> buffered(g_mime_stream_buffer_new(fileStream.get(), GMIME_STREAM_BUFFER_BLOCK_WRITE));
+    // A file is written straight through a buffer: the message is never
+    // whole in memory, however large its attachments. The sink writes where
+    // the file stands and, unlike GMime's file stream, neither seeks before
+    // every write nor syncs the file when flushed.
+    auto* sink = static_cast<TessalyFileSink*>(g_object_new(tessaly_file_sink_get_type(), nullptr));
+    sink->fd = fd; // closes the duplicate
+    TGPtr<GMimeStream> buffered(GMIME_STREAM(sink));
     GMimeFormatOptions* options = CrLfOptions();
     const gint64 written = g_mime_object_write_to_stream(GMIME_OBJECT(m_mime.get()), options, buffered.get());
     g_mime_format_options_free(options);
-    return written >= 0 && g_mime_stream_flush(buffered.get()) == 0;
+    return written >= 0 && g_mime_stream_close(buffered.get()) == 0;
 }
 
 QString TAttachNameGenerator::GenerateAttachName(const IMailAttach& attach)

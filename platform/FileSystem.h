@@ -34,6 +34,10 @@ void CloseLocked(int handle);
 // behind, and no temporary name is made and dropped again. -1 where the
 // system or the file system cannot make one.
 int CreateUnnamed(const QString& folder, bool privateToUser = false);
+// Starts writing what was written to the file out to its disk, without
+// waiting: the sync at the end of a run then finds little left to do.
+void StartWriteBack(int handle);
+
 // Gives an unnamed file the name `to` only when no file has it.
 TLinkResult LinkUnnamed(int handle, const QString& to);
 void CloseUnnamed(int handle);

@@ -73,6 +73,7 @@ TLinkResult TStagedFile::Commit(QString& target, const std::function<QString(con
         return lrFailed;
     }
     m_file.close();
+    StartWriteBack(m_handle);
     if (m_unnamed && replace) {
         // Named first, then renamed over the file it replaces.
         for (int attempt = 0; attempt < 100 && m_temporary.isEmpty(); ++attempt) {

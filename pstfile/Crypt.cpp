@@ -1,29 +1,12 @@
 #include "pstfile/Crypt.h"
 
-#include "pstfile/Endian.h"
-
+#include <algorithm>
 #include <array>
+#include <zlib.h>
 
 namespace tessaly::pstfile {
 
 namespace {
-
-// Slicing-by-4 tables of the reflected polynomial.
-struct TCrcTables {
-    uint32_t t[4][256];
-    TCrcTables()
-    {
-        for (uint32_t i = 0; i < 256; ++i) {
-            uint32_t c = i;
-            for (int k = 0; k < 8; ++k)
-                c = (c & 1) ? (c >> 1) ^ 0xEDB88320u : c >> 1;
-            t[0][i] = c;
-        }
-        for (uint32_t i = 0; i < 256; ++i)
-            for (int k = 1; k < 4; ++k)
-                t[k][i] = (t[k - 1][i] >> 8) ^ t[0][t[k - 1][i] & 0xFF];
-    }
-};
 
 // [MS-PST] 5.1: the substitution tables of both encodings. R encodes, its
 // inverse I decodes; S is its own inverse.
@@ -76,20 +59,19 @@ const TInverse TableI;
 
 } // namespace
 
+// [MS-PST]'s CRC is CRC-32 (polynomial 0xEDB88320) without zlib's
+// inversions before and after: zlib's tuned code does the work.
 uint32_t Crc(const void* data, size_t size, uint32_t crc)
 {
-    static const TCrcTables tables;
-    const auto* p = static_cast<const uint8_t*>(data);
-    while (size >= 4) {
-        crc ^= Get32(p);
-        crc = tables.t[3][crc & 0xFF] ^ tables.t[2][(crc >> 8) & 0xFF] ^ tables.t[1][(crc >> 16) & 0xFF]
-            ^ tables.t[0][crc >> 24];
-        p += 4;
-        size -= 4;
+    const auto* p = static_cast<const Bytef*>(data);
+    uLong value = ~uLong(crc) & 0xFFFFFFFFu;
+    while (size > 0) {
+        const auto chunk = uInt(std::min<size_t>(size, 1u << 30));
+        value = crc32(value, p, chunk);
+        p += chunk;
+        size -= chunk;
     }
-    while (size--)
-        crc = tables.t[0][(crc ^ *p++) & 0xFF] ^ (crc >> 8);
-    return crc;
+    return ~uint32_t(value);
 }
 
 void EncodePermute(void* data, size_t size)

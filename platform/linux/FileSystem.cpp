@@ -77,6 +77,12 @@ TLinkResult LinkUnnamed(int handle, const QString& to)
     return errno == EEXIST ? lrTaken : lrFailed;
 }
 
+void StartWriteBack(int handle)
+{
+    if (handle >= 0)
+        sync_file_range(handle, 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 void CloseUnnamed(int handle)
 {
     if (handle >= 0)

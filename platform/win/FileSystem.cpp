@@ -39,6 +39,9 @@ TLinkResult LinkUnnamed(int, const QString&)
     return lrFailed;
 }
 
+// Windows writes back on its own schedule; a run's end flushes its files.
+void StartWriteBack(int) {}
+
 void CloseUnnamed(int) {}
 
 int CreateLocked(const QString& path, bool)

@@ -1,4 +1,5 @@
 #include "app/StartUp.h"
+#include "app/WindowStart.h"
 #include "app/TessalyApplication.h"
 #include "core/CommandLine.h"
 #include "core/CrashReporter.h"

@@ -213,6 +213,13 @@ TEST(MessageFiles, SenderIPFromHeaders)
         {"Received: from pc (pc [192.168.1.2])\r\n", "192.168.1.2"},
         {"Received: by mx with SMTP id 1\r\n", ""},
         {"", ""},
+        // IPv6 in its short form; unique-local, link-local and loopback
+        // addresses count as private, a bracketed non-address is skipped.
+        {"X-Originating-IP: [2001:DB8:0:0:0:0:0:1]\r\n", "2001:db8::1"},
+        {"Received: from a (a [IPv6:2001:db8::5])\r\nReceived: from b (b [fd12::1])\r\n", "2001:db8::5"},
+        {"Received: from a (a [fe80::1])\r\nReceived: from b (b [127.0.0.1])\r\n", "127.0.0.1"},
+        {"Received: from a (a [172.20.1.1])\r\nReceived: from b (b [172.32.0.1])\r\n", "172.32.0.1"},
+        {"Received: from a (a [999.1.1.1])\r\n\tby [198.51.100.3]\r\n", "198.51.100.3"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(TCleverMailMessage::SenderIPFromHeaders(c.headers), c.ip) << c.headers.toStdString();
