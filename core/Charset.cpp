@@ -223,13 +223,15 @@ QString HeaderCharset(const QString& headers)
 
 } // namespace
 
-QString DecodeHtml(const QByteArray& html, const QString& headers)
+QString DecodeHtml(const QByteArray& html, const QString& headers, int codePage)
 {
     if (html.isEmpty())
         return {};
     QString charset = HtmlDeclaredCharset(html);
     if (charset.isEmpty())
         charset = HeaderCharset(headers);
+    if (charset.isEmpty() && codePage > 0 && IsKnownCharset(CodePageCharset(codePage)))
+        charset = CodePageCharset(codePage);
     QString text;
     if (!charset.isEmpty()) {
         text = DecodeCharset(html, charset);
@@ -246,7 +248,57 @@ QString DecodeHtml(const QByteArray& html, const QString& headers)
             text = DecodeCharset(html, detected);
         }
     }
-    return HtmlCharacterReferences(text, 128, false);
+    return text;
+}
+
+QByteArray EncodeHtml(const QString& html, const QString& headers)
+{
+    if (html.isEmpty())
+        return {};
+    QString charset = HtmlDeclaredCharset(html.left(HtmlCharsetWindow).toLatin1());
+    if (charset.isEmpty())
+        charset = HeaderCharset(headers);
+    if (charset.isEmpty())
+        charset = QStringLiteral("UTF-8");
+    const TConverter converter = OpenConverter(charset);
+    if (!converter) // read back one byte to a character
+        return HtmlCharacterReferences(html, 256, false).toLatin1();
+    UErrorCode error = U_ZERO_ERROR;
+    ucnv_setFromUCallBack(converter.get(), UCNV_FROM_U_CALLBACK_ESCAPE, UCNV_ESCAPE_XML_DEC, nullptr, nullptr, &error);
+    QByteArray bytes(html.size() * 3 + 16, Qt::Uninitialized);
+    int32_t length = ucnv_fromUChars(converter.get(), bytes.data(), int32_t(bytes.size()),
+        reinterpret_cast<const UChar*>(html.constData()), int32_t(html.size()), &error);
+    if (error == U_BUFFER_OVERFLOW_ERROR) {
+        bytes.resize(length + 1);
+        error = U_ZERO_ERROR;
+        ucnv_reset(converter.get());
+        length = ucnv_fromUChars(converter.get(), bytes.data(), int32_t(bytes.size()),
+            reinterpret_cast<const UChar*>(html.constData()), int32_t(html.size()), &error);
+    }
+    if (U_FAILURE(error))
+        return HtmlCharacterReferences(html, 128, false).toLatin1();
+    bytes.truncate(length);
+    return bytes;
+}
+
+QString HtmlWithCharset(const QString& html, const QString& charset)
+{
+    const QStringView head = QStringView(html).left(HtmlCharsetWindow);
+    const qsizetype at = head.indexOf(QLatin1String("charset="), 0, Qt::CaseInsensitive);
+    if (at < 0)
+        return html;
+    qsizetype pos = at + 8;
+    if (pos < head.size() && head[pos] == QLatin1Char('"'))
+        ++pos;
+    const qsizetype start = pos;
+    static const QString Delimiters = QStringLiteral("\"' ;,>/\t\r\n");
+    while (pos < head.size() && !Delimiters.contains(head[pos]))
+        ++pos;
+    if (QStringView(html).mid(start, pos - start).compare(charset, Qt::CaseInsensitive) == 0)
+        return html;
+    QString result = html;
+    result.replace(start, pos - start, charset);
+    return result;
 }
 
 

@@ -32,9 +32,19 @@ QString DetectCharset(const QByteArray& bytes, bool html);
 
 // The bytes of an HTML body as text: in the charset named after "charset="
 // near its start, else in the one the transport headers name for text/html,
-// else in the one it looks like; every character above 127 then becomes a
-// numeric character reference.
-QString DecodeHtml(const QByteArray& html, const QString& headers);
+// else in the Windows code page the item names for its HTML (0: none),
+// else in the one it looks like. The text keeps its characters as they are.
+QString DecodeHtml(const QByteArray& html, const QString& headers, int codePage = 0);
+
+// HTML text as bytes that DecodeHtml reads back as the same text: in the
+// charset its head declares, else in the one the headers name, else in
+// UTF-8 (the writer then names code page 65001). A character the charset
+// cannot hold becomes a numeric character reference.
+QByteArray EncodeHtml(const QString& html, const QString& headers);
+
+// The HTML text with the charset its head declares ("charset=..." near its
+// start) changed to `charset`; unchanged when it declares none.
+QString HtmlWithCharset(const QString& html, const QString& charset);
 
 // True when the bytes are well-formed UTF-8.
 bool IsValidUtf8(const QByteArray& bytes);

@@ -647,7 +647,7 @@ TGPtr<GMimeMessage> BuildMimeMessage(const QString& text, const QString& html, s
     if (!text.isEmpty() || html.isEmpty())
         alternatives.push_back(TextPart("plain", text));
     if (!html.isEmpty()) {
-        std::vector<GMimeObject*> related {TextPart("html", html)};
+        std::vector<GMimeObject*> related {TextPart("html", core::HtmlWithCharset(html, QStringLiteral("utf-8")))};
         for (auto& image : images)
             related.push_back(FilePart(image, "inline"));
         images.clear();

@@ -425,7 +425,9 @@ void TOutlookMessage::ReadBodies()
     const TMsgStorage& root = *m_root;
     m_body.Text = root.String(pid::Body);
     const QByteArray html = root.Binary(pid::Html);
-    m_body.HTML = !html.isEmpty() ? core::DecodeHtml(html, root.String(pid::TransportHeaders)) : root.String(pid::Html);
+    m_body.HTML = !html.isEmpty()
+        ? core::DecodeHtml(html, root.String(pid::TransportHeaders), int(root.Int32(pid::InternetCodepage).value_or(0)))
+        : root.String(pid::Html);
     const QByteArray compressed = root.Binary(pid::RtfCompressed);
     if (!compressed.isEmpty()) {
         try {

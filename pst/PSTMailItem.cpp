@@ -357,7 +357,7 @@ const TMailBody& TPSTMailItem::Body() const
         return *m_body;
     TMailBody body;
     body.Text = ReadPlainTextBody(Props());
-    body.HTML = core::DecodeHtml(ReadBody(Props(), pid::Html), Headers());
+    body.HTML = core::DecodeHtml(ReadBody(Props(), pid::Html), Headers(), int(ReadUInt32(Props(), pid::InternetCodepage).value_or(0)));
     const QByteArray rtf = ReadBinary(Props(), pid::RtfCompressed);
     body.RTF = rtf.isEmpty() ? QByteArray() : core::DecompressRtf(rtf);
     while (!body.RTF.isEmpty() && body.RTF.back() == '\0')

@@ -1,5 +1,6 @@
 #include "tasks/MailPSTTask.h"
 
+#include "core/Charset.h"
 #include "core/DateTime.h"
 #include "core/Exceptions.h"
 #include "core/HtmlText.h"
@@ -123,10 +124,10 @@ void AddBodies(TPSTMessage& out, const mail::IMailMessage& message)
     bool derived = false;
     if (!html.isEmpty() && core::IsHtmlEncapsulatedRtf(rtf))
         derived = core::RtfToHtml(rtf) == html;
-    // Characters outside ASCII as references: the bytes then read the same
-    // whatever charset the page declares.
-    const QByteArray ascii = core::HtmlCharacterReferences(html, 128, false).toLatin1();
-    out.SetBodies(message.Body(mail::mbtText), derived ? QByteArray() : ascii, rtf);
+    // In the charset the page declares (references only for what it cannot
+    // hold), else in UTF-8, the code page the written message names.
+    const QByteArray bytes = derived ? QByteArray() : core::EncodeHtml(html, message.Headers());
+    out.SetBodies(message.Body(mail::mbtText), bytes, rtf);
 }
 
 void AddAttachments(TPSTMessage& out, const mail::IMailMessage& message, int depth)

@@ -89,21 +89,55 @@ TEST(Charset, HtmlBodies)
 {
     const QByteArray cyrillic = QByteArray("<html><head><meta http-equiv=\"Content-Type\" content=\"text/html; "
                                            "charset=windows-1251\"></head><body>\xcf\xf0\xe8\xe2\xe5\xf2</body></html>");
-    EXPECT_TRUE(DecodeHtml(cyrillic, {}).contains(QStringLiteral("<body>&#1055;&#1088;&#1080;&#1074;&#1077;&#1090;</body>")));
+    EXPECT_TRUE(DecodeHtml(cyrillic, {}).contains(QStringLiteral("<body>\u041f\u0440\u0438\u0432\u0435\u0442</body>")));
 
     const QByteArray quoted = "<meta charset=\"koi8-r\"><p>\xf0\xd2\xc9</p>";
-    EXPECT_TRUE(DecodeHtml(quoted, {}).contains(QStringLiteral("<p>&#1055;&#1088;&#1080;</p>")));
+    EXPECT_TRUE(DecodeHtml(quoted, {}).contains(QStringLiteral("<p>\u041f\u0440\u0438</p>")));
 
-    // No charset in the HTML: the transport headers name it.
+    // No charset in the HTML: the transport headers name it, before the
+    // item's code page.
     const QByteArray latin = "<p>caf\xe9</p>";
     const QString headers = QStringLiteral("Received: x\r\nContent-Type: text/html; charset=\"iso-8859-1\"\r\n");
-    EXPECT_EQ(DecodeHtml(latin, headers), QStringLiteral("<p>caf&#233;</p>"));
+    EXPECT_EQ(DecodeHtml(latin, headers, 65001), QStringLiteral("<p>caf\u00e9</p>"));
 
-    // Neither: UTF-8 is recognised, characters beyond the BMP make one reference.
+    // Neither: the item's code page, else UTF-8 is recognised.
     const QByteArray utf8 = "<p>\xe6\x97\xa5\xe6\x9c\xac \xf0\x9f\x98\x80</p>";
-    EXPECT_EQ(DecodeHtml(utf8, {}), QStringLiteral("<p>&#26085;&#26412; &#128512;</p>"));
+    EXPECT_EQ(DecodeHtml(utf8, {}), QStringLiteral("<p>\u65e5\u672c \U0001F600</p>"));
+    EXPECT_EQ(DecodeHtml(latin, {}, 1252), QStringLiteral("<p>caf\u00e9</p>"));
+    EXPECT_EQ(DecodeHtml("<p>\x82\xa0</p>", {}, 932), QStringLiteral("<p>\u3042</p>"));
+    EXPECT_EQ(DecodeHtml(utf8, {}, 99999), DecodeHtml(utf8, {})); // an unknown code page is no help
 
     // An unknown charset takes the bytes as they are.
-    EXPECT_EQ(DecodeHtml("<meta charset=x-nonsense>\xe9", {}), QStringLiteral("<meta charset=x-nonsense>&#233;"));
+    EXPECT_EQ(DecodeHtml("<meta charset=x-nonsense>\xe9", {}), QStringLiteral("<meta charset=x-nonsense>\u00e9"));
     EXPECT_EQ(DecodeHtml({}, headers), QString());
+}
+
+// What a writer stores reads back as the same text: in the declared
+// charset, references only for what it cannot hold; else the headers'
+// charset; else UTF-8.
+TEST(Charset, HtmlBodiesWrittenReadBackTheSame)
+{
+    const struct {
+        QString html, headers;
+        QByteArray bytes;
+        int codePage;
+    } cases[] = {
+        {QStringLiteral("<meta charset=windows-1251><p>\u041f\u0438 \u00e9</p>"), {},
+            "<meta charset=windows-1251><p>\xcf\xe8 &#233;</p>", 0},
+        {QStringLiteral("<p>caf\u00e9 \u65e5</p>"), QStringLiteral("Content-Type: text/html; charset=iso-8859-1\r\n"),
+            "<p>caf\xe9 &#26085;</p>", 0},
+        {QStringLiteral("<p>\u65e5 \U0001F600</p>"), {}, "<p>\xe6\x97\xa5 \xf0\x9f\x98\x80</p>", 65001},
+        {QStringLiteral("<meta charset=x-nonsense><p>\u00e9\u65e5</p>"), {}, "<meta charset=x-nonsense><p>\xe9&#26085;</p>", 0},
+        {QStringLiteral("<p>plain</p>"), {}, "<p>plain</p>", 65001},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.html.toStdString());
+        const QByteArray bytes = EncodeHtml(c.html, c.headers);
+        EXPECT_EQ(bytes, c.bytes);
+        QString expected = c.html;
+        expected.replace(QStringLiteral("\u65e5"), c.bytes.contains("&#26085;") ? QStringLiteral("&#26085;") : QStringLiteral("\u65e5"));
+        expected.replace(QStringLiteral(" \u00e9<"), c.bytes.contains("&#233;") ? QStringLiteral(" &#233;<") : QStringLiteral(" \u00e9<"));
+        EXPECT_EQ(DecodeHtml(bytes, c.headers, c.codePage), expected);
+    }
+    EXPECT_TRUE(EncodeHtml({}, {}).isEmpty());
 }
