@@ -63,8 +63,40 @@ bool IsAttachmentDisposition(GMimeObject* object)
     return disposition && g_ascii_strcasecmp(disposition, "attachment") == 0;
 }
 
+// The value of a parameter of a part's Content-Disposition or Content-Type
+// field, re-parsed from the field as it stands when it holds encoded words
+// (GMime loses the words after a padded base64 word); null otherwise.
+QString MendedParameter(GMimeObject* object, const char* field, const char* parameter)
+{
+    GMimeHeaderList* headers = g_mime_object_get_header_list(object);
+    GMimeHeader* header = headers ? g_mime_header_list_get_header(headers, field) : nullptr;
+    const char* raw = header ? g_mime_header_get_raw_value(header) : nullptr;
+    if (!raw || !strstr(raw, "=?"))
+        return {};
+    const QByteArray mended = MendEncodedWords(QByteArray(raw));
+    const char* value = nullptr;
+    QString result;
+    if (g_ascii_strcasecmp(field, "Content-Disposition") == 0) {
+        GMimeContentDisposition* disposition = g_mime_content_disposition_parse(nullptr, mended.constData());
+        value = disposition ? g_mime_content_disposition_get_parameter(disposition, parameter) : nullptr;
+        result = FromUtf8OrLatin1(value);
+        if (disposition)
+            g_object_unref(disposition);
+    } else {
+        GMimeContentType* type = g_mime_content_type_parse(nullptr, mended.constData());
+        value = type ? g_mime_content_type_get_parameter(type, parameter) : nullptr;
+        result = FromUtf8OrLatin1(value);
+        if (type)
+            g_object_unref(type);
+    }
+    return result;
+}
+
 QString RawFileName(GMimeObject* object)
 {
+    for (const auto& [field, parameter] : {std::pair{"Content-Disposition", "filename"}, std::pair{"Content-Type", "name"}})
+        if (const QString mended = MendedParameter(object, field, parameter); !mended.isEmpty())
+            return mended;
     const char* name = nullptr;
     if (GMIME_IS_PART(object))
         name = g_mime_part_get_filename(GMIME_PART(object));
@@ -115,6 +147,19 @@ GMimeHeader* FirstOfSeveral(GMimeMessage* message, const char* name)
             first = header;
     }
     return count > 1 ? first : nullptr;
+}
+
+// True when a header field named name holds encoded words.
+bool HasEncodedWords(GMimeMessage* message, const char* name)
+{
+    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(message));
+    for (int i = 0; headers && i < g_mime_header_list_get_count(headers); ++i) {
+        GMimeHeader* header = g_mime_header_list_get_header_at(headers, i);
+        const char* raw = g_mime_header_get_raw_value(header);
+        if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) == 0 && raw && strstr(raw, "=?"))
+            return true;
+    }
+    return false;
 }
 
 } // namespace
@@ -187,6 +232,27 @@ QString DecodeHeaderText(const QByteArray& raw)
     }
     flush();
     out += plain(text.mid(position));
+    return out;
+}
+
+QByteArray MendEncodedWords(const QByteArray& raw)
+{
+    if (!raw.contains("=?"))
+        return raw;
+    // A run: encoded words with nothing but white space (folds too) between.
+    static const QRegularExpression Run(QStringLiteral(
+        "=\\?[^?\\s]+\\?[BbQq]\\?[^?\\s]*\\?=(?:[ \\t]*(?:\\r?\\n)?[ \\t]*=\\?[^?\\s]+\\?[BbQq]\\?[^?\\s]*\\?=)*"));
+    const QString text = QString::fromLatin1(raw);
+    QByteArray out;
+    qsizetype position = 0;
+    for (auto it = Run.globalMatch(text); it.hasNext();) {
+        const auto match = it.next();
+        out += text.mid(position, match.capturedStart() - position).toLatin1();
+        position = match.capturedEnd();
+        const QByteArray decoded = DecodeHeaderText(match.captured(0).toLatin1()).toUtf8();
+        out += "=?UTF-8?B?" + decoded.toBase64() + "?=";
+    }
+    out += text.mid(position).toLatin1();
     return out;
 }
 
@@ -364,8 +430,12 @@ std::shared_ptr<IMailRecipient> TCleverMailMessage::Sender() const
 {
     if (!m_message)
         return nullptr;
-    if (GMimeHeader* first = FirstOfSeveral(m_message.get(), "From")) {
-        InternetAddressList* parsed = internet_address_list_parse(nullptr, g_mime_header_get_raw_value(first));
+    GMimeHeader* first = FirstOfSeveral(m_message.get(), "From");
+    if (!first && HasEncodedWords(m_message.get(), "From"))
+        first = g_mime_header_list_get_header(g_mime_object_get_header_list(GMIME_OBJECT(m_message.get())), "From");
+    if (first) {
+        const QByteArray mended = MendEncodedWords(QByteArray(g_mime_header_get_raw_value(first)));
+        InternetAddressList* parsed = internet_address_list_parse(nullptr, mended.constData());
         const TCleverMailRecipientList from(parsed);
         if (parsed)
             g_object_unref(parsed);
@@ -436,7 +506,26 @@ std::shared_ptr<IMailRecipientList> TCleverMailMessage::Recipients(TMailRecipien
     case mrtBCC: type = GMIME_ADDRESS_TYPE_BCC; break;
     default: return nullptr;
     }
-    return std::make_shared<TCleverMailRecipientList>(g_mime_message_get_addresses(m_message.get(), type));
+    const char* const names[] = {"To", "Cc", "Bcc"};
+    const char* name = names[kind == mrtTo ? 0 : kind == mrtCC ? 1 : 2];
+    if (!HasEncodedWords(m_message.get(), name))
+        return std::make_shared<TCleverMailRecipientList>(g_mime_message_get_addresses(m_message.get(), type));
+    // Every field of that name, as GMime joins them, with its words mended.
+    InternetAddressList* all = internet_address_list_new();
+    GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(m_message.get()));
+    for (int i = 0; i < g_mime_header_list_get_count(headers); ++i) {
+        GMimeHeader* header = g_mime_header_list_get_header_at(headers, i);
+        if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) != 0)
+            continue;
+        const QByteArray mended = MendEncodedWords(QByteArray(g_mime_header_get_raw_value(header)));
+        if (InternetAddressList* parsed = internet_address_list_parse(nullptr, mended.constData())) {
+            internet_address_list_append(all, parsed);
+            g_object_unref(parsed);
+        }
+    }
+    auto list = std::make_shared<TCleverMailRecipientList>(all);
+    g_object_unref(all);
+    return list;
 }
 
 QString TCleverMailMessage::Body(TMailBodyType kind) const

@@ -106,6 +106,11 @@ QString ExtensionForContentType(const QString& contentType);
 // encoded words taken as UTF-8, or as Latin-1 where they are not UTF-8.
 QString DecodeHeaderText(const QByteArray& raw);
 
+// The raw value of a header field with each run of adjacent encoded words
+// decoded as above and written again as one UTF-8 word, so that GMime's own
+// parsers (addresses, parameters) read it whole.
+QByteArray MendEncodedWords(const QByteArray& raw);
+
 // Builds a MIME message: a text part, an HTML part with the images beside it
 // (multipart/related), and the attachments. Parts come in the order given.
 struct TMimeFile {

@@ -200,6 +200,54 @@ TEST(MessageFiles, EncodedWordsOfHeaders)
     EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("MySurvey.com:  You"));
 }
 
+// Display names and attachment names go through GMime's parsers, which lose
+// the words after a padded base64 word: the fields are mended first.
+TEST(MessageFiles, EncodedWordsOfNamesAndFileNames)
+{
+    const QByteArray mime =
+        "From: =?UTF-8?B?TXlTdXJ2ZXkuY29tOg==?= =?UTF-8?B?IFN1cnZleXM=?= <s@example.com>\r\n"
+        "To: =?iso-8859-1?Q?Andr=E9?=\r\n =?iso-8859-1?Q?_M=FCller?= <a@example.com>, \"=?UTF-8?B?5pel?= =?UTF-8?B?5pys?=\" <j@example.com>\r\n"
+        "Cc: plain <p@example.com>\r\n"
+        "Cc: =?UTF-8?B?VEVTVA=?= <t@example.com>, =?UTF-8?X?bad?= <b@example.com>\r\n"
+        "Subject: names\r\n"
+        "MIME-Version: 1.0\r\n"
+        "Content-Type: multipart/mixed; boundary=\"b\"\r\n\r\n"
+        "--b\r\nContent-Type: text/plain\r\n\r\nbody\r\n"
+        "--b\r\nContent-Type: application/octet-stream\r\n"
+        "Content-Disposition: attachment; filename=\"=?UTF-8?B?UmVwb3J0IDIwMjQ=?= =?UTF-8?B?IOaXpeacrC5wZGY=?=\"\r\n"
+        "Content-Transfer-Encoding: base64\r\n\r\nQUJD\r\n"
+        "--b\r\nContent-Type: application/octet-stream; name=\"=?koi8-r?B?8NLJ?= =?koi8-r?B?18XU?=.txt\"\r\n"
+        "Content-Transfer-Encoding: base64\r\n\r\nQUJD\r\n"
+        "--b\r\nContent-Type: application/octet-stream\r\n"
+        "Content-Disposition: attachment; filename*0*=UTF-8''%E6%97%A5; filename*1*=%E6%9C%AC.txt\r\n"
+        "Content-Transfer-Encoding: base64\r\n\r\nQUJD\r\n"
+        "--b--\r\n";
+    auto parsed = ParseMimeMessage(mime);
+    ASSERT_TRUE(parsed);
+    const TCleverMailMessage message(std::move(parsed));
+    ASSERT_TRUE(message.Sender());
+    EXPECT_EQ(message.Sender()->Name(), QStringLiteral("MySurvey.com: Surveys"));
+    EXPECT_EQ(message.Sender()->EMail(), QStringLiteral("s@example.com"));
+    const auto names = [](const std::shared_ptr<IMailRecipientList>& list) {
+        QStringList out;
+        for (int i = 0; list && i < list->Count(); ++i)
+            out << list->GetRecipient(i)->Name() + QLatin1Char('|') + list->GetRecipient(i)->EMail();
+        return out;
+    };
+    EXPECT_EQ(names(message.Recipients(mrtTo)),
+        QStringList({QStringLiteral("André Müller|a@example.com"), QStringLiteral("日本|j@example.com")}));
+    // Both Cc fields, the malformed word left as it stands.
+    EXPECT_EQ(names(message.Recipients(mrtCC)), QStringList({QStringLiteral("plain|p@example.com"),
+                                                    QStringLiteral("TEST|t@example.com"),
+                                                    QStringLiteral("=?UTF-8?X?bad?=|b@example.com")}));
+    EXPECT_EQ(AttachNames(message), QStringList({QStringLiteral("Report 2024 日本.pdf:3"),
+                                        QStringLiteral("Привет.txt:3"), QStringLiteral("日本.txt:3")}));
+
+    // What GMime reads whole already comes through unchanged.
+    EXPECT_EQ(MendEncodedWords("plain <p@example.com>"), QByteArray("plain <p@example.com>"));
+    EXPECT_EQ(DecodeHeaderText(MendEncodedWords("a =?UTF-8?B?5pel?=\r\n =?UTF-8?B?5pys?= b")), QStringLiteral("a 日本 b"));
+}
+
 TEST(MessageFiles, SenderIPFromHeaders)
 {
     const struct {
