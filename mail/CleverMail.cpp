@@ -672,6 +672,45 @@ QByteArray PartFileName(const QString& name, const QString& contentType)
     return extension.isEmpty() ? QByteArray("attachment") : "attachment." + extension.toUtf8();
 }
 
+} // namespace
+
+GByteArray* Base64Lines(const QByteArray& data)
+{
+    static const char Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    const auto* in = reinterpret_cast<const uchar*>(data.constData());
+    const size_t size = size_t(data.size());
+    const size_t lines = (size + 56) / 57;
+    GByteArray* array = g_byte_array_sized_new(guint(lines * 77));
+    g_byte_array_set_size(array, guint(lines * 77));
+    char* out = reinterpret_cast<char*>(array->data);
+    char* const start = out;
+    for (size_t line = 0; line < size; line += 57) {
+        const size_t end = std::min(size, line + 57);
+        size_t i = line;
+        for (; i + 3 <= end; i += 3) {
+            const uint32_t v = uint32_t(in[i]) << 16 | uint32_t(in[i + 1]) << 8 | in[i + 2];
+            out[0] = Alphabet[v >> 18];
+            out[1] = Alphabet[(v >> 12) & 63];
+            out[2] = Alphabet[(v >> 6) & 63];
+            out[3] = Alphabet[v & 63];
+            out += 4;
+        }
+        if (i < end) { // one or two bytes left: the last line
+            const uint32_t v = uint32_t(in[i]) << 16 | (i + 1 < end ? uint32_t(in[i + 1]) << 8 : 0);
+            out[0] = Alphabet[v >> 18];
+            out[1] = Alphabet[(v >> 12) & 63];
+            out[2] = i + 1 < end ? Alphabet[(v >> 6) & 63] : '=';
+            out[3] = '=';
+            out += 4;
+        }
+        *out++ = '\n';
+    }
+    g_byte_array_set_size(array, guint(out - start));
+    return array;
+}
+
+namespace {
+
 GMimeObject* FilePart(TMimeFile& file, const char* disposition)
 {
     const QByteArray name = PartFileName(file.name, file.message ? QStringLiteral("message/rfc822") : file.contentType);
@@ -693,8 +732,16 @@ GMimeObject* FilePart(TMimeFile& file, const char* disposition)
         subType = "octet-stream";
     }
     GMimePart* part = g_mime_part_new_with_type(mediaType.constData(), subType.constData());
-    TGPtr<GMimeStream> stream(g_mime_stream_mem_new_with_buffer(file.data.constData(), size_t(file.data.size())));
-    TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
+    // Encoded here, once, into the buffer GMime writes from: GMime would
+    // copy the data and encode it on every write.
+    constexpr qsizetype Largest = qsizetype(1) << 30; // what a GByteArray holds encoded
+    const bool encodeHere = file.data.size() <= Largest;
+    TGPtr<GMimeStream> stream(encodeHere ? g_mime_stream_mem_new_with_byte_array(Base64Lines(file.data))
+                                         : g_mime_stream_mem_new_with_buffer(file.data.constData(), size_t(file.data.size())));
+    if (encodeHere)
+        g_mime_stream_mem_set_owner(GMIME_STREAM_MEM(stream.get()), TRUE);
+    TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(
+        stream.get(), encodeHere ? GMIME_CONTENT_ENCODING_BASE64 : GMIME_CONTENT_ENCODING_DEFAULT));
     g_mime_part_set_content(part, content.get());
     g_mime_part_set_content_encoding(part, GMIME_CONTENT_ENCODING_BASE64);
     g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);
