@@ -1,6 +1,7 @@
 // tessaly-inspect: prints what data files hold, as text or JSON.
 
 #include "core/Exceptions.h"
+#include "core/Version.h"
 #include "mail/FileMailMsg.h"
 #include "mail/HtmlSanitizer.h"
 #include "mail/MailReport.h"
@@ -161,6 +162,9 @@ int main(int argc, char** argv)
             remotePictures = true;
         } else if (arg == QLatin1String("--help") || arg == QLatin1String("-h")) {
             PrintUsage();
+            return 0;
+        } else if (arg == QLatin1String("--version")) {
+            std::printf("tessaly-inspect %s\n", tessaly::core::ProductVersion);
             return 0;
         } else if (arg.startsWith(QLatin1Char('-'))) {
             std::fprintf(stderr, "Unknown option %s\n", argv[i]);

@@ -90,6 +90,10 @@ int Run(int argc, char** argv, const TWindowHooks& hooks)
     } catch (const core::ECommandLineError& e) {
         return ShowCommandLineError(argc, argv, e.Code(), e.Detail(), hooks);
     }
+    if (commandLine.VersionRequested()) {
+        std::printf("%s %s\n", core::ProductName, core::ProductVersion);
+        return core::crOK;
+    }
     if (commandLine.HelpRequested()) {
         std::printf("%s", qUtf8Printable(commandLine.HelpText()));
         return core::crOK;

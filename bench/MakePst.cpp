@@ -3,6 +3,7 @@
 // memory it needed.
 
 #include "core/Exceptions.h"
+#include "core/Version.h"
 #include "pstfile/PSTGenerator.h"
 
 #include <QCommandLineParser>
@@ -16,9 +17,11 @@ using namespace tessaly;
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationVersion(QLatin1String(core::ProductVersion));
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral("Writes a synthetic Outlook data file (Unicode PST)."));
     parser.addHelpOption();
+    parser.addVersionOption();
     parser.addPositionalArgument(QStringLiteral("FILE"), QStringLiteral("the data file to write"));
     const pstfile::TGeneratorOptions defaults;
     struct TNumber {

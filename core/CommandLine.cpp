@@ -23,6 +23,32 @@ bool IsHelp(const QString& arg)
     return Help.contains(arg, Qt::CaseInsensitive);
 }
 
+bool IsVersion(const QString& arg)
+{
+    return arg.compare(QLatin1String("--version"), Qt::CaseInsensitive) == 0
+        || arg.compare(QLatin1String("-version"), Qt::CaseInsensitive) == 0;
+}
+
+// Options the Qt application object takes for itself ("-style Fusion",
+// "-platform offscreen", "-reverse"...): left for it, with their values.
+// 0 when arg is none of them, else how many arguments it spans.
+int QtOptionLength(const QString& arg)
+{
+    static const QStringList WithValue = {QStringLiteral("style"), QStringLiteral("stylesheet"),
+        QStringLiteral("platform"), QStringLiteral("platformpluginpath"), QStringLiteral("platformtheme"),
+        QStringLiteral("plugin"), QStringLiteral("display"), QStringLiteral("geometry"),
+        QStringLiteral("qwindowgeometry"), QStringLiteral("qwindowicon"), QStringLiteral("qwindowtitle"),
+        QStringLiteral("session"), QStringLiteral("title"), QStringLiteral("fontengine")};
+    static const QStringList Switches = {QStringLiteral("reverse"), QStringLiteral("widgetcount"),
+        QStringLiteral("nograb"), QStringLiteral("dograb"), QStringLiteral("sync")};
+    const QString name = arg.mid(arg.startsWith(QLatin1String("--")) ? 2 : 1);
+    if (name.contains(QLatin1Char('=')))
+        return WithValue.contains(name.section(QLatin1Char('='), 0, 0)) ? 1 : 0;
+    if (WithValue.contains(name))
+        return 2;
+    return Switches.contains(name) ? 1 : 0;
+}
+
 bool ParseSwitchValue(const QString& text, bool& value)
 {
     const QString t = text.trimmed().toLower();
@@ -75,6 +101,7 @@ void TCommandLine::Parse(const QStringList& args, const QString& workingDir)
     m_given.clear();
     m_sources.clear();
     m_help = false;
+    m_version = false;
     QStringList shown;
     for (const auto& a : args)
         shown << Quoted(a);
@@ -94,6 +121,15 @@ void TCommandLine::Parse(const QStringList& args, const QString& workingDir)
         }
         if (IsHelp(arg)) {
             m_help = true;
+            continue;
+        }
+        if (IsVersion(arg)) {
+            m_version = true;
+            continue;
+        }
+        // Our own keys first: a key of ours may share a name with Qt's.
+        if (const int span = QtOptionLength(arg); span > 0 && !FindKey(arg.mid(arg.startsWith(QLatin1String("--")) ? 2 : 1).section(QLatin1Char('='), 0, 0))) {
+            i += span - 1;
             continue;
         }
         QString name = arg.mid(arg.startsWith(QLatin1String("--")) ? 2 : 1);
@@ -136,7 +172,7 @@ void TCommandLine::Parse(const QStringList& args, const QString& workingDir)
 
 bool TCommandLine::WantsMainWindow() const
 {
-    if (m_help)
+    if (m_help || m_version)
         return false;
     if (!IsRun())
         return true;

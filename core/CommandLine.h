@@ -65,6 +65,8 @@ public:
     // Any key given asks for a command-line run; bare file names do not.
     bool IsRun() const { return !m_given.isEmpty(); }
     bool HelpRequested() const { return m_help; }
+    // "--version" (or "-version") was given.
+    bool VersionRequested() const { return m_version; }
     // No run, or a run whose only key is "pst": the viewer's window opens.
     bool WantsMainWindow() const;
 
@@ -99,6 +101,7 @@ private:
     QStringList m_sources;
     QString m_text;
     bool m_help = false;
+    bool m_version = false;
 };
 
 } // namespace tessaly::core

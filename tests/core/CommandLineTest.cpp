@@ -126,6 +126,10 @@ TEST(CommandLine, WhenTheMainWindowOpens)
         {{"-pst", "a.pst", "-Destination", "out"}, false},
         {{"-Destination", "out"}, false},
         {{"--help"}, false},
+        {{"--version"}, false},
+        // Qt's own options are left to the application object.
+        {{"-style", "Fusion", "-pst", "a.pst"}, true},
+        {{"-reverse", "a.pst", "-platform=offscreen"}, true},
     };
     for (const auto& c : cases) {
         commandLine.Parse(c.args, QStringLiteral("/w"));
@@ -177,6 +181,23 @@ TEST(CommandLine, ErrorPageAsPlainText)
     EXPECT_EQ(HtmlToPlainText(commandLine.ErrorPage(crNoSource)),
         QStringLiteral("Error:\n  No source or destination\n \nCommand line: \n  -pst /a.pst\n \n"
                        "----------------------------------------\n\nKeys:\n  -pst FILE  Outlook data file to view\n"));
+}
+
+TEST(CommandLine, VersionAndQtOptions)
+{
+    TCommandLine commandLine = ConfiguredCommandLine();
+    commandLine.Parse({QStringLiteral("-VERSION")}, QStringLiteral("/w"));
+    EXPECT_TRUE(commandLine.VersionRequested());
+    commandLine.Parse({QStringLiteral("-style"), QStringLiteral("Fusion"), QStringLiteral("--qwindowtitle"),
+                          QStringLiteral("T"), QStringLiteral("-reverse"), QStringLiteral("a.pst"), QStringLiteral("-display=:1")},
+        QStringLiteral("/w"));
+    EXPECT_FALSE(commandLine.VersionRequested());
+    EXPECT_EQ(commandLine.Sources(), QStringList{QStringLiteral("a.pst")}); // the values stay Qt's
+    // Our own keys keep their names, and unknown keys are still refused.
+    commandLine.DefineKey({QStringLiteral("Title"), QStringLiteral("A key of ours"), TKeyKind::Value, false});
+    commandLine.Parse({QStringLiteral("-title"), QStringLiteral("x")}, QStringLiteral("/w"));
+    EXPECT_EQ(commandLine.Value(QStringLiteral("Title")), QStringLiteral("x"));
+    EXPECT_EQ(ErrorCodeOf({QStringLiteral("-styles"), QStringLiteral("x")}), crCommandLine);
 }
 
 TEST(CommandLine, HelpListsEveryKey)

@@ -122,6 +122,19 @@ TEST(Tessaly, WindowProgramIsStartedInPlaceOrMissedAloud)
     EXPECT_FALSE(QDir(out).entryList(QDir::Files).isEmpty());
 }
 
+TEST(Tessaly, EveryProgramSaysItsVersion)
+{
+    for (const QString& program : {QStringLiteral("tessaly"), QStringLiteral("tessaly-inspect")}) {
+        const TRun run = RunProgram(program, {QStringLiteral("--version")});
+        EXPECT_EQ(run.exitCode, 0) << program.toStdString();
+        EXPECT_TRUE(run.out.contains(QRegularExpression(QStringLiteral("^(Tessaly|tessaly-inspect) \\d+\\.\\d+\\.\\d+\n$"))))
+            << run.out.toStdString();
+    }
+    const TRun make = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/make-pst"), {QStringLiteral("--version")});
+    EXPECT_EQ(make.exitCode, 0);
+    EXPECT_TRUE(make.out.contains(QRegularExpression(QStringLiteral("\\d+\\.\\d+\\.\\d+")))) << make.out.toStdString();
+}
+
 TEST(Tessaly, UnknownKeyPrintsTheErrorPageAsText)
 {
     const TRun run = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-bogus"), QStringLiteral("x")});
