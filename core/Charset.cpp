@@ -251,15 +251,21 @@ QString DecodeHtml(const QByteArray& html, const QString& headers, int codePage)
     return text;
 }
 
-QByteArray EncodeHtml(const QString& html, const QString& headers)
+QString HtmlEncodingCharset(const QString& html, const QString& headers)
 {
-    if (html.isEmpty())
-        return {};
     QString charset = HtmlDeclaredCharset(html.left(HtmlCharsetWindow).toLatin1());
     if (charset.isEmpty())
         charset = HeaderCharset(headers);
     if (charset.isEmpty())
         charset = QStringLiteral("UTF-8");
+    return charset;
+}
+
+QByteArray EncodeHtml(const QString& html, const QString& headers)
+{
+    if (html.isEmpty())
+        return {};
+    const QString charset = HtmlEncodingCharset(html, headers);
     const TConverter converter = OpenConverter(charset);
     if (!converter) // read back one byte to a character
         return HtmlCharacterReferences(html, 256, false).toLatin1();

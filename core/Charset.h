@@ -41,6 +41,9 @@ QString DecodeHtml(const QByteArray& html, const QString& headers, int codePage 
 // UTF-8 (the writer then names code page 65001). A character the charset
 // cannot hold becomes a numeric character reference.
 QByteArray EncodeHtml(const QString& html, const QString& headers);
+// The charset EncodeHtml writes that text in ("UTF-8" when neither the page
+// nor the headers name one).
+QString HtmlEncodingCharset(const QString& html, const QString& headers);
 
 // The HTML text with the charset its head declares ("charset=..." near its
 // start) changed to `charset`; unchanged when it declares none.

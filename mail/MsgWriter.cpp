@@ -1,0 +1,571 @@
+#include "mail/MsgWriter.h"
+
+#include "core/Charset.h"
+#include "core/DateTime.h"
+#include "core/Rtf.h"
+#include "mail/MailContact.h"
+#include "mail/MailMsgHTML.h"
+#include "mail/MimeWriter.h"
+#include "platform/StagedFile.h"
+
+#include <QRegularExpression>
+#include <gsf/gsf-outfile-msole.h>
+#include <gsf/gsf-outfile.h>
+#include <gsf/gsf-output-memory.h>
+#include <gsf/gsf-utils.h>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+
+namespace tessaly::mail {
+
+using namespace pstfile;
+
+namespace {
+
+// --- the message as the property model -------------------------------------------
+
+void SetDate(TPSTPropertyBag& bag, uint16_t id, TDateTime date)
+{
+    if (date > 0)
+        bag.SetTime(id, core::DateTimeToQDateTime(date).toUTC());
+}
+
+// The first Message-ID field of a header block, folding undone.
+QString HeaderMessageId(const QString& headers)
+{
+    static const QRegularExpression Field(
+        QStringLiteral("^Message-ID[ \\t]*:[ \\t]*((?:.*)(?:\\r?\\n[ \\t].*)*)"),
+        QRegularExpression::CaseInsensitiveOption | QRegularExpression::MultilineOption);
+    const auto match = Field.match(headers);
+    if (!match.hasMatch())
+        return {};
+    return match.captured(1).simplified().remove(QLatin1Char(' '));
+}
+
+QString AddrTypeOf(TMailAddressType type)
+{
+    return type == matEX ? QStringLiteral("EX") : QStringLiteral("SMTP");
+}
+
+void AddSender(TPSTMessage& out, const IMailMessage& message)
+{
+    const auto sender = message.Sender();
+    if (!sender)
+        return;
+    const QString address = sender->EMail();
+    const QString name = sender->Name().isEmpty() ? address : sender->Name();
+    // A resolved Exchange address is an SMTP address now.
+    out.SetSender(name, AddrTypeOf(sender->EMailType()), address, sender->EMailType() == matEX ? QString() : address);
+}
+
+void AddRecipients(TPSTMessage& out, const IMailMessage& message)
+{
+    if (const auto* prepare = dynamic_cast<const IMailPreparePreview*>(&message))
+        prepare->ResolveRecipients();
+    static constexpr std::pair<TMailRecipientType, uint16_t> Kinds[] = {
+        {mrtTo, pid::DisplayTo}, {mrtCC, pid::DisplayCc}, {mrtBCC, pid::DisplayBcc}};
+    for (const auto& [kind, display] : Kinds) {
+        const auto list = message.Recipients(kind);
+        if (!list)
+            continue;
+        QStringList names;
+        for (const auto& r : *list) {
+            if (!r)
+                continue;
+            const QString address = r->EMail();
+            const QString name = r->Name().isEmpty() ? address : r->Name();
+            // [MS-OXOMSG]: MAPI_TO 1, MAPI_CC 2, MAPI_BCC 3, in the order of TMailRecipientType.
+            out.AddRecipient(int(kind), name, AddrTypeOf(r->EMailType()), address,
+                r->EMailType() == matEX ? QString() : address);
+            names << name;
+        }
+        out.SetString(display, names.join(QStringLiteral("; ")));
+    }
+}
+
+void AddBodies(TPSTMessage& out, const IMailMessage& message)
+{
+    out.SetString(pid::Body, message.Body(mbtText));
+    const QByteArray rtf = message.Body(mbtRTF).toLatin1();
+    const QString html = message.Body(mbtHTML);
+    // HTML that readers derive from the RTF body is not stored twice.
+    const bool derived = !html.isEmpty() && core::IsHtmlEncapsulatedRtf(rtf) && core::RtfToHtml(rtf) == html;
+    if (!html.isEmpty() && !derived) {
+        const QString headers = message.Headers();
+        out.SetBinary(pid::Html, core::EncodeHtml(html, headers));
+        // The code page is named only where neither the page nor the
+        // headers name the charset.
+        if (core::HtmlEncodingCharset(html, headers).compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0)
+            out.SetLong(pid::InternetCodepage, 65001);
+    }
+    if (!rtf.isEmpty()) {
+        out.SetBinary(pid::RtfCompressed, CompressRtf(rtf));
+        out.SetBool(pid::RtfInSync, true);
+    }
+}
+
+void SetContactField(TPSTMessage& out, int field, const QVariant& value)
+{
+    if (!value.isValid())
+        return;
+    const uint32_t id = ContactFieldTag(field);
+    if (field == cfBirthday) {
+        out.SetNamedTime(PSETID_Address(), id, value.toDateTime().toUTC());
+    } else if (field == cfNotes) {
+        out.SetString(pid::Body, value.toString());
+    } else if (field == cfPicture) {
+        if (!value.toByteArray().isEmpty())
+            out.AddAttachment(QStringLiteral("ContactPicture.jpg"), value.toByteArray(), QStringLiteral("image/jpeg"));
+    } else if (id >= 0x8000) {
+        out.SetNamedString(PSETID_Address(), id, value.toString());
+    } else if (id) {
+        out.SetString(uint16_t(id), value.toString());
+    }
+}
+
+void AddContact(TPSTMessage& out, const IMailContact& contact)
+{
+    out.SetString(pid::MessageClass, QStringLiteral("IPM.Contact"));
+    for (int field = 0; field <= mcfPicture; ++field)
+        if (const int stored = ContactFieldOfMessageField(field); stored >= 0)
+            SetContactField(out, stored, contact.GetField(field));
+    // The addresses come joined; each goes back to its own field.
+    const QStringList emails = contact.GetField(mcfEMails).toString().split(QLatin1Char(','), Qt::SkipEmptyParts);
+    for (qsizetype i = 0; i < std::min<qsizetype>(emails.size(), 3); ++i)
+        SetContactField(out, cfEmail1 + int(i), emails[i].trimmed());
+    if (out.String(pid::Subject).isEmpty())
+        out.SetString(pid::Subject, out.String(pid::DisplayName));
+}
+
+void AddAttachments(TPSTMessage& out, const IMailMessage& message, int depth)
+{
+    const auto attaches = message.Attaches();
+    if (!attaches)
+        return;
+    TAttachNameGenerator names;
+    for (const auto& attach : *attaches) {
+        if (!attach)
+            continue;
+        TPSTAttachment* written = nullptr;
+        QString name = attach->FileName();
+        const auto inner = attach->AsMailMessage();
+        if (inner && depth < MaxMsgEmbeddingDepth) {
+            auto embedded = ToMsgModel(*inner, depth + 1);
+            written = &out.AddEmbedded(std::move(embedded));
+            written->SetString(pid::DisplayName, name.isEmpty() ? inner->Subject() : name);
+        } else {
+            QByteArray data;
+            if (const auto content = attach->Content())
+                data = content->readAll();
+            if (name.trimmed().isEmpty())
+                name = names.GenerateAttachName(*attach);
+            written = &out.AddAttachment(name, data, attach->ContentType().trimmed().toLower());
+            written->SetString(pid::AttachFilename, ShortAttachName(name));
+            written->SetLong(pid::AttachSize, int32_t(std::min<qsizetype>(data.size(), INT32_MAX)));
+        }
+        written->SetString(pid::AttachContentId, attach->ContentID());
+        written->SetString(pid::AttachContentLocation, attach->ContentLocation());
+        written->SetLong(pid::RenderingPosition, -1);
+    }
+    out.SetBool(pid::HasAttach, !out.attachments.empty());
+}
+
+} // namespace
+
+std::shared_ptr<TPSTMessage> ToMsgModel(const IMailMessage& message, int depth)
+{
+    auto out = std::make_shared<TPSTMessage>();
+    out->SetString(pid::Subject, message.Subject());
+    if (const auto* contact = dynamic_cast<const IMailContact*>(&message)) {
+        AddContact(*out, *contact);
+        return out;
+    }
+    const auto* meeting = dynamic_cast<const IMailMeeting*>(&message);
+    out->SetString(pid::MessageClass, meeting ? QStringLiteral("IPM.Appointment") : QStringLiteral("IPM.Note"));
+    out->SetString(pid::ConversationTopic, message.Subject());
+    out->SetLong(pid::MessageFlags, 1); // read
+    AddSender(*out, message);
+    AddRecipients(*out, message);
+    AddBodies(*out, message);
+    SetDate(*out, pid::ClientSubmitTime, message.Date(mdClientSubmit));
+    SetDate(*out, pid::DeliveryTime, message.Date(mdDelivery));
+    SetDate(*out, pid::CreationTime, message.Date(mdCreation));
+    SetDate(*out, pid::LastModificationTime, message.Date(mdModification));
+    const QString headers = message.Headers();
+    out->SetString(pid::TransportHeaders, headers);
+    out->SetString(pid::InternetMessageId, HeaderMessageId(headers));
+    if (meeting) {
+        if (meeting->AppoitmentStart() > 0)
+            out->SetNamedTime(PSETID_Appointment(), pid::AppointmentStart,
+                core::DateTimeToQDateTime(meeting->AppoitmentStart()).toUTC());
+        if (meeting->AppoitmentEnd() > 0)
+            out->SetNamedTime(PSETID_Appointment(), pid::AppointmentEnd,
+                core::DateTimeToQDateTime(meeting->AppoitmentEnd()).toUTC());
+        out->SetNamedString(PSETID_Appointment(), pid::Location, meeting->Location());
+    }
+    AddAttachments(*out, message, depth);
+    return out;
+}
+
+QString ShortAttachName(const QString& longName)
+{
+    const auto clean = [](QStringView part, int max) {
+        QString kept;
+        for (const QChar c : part)
+            if (c.unicode() < 0x80 && (c.isLetterOrNumber() || c == QLatin1Char('_') || c == QLatin1Char('-')))
+                kept += c.toUpper();
+        return std::pair{kept.left(max), kept.size() > max};
+    };
+    // The last part of a path; any folders are no part of the name.
+    const QStringView name = QStringView(longName).mid(
+        std::max(longName.lastIndexOf(QLatin1Char('/')), longName.lastIndexOf(QLatin1Char('\\'))) + 1);
+    const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+    auto [base, cut] = clean(dot > 0 ? name.left(dot) : name, 8);
+    const auto [extension, extensionCut] = clean(dot > 0 ? name.mid(dot + 1) : QStringView(), 3);
+    if (base.isEmpty())
+        base = QStringLiteral("ATTACH");
+    if (cut || extensionCut || dot != name.indexOf(QLatin1Char('.')))
+        base = base.left(6) + QStringLiteral("~1");
+    return extension.isEmpty() ? base : base + QLatin1Char('.') + extension;
+}
+
+// --- the compound file ------------------------------------------------------------
+
+namespace {
+
+constexpr uint32_t PropReadWrite = 0x06; // PROPATTR_READABLE | PROPATTR_WRITABLE
+constexpr uint32_t StoreUnicodeOk = 0x00040000;
+constexpr uint16_t StoreSupportMask = 0x340D, AttachNumber = 0x0E21, AttachDataObject = 0x3701;
+
+void EnsureGsf()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { gsf_init(); });
+}
+
+void PutLe32(QByteArray& out, uint32_t value)
+{
+    for (int i = 0; i < 4; ++i)
+        out.append(char((value >> (8 * i)) & 0xFF));
+}
+
+QByteArray Le32(uint32_t value)
+{
+    QByteArray out;
+    PutLe32(out, value);
+    return out;
+}
+
+QByteArray Utf16Le(const QString& text)
+{
+    QByteArray out;
+    out.reserve(text.size() * 2);
+    for (const QChar c : text)
+        out.append(char(c.unicode() & 0xFF)).append(char(c.unicode() >> 8));
+    return out;
+}
+
+// CRC-32 ([MS-OXMSG] names the hash of a string-named property).
+uint32_t Crc32(const QByteArray& data)
+{
+    uint32_t crc = 0xFFFFFFFF;
+    for (const char byte : data) {
+        crc ^= uint8_t(byte);
+        for (int k = 0; k < 8; ++k)
+            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1)));
+    }
+    return ~crc;
+}
+
+QByteArray GuidBytes(const QUuid& id)
+{
+    QByteArray out = Le32(id.data1);
+    out.append(char(id.data2 & 0xFF)).append(char(id.data2 >> 8));
+    out.append(char(id.data3 & 0xFF)).append(char(id.data3 >> 8));
+    out.append(reinterpret_cast<const char*>(id.data4), 8);
+    return out;
+}
+
+QString StreamName(uint32_t tag)
+{
+    return QStringLiteral("__substg1.0_") + QStringLiteral("%1").arg(tag, 8, 16, QLatin1Char('0')).toUpper();
+}
+
+QString NumberedName(const char* prefix, int index)
+{
+    return QLatin1String(prefix) + QStringLiteral("%1").arg(index, 8, 16, QLatin1Char('0')).toUpper();
+}
+
+// The named properties of the whole file, numbered from 0x8000 in the order
+// they are first met ([MS-OXMSG] 2.2.3).
+class TNameTable {
+public:
+    uint16_t Id(const TNamedProperty& property)
+    {
+        for (size_t i = 0; i < m_entries.size(); ++i) {
+            const TNamedProperty& e = m_entries[i];
+            if (e.set == property.set && e.lid == property.lid && e.name == property.name)
+                return uint16_t(0x8000 + i);
+        }
+        if (m_entries.size() >= 0x7FFF)
+            throw EMsgWriteError(QStringLiteral("too many named properties"));
+        m_entries.push_back({property.set, property.lid, property.name, 0, {}});
+        return uint16_t(0x8000 + m_entries.size() - 1);
+    }
+
+    // Stream name -> bytes: the GUID, entry and string streams, and the
+    // hash buckets readers look names up in.
+    std::map<QString, QByteArray> Streams() const
+    {
+        static const QUuid PsMapi(0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
+        std::vector<QUuid> guids;
+        QByteArray guidStream, entryStream, stringStream;
+        std::map<QString, QByteArray> streams;
+        for (size_t i = 0; i < m_entries.size(); ++i) {
+            const TNamedProperty& e = m_entries[i];
+            uint32_t guidIndex;
+            if (e.set == PsMapi) {
+                guidIndex = 1;
+            } else if (e.set == PS_PUBLIC_STRINGS()) {
+                guidIndex = 2;
+            } else {
+                auto at = std::find(guids.begin(), guids.end(), e.set);
+                if (at == guids.end()) {
+                    guids.push_back(e.set);
+                    guidStream += GuidBytes(e.set);
+                    at = guids.end() - 1;
+                }
+                guidIndex = uint32_t(3 + (at - guids.begin()));
+            }
+            const bool byString = !e.name.isEmpty();
+            uint32_t identifier = e.lid;
+            uint32_t hashId = e.lid;
+            if (byString) {
+                const QByteArray name = Utf16Le(e.name);
+                identifier = uint32_t(stringStream.size());
+                hashId = Crc32(name);
+                PutLe32(stringStream, uint32_t(name.size()));
+                stringStream += name;
+                while (stringStream.size() % 4)
+                    stringStream.append('\0');
+            }
+            const uint32_t indexAndKind = uint32_t(i) << 16 | guidIndex << 1 | (byString ? 1 : 0);
+            PutLe32(entryStream, identifier);
+            PutLe32(entryStream, indexAndKind);
+            const uint32_t bucket = 0x1000 + (hashId ^ (guidIndex << 1 | (byString ? 1 : 0))) % 0x1F;
+            QByteArray& bucketStream = streams[StreamName(bucket << 16 | ptBinary)];
+            PutLe32(bucketStream, hashId);
+            PutLe32(bucketStream, indexAndKind);
+        }
+        streams[StreamName(Tag(pid::NameidStreamGuid, ptBinary))] = guidStream;
+        streams[StreamName(Tag(pid::NameidStreamEntry, ptBinary))] = entryStream;
+        streams[StreamName(Tag(pid::NameidStreamString, ptBinary))] = stringStream;
+        return streams;
+    }
+
+private:
+    std::vector<TNamedProperty> m_entries;
+};
+
+// One entry of a property stream with the stream of its value, if any.
+struct TEntry {
+    uint32_t tag;
+    QByteArray value;
+};
+
+class TCompoundBuilder {
+public:
+    QByteArray Build(const TPSTMessage& message)
+    {
+        EnsureGsf();
+        GsfOutput* sink = gsf_output_memory_new();
+        GsfOutfile* root = gsf_outfile_msole_new(sink);
+        if (!root) {
+            g_object_unref(sink);
+            throw EMsgWriteError(QStringLiteral("the compound file could not be made"));
+        }
+        try {
+            WriteMessage(root, message, 0);
+            GsfOutfile* nameStorage = NewStorage(root, QStringLiteral("__nameid_version1.0"));
+            for (const auto& [name, data] : m_names.Streams())
+                WriteStream(nameStorage, name, data);
+            Close(GSF_OUTPUT(nameStorage));
+        } catch (...) {
+            gsf_output_close(GSF_OUTPUT(root));
+            g_object_unref(root);
+            g_object_unref(sink);
+            throw;
+        }
+        m_ok = gsf_output_close(GSF_OUTPUT(root)) && m_ok;
+        g_object_unref(root);
+        QByteArray bytes;
+        if (m_ok)
+            bytes = QByteArray(reinterpret_cast<const char*>(gsf_output_memory_get_bytes(GSF_OUTPUT_MEMORY(sink))),
+                qsizetype(gsf_output_size(sink)));
+        g_object_unref(sink); // closed with the compound file
+        if (!m_ok)
+            throw EMsgWriteError(QStringLiteral("the compound file could not be written"));
+        return bytes;
+    }
+
+private:
+    GsfOutfile* NewStorage(GsfOutfile* parent, const QString& name)
+    {
+        GsfOutput* child = gsf_outfile_new_child(parent, name.toLatin1().constData(), TRUE);
+        if (!child)
+            throw EMsgWriteError(QStringLiteral("the storage %1 could not be made").arg(name));
+        return GSF_OUTFILE(child);
+    }
+
+    void Close(GsfOutput* output)
+    {
+        m_ok = gsf_output_close(output) && m_ok;
+        g_object_unref(output);
+    }
+
+    void WriteStream(GsfOutfile* storage, const QString& name, const QByteArray& data)
+    {
+        GsfOutput* child = gsf_outfile_new_child(storage, name.toLatin1().constData(), FALSE);
+        if (!child)
+            throw EMsgWriteError(QStringLiteral("the stream %1 could not be made").arg(name));
+        if (!data.isEmpty())
+            m_ok = gsf_output_write(child, size_t(data.size()), reinterpret_cast<const guint8*>(data.constData()))
+                && m_ok;
+        Close(child);
+    }
+
+    // The bag's properties with named ones given their ids.
+    std::vector<TEntry> Entries(const TPSTPropertyBag& bag)
+    {
+        std::vector<TEntry> entries;
+        for (const TProp& p : bag.Props())
+            entries.push_back({p.tag, p.value});
+        for (const TNamedProperty& named : bag.Named())
+            entries.push_back({Tag(m_names.Id(named), named.type), named.value});
+        return entries;
+    }
+
+    // [MS-OXMSG] 2.4: the property stream after its header, and a stream
+    // for every value of variable size.
+    void WriteProperties(GsfOutfile* storage, QByteArray header, std::vector<TEntry> entries)
+    {
+        std::sort(entries.begin(), entries.end(), [](const TEntry& a, const TEntry& b) { return a.tag < b.tag; });
+        QByteArray stream = std::move(header);
+        for (const TEntry& e : entries) {
+            const uint16_t type = TagType(e.tag);
+            if (type & ptMultiFlag)
+                continue; // not written by this program
+            PutLe32(stream, e.tag);
+            PutLe32(stream, PropReadWrite);
+            if (type == ptObject) {
+                PutLe32(stream, 0xFFFFFFFF); // the value is a storage
+                PutLe32(stream, 0);
+            } else if (FixedSize(type) > 0) {
+                stream += e.value.left(8);
+                stream += QByteArray(8 - std::min<qsizetype>(8, e.value.size()), '\0');
+            } else {
+                // The size of a string counts its terminator, which the
+                // stream leaves out.
+                const qsizetype size = e.value.size() + (type == ptUnicode ? 2 : type == ptString8 ? 1 : 0);
+                if (size > qsizetype(UINT32_MAX - 1))
+                    throw EMsgWriteError(QStringLiteral("a value is too large for a message file"));
+                PutLe32(stream, uint32_t(size));
+                PutLe32(stream, 0);
+                WriteStream(storage, StreamName(e.tag), e.value);
+            }
+        }
+        WriteStream(storage, QStringLiteral("__properties_version1.0"), stream);
+    }
+
+    void WriteMessage(GsfOutfile* storage, const TPSTMessage& message, int depth)
+    {
+        if (depth > MaxMsgEmbeddingDepth + 1)
+            throw EMsgWriteError(QStringLiteral("attached messages are nested too deeply"));
+        const auto recipients = uint32_t(message.recipients.size());
+        const auto attachments = uint32_t(message.attachments.size());
+        // [MS-OXMSG] 2.4.1: 32 bytes at the top level, 24 in an attached message.
+        QByteArray header(8, '\0');
+        PutLe32(header, recipients);
+        PutLe32(header, attachments);
+        PutLe32(header, recipients);
+        PutLe32(header, attachments);
+        if (depth == 0)
+            header += QByteArray(8, '\0');
+        std::vector<TEntry> entries = Entries(message);
+        entries.push_back({Tag(StoreSupportMask, ptLong), Le32(StoreUnicodeOk)});
+        WriteProperties(storage, header, std::move(entries));
+
+        for (uint32_t i = 0; i < recipients; ++i) {
+            GsfOutfile* child = NewStorage(storage, NumberedName("__recip_version1.0_#", int(i)));
+            std::vector<TEntry> props = Entries(message.recipients[i]);
+            props.push_back({Tag(pid::RowId, ptLong), Le32(i)});
+            props.push_back({Tag(pid::ObjectType, ptLong), Le32(6)}); // MAPI_MAILUSER
+            props.push_back({Tag(pid::DisplayType, ptLong), Le32(0)});
+            WriteProperties(child, QByteArray(8, '\0'), std::move(props));
+            Close(GSF_OUTPUT(child));
+        }
+        for (uint32_t i = 0; i < attachments; ++i) {
+            const TPSTAttachment& attach = message.attachments[i];
+            GsfOutfile* child = NewStorage(storage, NumberedName("__attach_version1.0_#", int(i)));
+            std::vector<TEntry> props = Entries(attach);
+            props.push_back({Tag(AttachNumber, ptLong), Le32(i)});
+            props.push_back({Tag(pid::ObjectType, ptLong), Le32(7)}); // MAPI_ATTACH
+            if (attach.embedded) {
+                props.push_back({Tag(AttachDataObject, ptObject), {}});
+                GsfOutfile* inner = NewStorage(child, StreamName(Tag(AttachDataObject, ptObject)));
+                WriteMessage(inner, *attach.embedded, depth + 1);
+                Close(GSF_OUTPUT(inner));
+            } else {
+                props.push_back({Tag(pid::AttachDataBin, ptBinary), attach.data});
+            }
+            WriteProperties(child, QByteArray(8, '\0'), std::move(props));
+            Close(GSF_OUTPUT(child));
+        }
+    }
+
+    TNameTable m_names;
+    bool m_ok = true;
+};
+
+} // namespace
+
+TMsgWriter::TMsgWriter(std::shared_ptr<const TPSTMessage> model) : m_model(std::move(model)) {}
+
+TMsgWriter::TMsgWriter(const IMailMessage& message) : m_model(ToMsgModel(message)) {}
+
+QByteArray TMsgWriter::SaveToBytes() const
+{
+    if (!m_model)
+        throw EMsgWriteError(QStringLiteral("no message to write"));
+    return TCompoundBuilder().Build(*m_model);
+}
+
+bool TMsgWriter::SaveToFile(const QString& fileName, bool replace, QString* error, bool privateToUser) const
+{
+    const auto fail = [&](const QString& reason) {
+        if (error)
+            *error = reason;
+        return false;
+    };
+    QByteArray bytes;
+    try {
+        bytes = SaveToBytes();
+    } catch (const EMsgWriteError& e) {
+        return fail(e.Message());
+    }
+    platform::TStagedFile file(fileName, privateToUser);
+    if (!file.IsOpen())
+        return fail(file.ErrorString());
+    if (file.Device().write(bytes) != bytes.size() || !file.Device().flush())
+        return fail(file.Device().errorString());
+    QString target = fileName;
+    switch (file.Commit(target, {}, replace)) {
+    case platform::lrLinked: return true;
+    case platform::lrTaken: return fail(QStringLiteral("the file exists already"));
+    default: return fail(file.ErrorString());
+    }
+}
+
+} // namespace tessaly::mail
