@@ -4,6 +4,7 @@
 #include "core/CrashReporter.h"
 #include "core/Version.h"
 
+#include <QIcon>
 #include <QMessageBox>
 #include <QThread>
 
@@ -12,7 +13,17 @@ namespace tessaly::app {
 TTessalyApplication::TTessalyApplication(int& argc, char** argv) : QApplication(argc, argv)
 {
     SetApplicationIdentity();
+    SetDesktopIdentity();
     core::TCrashReporter::Instance().SetShow(ShowReportInMessageBox);
+}
+
+void SetDesktopIdentity()
+{
+    // The desktop file installed with the program (its name without
+    // ".desktop"), which desktops match windows to; the icon of the icon
+    // theme, else the one built in.
+    QGuiApplication::setDesktopFileName(QStringLiteral("tessaly"));
+    QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("tessaly"), QIcon(QStringLiteral(":/icons/tessaly.png"))));
 }
 
 TTessalyApplication::~TTessalyApplication()

@@ -14,6 +14,9 @@ public:
     bool notify(QObject* receiver, QEvent* event) override;
 };
 
+// The desktop file name and the window icon of every window.
+void SetDesktopIdentity();
+
 // Shows what the crash reporter has to say in a message box, on the GUI thread.
 void ShowReportInMessageBox(const QString& title, const QString& text);
 

@@ -67,6 +67,15 @@ TEST(StartUp, ExceptionInEventHandlerGoesToCrashReporter)
     reporter.Reset();
 }
 
+TEST(StartUp, WindowsCarryTheIconAndTheDesktopFileName)
+{
+    app::SetDesktopIdentity();
+    EXPECT_EQ(QGuiApplication::desktopFileName(), QStringLiteral("tessaly"));
+    const QIcon icon = QGuiApplication::windowIcon();
+    ASSERT_FALSE(icon.isNull());
+    EXPECT_FALSE(icon.pixmap(48, 48).isNull());
+}
+
 TEST(StartUp, CrashLogLivesInTheApplicationDataFolder)
 {
     app::SetApplicationIdentity();
