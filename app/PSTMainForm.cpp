@@ -562,6 +562,10 @@ void TPSTMainForm::FocusChanged(const QModelIndex& index)
     frame->Navigate(CurrentFolderPath(), folder);
     m_info->ClearView();
     UpdateStatus();
+    // What is in view: the folder, the data file, the program.
+    const QString file = QFileInfo(CurrentFileName()).fileName();
+    setWindowTitle(node->Folder ? QStringLiteral("%1 - %2 - Tessaly").arg(node->Caption(), file)
+                                : QStringLiteral("%1 - Tessaly").arg(file));
 }
 
 QString TPSTMainForm::CurrentFileName() const

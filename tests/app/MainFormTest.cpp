@@ -319,6 +319,7 @@ TEST_F(MainFormTest, ContactFolderSelectsTheContactsTab)
     ASSERT_NE(contacts, nullptr);
     EXPECT_EQ(contacts->Colour(), QColor(128, 0, 0));
     form.FocusNode(contacts);
+    EXPECT_EQ(form.windowTitle(), QStringLiteral("Contacts - pstextractortest@outlook.com.ost - Tessaly"));
     EXPECT_EQ(form.MainTabs()->currentIndex(), 1);
     EXPECT_EQ(form.MainTabs()->tabText(1), QStringLiteral("Contacts"));
     EXPECT_EQ(form.ContactBrowse()->Model()->Kind(), lkContact);
