@@ -4,7 +4,11 @@
 #include "core/HtmlText.h"
 #include "mail/HtmlSanitizer.h"
 #include "mail/MailMsgHTML.h"
+#include "mail/MsgWriter.h"
+#include "platform/FileSystem.h"
+#include "tasks/MailPSTTask.h"
 #include "tasks/MailTemplate.h"
+#include "app/PSTMainForm.h"
 
 #include <QBuffer>
 #include <QDesktopServices>
@@ -291,12 +295,16 @@ bool WriteAttachment(const mail::IMailAttach& attach, const QString& fileName, Q
         return false;
     }
     const auto content = attach.Content();
-    bool ok = true;
-    if (content) {
-        char buffer[64 * 1024];
-        for (qint64 read; (read = content->read(buffer, sizeof buffer)) > 0;)
-            ok = ok && file.write(buffer, read) == read;
+    if (!content) {
+        if (error)
+            *error = QStringLiteral("the attachment's data cannot be read");
+        file.remove();
+        return false;
     }
+    bool ok = true;
+    char buffer[64 * 1024];
+    for (qint64 read; (read = content->read(buffer, sizeof buffer)) > 0;)
+        ok = ok && file.write(buffer, read) == read;
     ok = file.flush() && ok;
     if (!ok) {
         if (error)
@@ -308,18 +316,41 @@ bool WriteAttachment(const mail::IMailAttach& attach, const QString& fileName, Q
 
 QString ProposedSaveName(const mail::IMailAttach& attach)
 {
-    QString name = tasks::SafeAttachName(attach.FileName());
-    if (QFileInfo(name).suffix().isEmpty() && attach.AsMailMessage())
+    const auto message = attach.AsMailMessage();
+    if (!message)
+        return tasks::SafeAttachName(attach.FileName());
+    // An attached message is saved as an .msg file, whatever its source called it.
+    QString name = attach.FileName().trimmed();
+    if (name.isEmpty())
+        name = message->Subject().trimmed();
+    if (name.isEmpty())
+        name = QStringLiteral("Attached message");
+    if (name.endsWith(QLatin1String(".eml"), Qt::CaseInsensitive))
+        name.chop(4);
+    if (!name.endsWith(QLatin1String(".msg"), Qt::CaseInsensitive))
         name += QStringLiteral(".msg");
-    return name;
+    return tasks::SafeAttachName(name);
+}
+
+bool WriteAttachedMessage(const mail::IMailMessage& message, const QString& fileName, bool replace, QString* error)
+{
+    return mail::TMsgWriter(tasks::ToPSTMessage(message)).SaveToFile(fileName, replace, error, true);
 }
 
 // --- the pane ----------------------------------------------------------------------
 
 TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
 {
-    TempFolder = QStandardPaths::writableLocation(QStandardPaths::TempLocation);
+    TempFolder = platform::PrivateTempFolder(QStringLiteral("Tessaly"));
+    if (TempFolder.isEmpty())
+        TempFolder = QStandardPaths::writableLocation(QStandardPaths::TempLocation);
     OpenFile = [](const QString& fileName) { QDesktopServices::openUrl(QUrl::fromLocalFile(fileName)); };
+    OpenMessageFile = [this](const QString& fileName) {
+        auto* form = new TMessageForm(fileName, window());
+        form->setAttribute(Qt::WA_DeleteOnClose);
+        form->setWindowFlag(Qt::Window);
+        form->show();
+    };
     AskSaveName = [this](const QString& title, const QString& proposed) {
         return QFileDialog::getSaveFileName(this, title, proposed);
     };
@@ -478,13 +509,16 @@ QString TMailInfoFrame::OpenAttach()
     if (!attach)
         return {};
     QDir().mkpath(TempFolder);
-    const QString fileName = FreeFileName(TempFolder, tasks::SafeAttachName(attach->FileName()));
+    // An attached message opens in a message window of its own, from an
+    // .msg file written for it.
+    const auto message = attach->AsMailMessage();
+    const QString fileName = FreeFileName(TempFolder, message ? ProposedSaveName(*attach) : tasks::SafeAttachName(attach->FileName()));
     QString error;
-    if (!WriteAttachment(*attach, fileName, &error)) {
+    if (message ? !WriteAttachedMessage(*message, fileName, false, &error) : !WriteAttachment(*attach, fileName, &error)) {
         ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
         return {};
     }
-    OpenFile(fileName);
+    (message ? OpenMessageFile : OpenFile)(fileName);
     return fileName;
 }
 
@@ -497,10 +531,16 @@ QString TMailInfoFrame::SaveAttach()
     if (fileName.isEmpty())
         return {};
     // The user confirmed the name: an existing file is replaced.
-    if (QFileInfo::exists(fileName))
-        QFile::remove(fileName);
     QString error;
-    if (!WriteAttachment(*attach, fileName, &error)) {
+    bool written;
+    if (const auto message = attach->AsMailMessage()) {
+        written = WriteAttachedMessage(*message, fileName, true, &error);
+    } else {
+        if (QFileInfo::exists(fileName))
+            QFile::remove(fileName);
+        written = WriteAttachment(*attach, fileName, &error);
+    }
+    if (!written) {
         ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
         return {};
     }

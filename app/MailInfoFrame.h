@@ -37,10 +37,15 @@ QString PreviewBodyHtml(const mail::IMailMessage& message);
 // A name in a folder that is not taken yet: the name itself, else
 // "base(N).ext" with N counting from 1.
 QString FreeFileName(const QString& folder, const QString& name);
-// The attachment's data into a new file; false when it cannot be written.
+// The attachment's data into a new file; false when it cannot be written
+// (its data cannot be had included).
 bool WriteAttachment(const mail::IMailAttach& attach, const QString& fileName, QString* error = nullptr);
-// The name offered when saving an attachment: its safe name, with ".msg"
-// for an attached message without extension.
+// An attached message as an .msg file; with `replace` a file of that name
+// is replaced. False with the reason when nothing was written.
+bool WriteAttachedMessage(
+    const mail::IMailMessage& message, const QString& fileName, bool replace, QString* error = nullptr);
+// The name offered when saving an attachment: its safe name; an attached
+// message's name (or subject) ending in ".msg".
 QString ProposedSaveName(const mail::IMailAttach& attach);
 
 class TMailInfoFrame : public QWidget {
@@ -55,7 +60,8 @@ public:
 
     // The attachment the menu acts on, by index; -1 for none.
     void SetActiveAttach(int index);
-    // "Open": into the temporary folder, then the associated application.
+    // "Open": into the temporary folder, then the associated application;
+    // an attached message as an .msg file in a message window.
     // Returns the file written, empty when nothing was.
     QString OpenAttach();
     // "Save": asks for the file name, then writes.
@@ -65,6 +71,7 @@ public:
     // file is opened, how the save name is asked, how errors are shown.
     QString TempFolder;
     std::function<void(const QString& fileName)> OpenFile;
+    std::function<void(const QString& fileName)> OpenMessageFile;
     std::function<QString(const QString& title, const QString& proposed)> AskSaveName;
     std::function<void(const QString& text)> ShowError;
 

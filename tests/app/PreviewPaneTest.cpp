@@ -1,5 +1,6 @@
 #include "TestUtil.h"
 #include "app/MailInfoFrame.h"
+#include "mail/FileMailMsg.h"
 #include "mail/MailTestObjects.h"
 #include "tasks/MailTemplate.h"
 
@@ -175,6 +176,71 @@ TEST(PreviewPane, OpenTwiceGivesTwoFilesAndSaveProposesMsg)
     EXPECT_TRUE(QFileInfo::exists(QDir(dir.path()).filePath(QStringLiteral("saved.msg"))));
     EXPECT_EQ(frame.AttachMenu()->actions().at(0)->text(), QStringLiteral("Save"));
     EXPECT_EQ(frame.AttachMenu()->actions().at(1)->text(), QStringLiteral("Open"));
+}
+
+// An attached message is saved and opened as an .msg file the reader reads
+// back; a write that fails is shown, and leaves no file.
+TEST(PreviewPane, AttachedMessagesAreSavedAndOpenedAsMsgFiles)
+{
+    QTemporaryDir dir;
+    auto inner = Message({std::make_shared<TSizedAttach>(QStringLiteral("inside.txt"), 10)});
+    inner->subject = QStringLiteral("Inner \u65e5\u672c");
+    inner->text = QStringLiteral("inner text");
+    const auto message = Message({std::make_shared<TSizedAttach>(QStringLiteral("forwarded.eml"), 100, inner),
+        std::make_shared<TSizedAttach>(QString(), 100, inner)});
+    TMailInfoFrame frame;
+    frame.TempFolder = dir.filePath(QStringLiteral("private"));
+    QStringList opened, messageWindows, errors;
+    frame.OpenFile = [&](const QString& file) { opened << file; };
+    frame.OpenMessageFile = [&](const QString& file) { messageWindows << file; };
+    frame.ShowError = [&](const QString& text) { errors << text; };
+    frame.Navigate(message);
+
+    const auto readBack = [](const QString& file) {
+        mail::TFileMailMsgRequest request(file);
+        return request.Message();
+    };
+    const struct {
+        int index;
+        QString proposed;
+    } cases[] = {{0, QStringLiteral("forwarded.msg")}, {1, QStringLiteral("Inner \u65e5\u672c.msg")}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.index);
+        frame.SetActiveAttach(c.index);
+        QString proposed;
+        frame.AskSaveName = [&](const QString&, const QString& name) {
+            proposed = name;
+            return QDir(dir.path()).filePath(name);
+        };
+        const QString saved = frame.SaveAttach();
+        EXPECT_EQ(proposed, c.proposed);
+        ASSERT_FALSE(saved.isEmpty());
+        const auto savedMessage = readBack(saved);
+        EXPECT_EQ(savedMessage->Subject(), inner->subject);
+        EXPECT_EQ(savedMessage->Body(mail::mbtText).trimmed(), QStringLiteral("inner text"));
+        ASSERT_EQ(savedMessage->Attaches()->Count(), 1);
+        EXPECT_EQ(savedMessage->Attaches()->GetAttach(0)->FileName(), QStringLiteral("inside.txt"));
+        // Saved again under the same name: the file is replaced.
+        EXPECT_EQ(frame.SaveAttach(), saved);
+
+        const QString temporary = frame.OpenAttach();
+        ASSERT_FALSE(temporary.isEmpty());
+        EXPECT_TRUE(temporary.endsWith(QLatin1String(".msg")));
+        EXPECT_TRUE(temporary.startsWith(frame.TempFolder));
+        EXPECT_EQ(messageWindows.last(), temporary);
+        EXPECT_EQ(readBack(temporary)->Subject(), inner->subject);
+    }
+    EXPECT_TRUE(opened.isEmpty());
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(QLatin1Char('\n')).toStdString();
+
+    // A folder that cannot be written: an error, and no file.
+    frame.SetActiveAttach(0);
+    const QString unwritable = dir.filePath(QStringLiteral("missing/folder/x.msg"));
+    frame.AskSaveName = [&](const QString&, const QString&) { return unwritable; };
+    EXPECT_TRUE(frame.SaveAttach().isEmpty());
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors[0].startsWith(QStringLiteral("Could not write ")));
+    EXPECT_FALSE(QFileInfo::exists(unwritable));
 }
 
 TEST(PreviewPane, HostileAttachmentNamesStayInTheFolder)
