@@ -245,7 +245,7 @@ TEST(MsgWriter, StorageLayout)
     EXPECT_EQ(level2->Children("__attach_version1.0_#", 8).at(0).Binary(pid::AttachDataBin), QByteArray("at the bottom"));
 }
 
-TEST(MsgWriter, NamedPropertiesOfMeetingsAndContacts)
+TEST(MsgWriter, ContactFieldsAsNamedProperties)
 {
     // Most contact fields are named properties of the address set.
     TFileMailMsgRequest contactFile(TestData(QStringLiteral("msg/contact-unicode.msg")));
