@@ -48,8 +48,6 @@ QByteArray GuidBytes(const QUuid& id)
     return b;
 }
 
-const QUuid PS_MAPI{0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46};
-
 constexpr uint32_t NidRecipientTable = 0x692,
                    NidAttachmentTable = 0x671, NidHierarchyTemplate = 0x60D, NidContentsTemplate = 0x60E,
                    NidAssocTemplate = 0x60F;
@@ -124,10 +122,6 @@ void SetDefault(std::vector<TProp>& props, uint32_t tag, QByteArray value)
 }
 
 } // namespace
-
-QUuid PSETID_Appointment() { return {0x00062002, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
-QUuid PSETID_Address() { return {0x00062004, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
-QUuid PS_PUBLIC_STRINGS() { return {0x00020329, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
 
 // --- property bags -------------------------------------------------------------
 
@@ -582,7 +576,7 @@ void TPSTWriter::WriteNameMap()
     std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (const auto& [id, named] : sorted) {
         uint16_t guidIndex;
-        if (named.set == PS_MAPI)
+        if (named.set == PS_MAPI())
             guidIndex = 1;
         else if (named.set == PS_PUBLIC_STRINGS())
             guidIndex = 2;

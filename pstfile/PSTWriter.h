@@ -15,11 +15,6 @@
 
 namespace tessaly::pstfile {
 
-// The property sets of the named properties this program writes.
-QUuid PSETID_Appointment();
-QUuid PSETID_Address();
-QUuid PS_PUBLIC_STRINGS();
-
 struct TNamedProperty {
     QUuid set;
     uint32_t lid = 0; // a numbered property, or

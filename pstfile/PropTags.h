@@ -4,6 +4,7 @@
 // table of them for the whole program, used by the data-file reader and
 // writer and by the .msg reader.
 
+#include <QUuid>
 #include <cstdint>
 
 namespace tessaly::pstfile {
@@ -93,9 +94,39 @@ constexpr uint16_t
 
 // Named properties as the program addresses them: the numbers of their
 // property sets ([MS-OXPROPS]), which the writer also uses as their ids.
+// Files give them ids of their own through the name-to-id map.
 constexpr uint16_t Email1DisplayName = 0x8080, Email1Address = 0x8083, Email2Address = 0x8093, Email3Address = 0x80A3,
                    InstantMessagingAddress = 0x8062, WorkAddress = 0x801B, Birthday = 0x80DE,
                    WebPage = 0x802B, Location = 0x8208, AppointmentStart = 0x820D, AppointmentEnd = 0x820E;
 } // namespace pid
+
+// Property sets of named properties ([MS-OXPROPS] 1.3.2).
+inline QUuid PS_MAPI() { return {0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
+inline QUuid PSETID_Appointment() { return {0x00062002, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
+inline QUuid PSETID_Address() { return {0x00062004, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
+inline QUuid PS_PUBLIC_STRINGS() { return {0x00020329, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46}; }
+
+// The set of one of the named properties above: the same number names
+// other properties in other sets. A null id for any other number.
+inline QUuid NamedPropertySet(uint16_t id)
+{
+    switch (id) {
+    case pid::Email1DisplayName:
+    case pid::Email1Address:
+    case pid::Email2Address:
+    case pid::Email3Address:
+    case pid::InstantMessagingAddress:
+    case pid::WorkAddress:
+    case pid::Birthday:
+    case pid::WebPage:
+        return PSETID_Address();
+    case pid::Location:
+    case pid::AppointmentStart:
+    case pid::AppointmentEnd:
+        return PSETID_Appointment();
+    default:
+        return {};
+    }
+}
 
 } // namespace tessaly::pstfile

@@ -20,9 +20,6 @@ QUuid GuidFromBytes(const char* p)
         uchar(p[12]), uchar(p[13]), uchar(p[14]), uchar(p[15]));
 }
 
-const QUuid PS_MAPI(0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
-const QUuid PS_PUBLIC_STRINGS(0x00020329, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
-
 // The property context of a node, or invalid properties.
 TProperties OpenProperties(std::shared_ptr<const TPstFile> file, const TNodeScope& scope)
 {
@@ -49,9 +46,9 @@ void TNameMap::Load(const TPropertyContext& pc)
         TNamedId named;
         const uint32_t guidIndex = e.wGuid >> 1;
         if (guidIndex == 1) {
-            named.guid = PS_MAPI;
+            named.guid = PS_MAPI();
         } else if (guidIndex == 2) {
-            named.guid = PS_PUBLIC_STRINGS;
+            named.guid = PS_PUBLIC_STRINGS();
         } else if (guidIndex >= 3) {
             const qsizetype g = qsizetype(guidIndex - 3) * 16;
             if (g + 16 > guids.size())
@@ -70,8 +67,17 @@ void TNameMap::Load(const TPropertyContext& pc)
         } else {
             named.lid = e.dwPropertyID;
         }
-        m_ids.emplace(uint16_t(FirstNamedId + e.wPropIdx), std::move(named));
+        const uint16_t id = uint16_t(FirstNamedId + e.wPropIdx);
+        if (!named.isString)
+            m_numbered.emplace(std::pair(named.guid, named.lid), id); // the first entry counts
+        m_ids.emplace(id, std::move(named));
     }
+}
+
+std::optional<uint16_t> TNameMap::Id(const QUuid& set, uint32_t lid) const
+{
+    const auto it = m_numbered.find(std::pair(set, lid));
+    return it == m_numbered.end() ? std::nullopt : std::optional<uint16_t>(it->second);
 }
 
 const TNamedId* TNameMap::Find(uint16_t id) const
@@ -119,9 +125,17 @@ std::optional<TPropEntry> TProperties::Find(uint16_t id) const
 {
     if (id < FirstNamedId || !m_file)
         return FindRaw(id);
-    // A named property is found by the number its name-to-id map entry
-    // gives; an id without an entry in the map stands for itself.
     const TNameMap& names = m_file->NameMap();
+    // A property of a known set has the id the map gives that set's number;
+    // without an entry, the number stands for itself unless the map gives
+    // it to another property.
+    if (const QUuid set = NamedPropertySet(id); !set.isNull()) {
+        if (const auto mapped = names.Id(set, id))
+            return FindRaw(*mapped);
+        return names.Find(id) ? std::nullopt : FindRaw(id);
+    }
+    // Any other is found by the number its name-to-id map entry gives; an
+    // id without an entry in the map stands for itself.
     std::optional<TPropEntry> raw;
     auto consider = [&](const TPropEntry& e) {
         const TNamedId* named = names.Find(e.id);

@@ -15,6 +15,7 @@
 #include <QString>
 #include <QUuid>
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <unordered_map>
 
@@ -35,10 +36,13 @@ public:
     void Load(const TPropertyContext& pc);
     // The named property that the id (0x8000 and above) stands for.
     const TNamedId* Find(uint16_t id) const;
+    // The id of the numbered property of a set; none when the file has none.
+    std::optional<uint16_t> Id(const QUuid& set, uint32_t lid) const;
     size_t Size() const { return m_ids.size(); }
 
 private:
     std::unordered_map<uint16_t, TNamedId> m_ids;
+    std::map<std::pair<QUuid, uint32_t>, uint16_t> m_numbered;
 };
 
 // One value of a table row, read with the row.
@@ -52,7 +56,9 @@ struct TPropValue {
 // cells of a table row. Ids from 0x8000 up are named properties; Find with
 // such an id looks for the property whose name-to-id map entry is that
 // number, as files written by this program and by Outlook's own property
-// sets use them (0x8208 for the location of a meeting, for example).
+// sets use them (0x8208 for the location of a meeting, for example). For
+// the named properties of pid, whose sets are known (NamedPropertySet), the
+// entry must be of that set: other sets use the same numbers.
 class TProperties {
 public:
     TProperties() = default;

@@ -3,12 +3,15 @@
 // problems reported once, and several threads reading one file at once.
 
 #include "TestUtil.h"
+#include "core/DateTime.h"
 #include "pstfile/PSTGenerator.h"
+#include "pstfile/PSTWriter.h"
 #include "pstfile/Reader.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <map>
 #include <set>
 #include <thread>
 
@@ -216,6 +219,79 @@ TEST_F(ReaderTest, AttachmentDataReadInPartsIsTheWhole)
             folders.push_back(child);
     }
     EXPECT_GT(checked, 3);
+}
+
+// The program's named properties are found by set and number. Another set
+// may use the same number, and the file may give that number as id to its
+// property (here the other set's property comes first, so the writer gives
+// it the number and the program's own property an id from 0xC000).
+TEST_F(ReaderTest, NamedPropertiesAreFoundByTheirSetNotByTheirNumberAlone)
+{
+    const QUuid other(0x11112222, 0x3333, 0x4444, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC);
+    const QDateTime decoyTime(QDate(2001, 2, 3), QTime(4, 5), Qt::UTC), time(QDate(2025, 5, 6), QTime(9, 0), Qt::UTC);
+    const struct TCase {
+        const char* subject;
+        uint16_t id;
+        bool isTime, ownToo;
+    } cases[] = {
+        {"start", pid::AppointmentStart, true, true},
+        {"end", pid::AppointmentEnd, true, true},
+        {"web page", pid::WebPage, false, true},
+        {"work address", pid::WorkAddress, false, true},
+        {"birthday", pid::Birthday, true, true},
+        // Only the other set's property: nothing is found.
+        {"start of another set only", pid::AppointmentStart, true, false},
+        {"web page of another set only", pid::WebPage, false, false},
+    };
+    const QString path = m_dir.filePath(QStringLiteral("named.pst"));
+    {
+        TPSTWriter writer(path, QStringLiteral("Named"));
+        for (const TCase& c : cases) {
+            TPSTMessage m;
+            m.SetString(pid::Subject, QLatin1String(c.subject));
+            const QUuid set = NamedPropertySet(c.id);
+            if (c.isTime) {
+                m.SetNamedTime(other, c.id, decoyTime);
+                if (c.ownToo)
+                    m.SetNamedTime(set, c.id, time);
+            } else {
+                m.SetNamedString(other, c.id, QStringLiteral("another set's"));
+                if (c.ownToo)
+                    m.SetNamedString(set, c.id, QStringLiteral("ours"));
+            }
+            writer.AddMessage(writer.SpecialFolder(psfInbox), m);
+        }
+        writer.Finish();
+    }
+    const auto file = TPstFile::Open(path);
+    std::map<QString, TProperties> bySubject;
+    std::vector<uint32_t> folders{nidRootFolder};
+    while (!folders.empty()) {
+        const uint32_t folder = folders.back();
+        folders.pop_back();
+        for (uint32_t nid : file->Contents(folder))
+            if (const auto message = file->OpenMessage(nid)) {
+                // Subjects are stored after the marker of their prefix: 0x01 and its length.
+                const QString subject = message->Properties().String(pid::Subject).value_or(QString());
+                bySubject[subject.startsWith(QChar(1)) ? subject.mid(2) : subject] = message->Properties();
+            }
+        for (uint32_t child : file->SubFolders(folder))
+            folders.push_back(child);
+    }
+    for (const TCase& c : cases) {
+        SCOPED_TRACE(c.subject);
+        // The case is what it says: the number is the other set's id.
+        const TNamedId* holder = file->NameMap().Find(c.id);
+        ASSERT_NE(holder, nullptr);
+        ASSERT_EQ(holder->guid, other);
+        ASSERT_TRUE(bySubject.count(QLatin1String(c.subject)));
+        const TProperties& props = bySubject[QLatin1String(c.subject)];
+        if (c.isTime)
+            EXPECT_EQ(props.Filetime(c.id), c.ownToo ? core::QDateTimeToFiletime(time) : 0u);
+        else
+            EXPECT_EQ(props.String(c.id).value_or(QString()), c.ownToo ? QStringLiteral("ours") : QString());
+        EXPECT_EQ(props.Has(c.id), c.ownToo);
+    }
 }
 
 } // namespace
