@@ -44,6 +44,8 @@ std::shared_ptr<IMailMessage> FromOutlook(const QByteArray& data, const QString&
             reader->HasMessageEntries() || TOutlookMessage::LooksTruncated(data) ? QStringLiteral("damaged message file") : QStringLiteral("not a message file")));
     if (reader->IsContact())
         return std::make_shared<TMailOutlookContact>(reader);
+    if (reader->IsMeeting())
+        return std::make_shared<TMailOutlookMeeting>(*reader);
     return std::make_shared<TCleverMailMessage>(reader->CopyToClever(), reader->Body().RTF);
 }
 

@@ -4,6 +4,7 @@
 
 #include "mail/FileMailMsg.h"
 #include "mail/MailContact.h"
+#include "mail/MailMsgHTML.h"
 #include "mail/MailMsgObj.h"
 
 #include <QFileInfo>
@@ -70,8 +71,9 @@ QJsonObject MessageReport(const IMailMessage& message, int depth)
             {QStringLiteral("fields"), fields}};
     }
     const auto sender = message.Sender();
-    return QJsonObject{
-        {QStringLiteral("class"), "mail"},
+    const auto* meeting = dynamic_cast<const IMailMeeting*>(&message);
+    QJsonObject report{
+        {QStringLiteral("class"), meeting ? "meeting" : "mail"},
         {QStringLiteral("subject"), message.Subject()},
         {QStringLiteral("sender"), sender ? sender->Caption() : QString()},
         {QStringLiteral("senderIP"), message.SenderIP()},
@@ -90,6 +92,12 @@ QJsonObject MessageReport(const IMailMessage& message, int depth)
                 {QStringLiteral("html"), qint64(message.Body(mbtHTML).size())},
                 {QStringLiteral("rtf"), qint64(message.Body(mbtRTF).size())}}},
     };
+    if (meeting) {
+        report[QStringLiteral("start")] = IsoDate(meeting->AppoitmentStart());
+        report[QStringLiteral("end")] = IsoDate(meeting->AppoitmentEnd());
+        report[QStringLiteral("location")] = meeting->Location();
+    }
+    return report;
 }
 
 QJsonObject ReportMessageFile(const QString& fileName)

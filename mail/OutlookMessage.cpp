@@ -59,7 +59,17 @@ QString StreamName(uint16_t id, uint16_t type)
         + QStringLiteral("%1%2").arg(id, 4, 16, QLatin1Char('0')).arg(type, 4, 16, QLatin1Char('0')).toUpper();
 }
 
-// The LIDs of the named properties: [MS-OXMSG] 2.2.3, the entry stream.
+QByteArray ChildStream(GsfInfile* storage, const char* name)
+{
+    GsfInput* input = gsf_infile_child_by_name(storage, name);
+    const QByteArray data = ReadInput(input);
+    if (input)
+        g_object_unref(input);
+    return data;
+}
+
+// The numbered named properties: [MS-OXMSG] 2.2.3, the entry stream, with
+// the sets of the GUID stream.
 std::shared_ptr<TMsgNameMap> ReadNameMap(GsfInfile* root)
 {
     auto names = std::make_shared<TMsgNameMap>();
@@ -67,17 +77,29 @@ std::shared_ptr<TMsgNameMap> ReadNameMap(GsfInfile* root)
     if (!nameStorage)
         return names;
     if (GSF_IS_INFILE(nameStorage)) {
-        GsfInput* entries = gsf_infile_child_by_name(GSF_INFILE(nameStorage), "__substg1.0_00030102");
-        const QByteArray data = ReadInput(entries);
-        if (entries)
-            g_object_unref(entries);
+        const QByteArray guids = ChildStream(GSF_INFILE(nameStorage), "__substg1.0_00020102");
+        const QByteArray data = ChildStream(GSF_INFILE(nameStorage), "__substg1.0_00030102");
         for (qsizetype pos = 0; pos + 8 <= data.size(); pos += 8) {
             const uint32_t nameOrOffset = Get32(data.constData() + pos);
             const uint32_t indexAndKind = Get32(data.constData() + pos + 4);
             if (indexAndKind & 1)
                 continue; // a named property by string
+            const uint32_t guidIndex = (indexAndKind & 0xFFFF) >> 1;
+            QUuid set;
+            if (guidIndex == 1) {
+                set = pstfile::PS_MAPI();
+            } else if (guidIndex == 2) {
+                set = pstfile::PS_PUBLIC_STRINGS();
+            } else if (guidIndex >= 3) {
+                const qsizetype at = qsizetype(guidIndex - 3) * 16;
+                if (at + 16 > guids.size())
+                    continue;
+                const char* g = guids.constData() + at;
+                set = QUuid(Get32(g), pstfile::Get16(g + 4), pstfile::Get16(g + 6), uchar(g[8]), uchar(g[9]),
+                    uchar(g[10]), uchar(g[11]), uchar(g[12]), uchar(g[13]), uchar(g[14]), uchar(g[15]));
+            }
             const uint16_t propertyIndex = uint16_t(indexAndKind >> 16);
-            names->insert(nameOrOffset, uint16_t(0x8000 + propertyIndex));
+            names->emplace(std::pair(set, nameOrOffset), uint16_t(0x8000 + propertyIndex)); // the first entry counts
         }
     }
     g_object_unref(nameStorage);
@@ -171,12 +193,16 @@ std::optional<uint16_t> TMsgStorage::Resolve(uint32_t tag) const
 {
     if (tag < 0x8000)
         return uint16_t(tag);
-    if (!m_names)
+    if (!m_names || tag > 0xFFFF)
         return std::nullopt;
-    const auto it = m_names->constFind(tag);
-    if (it == m_names->constEnd())
-        return std::nullopt;
-    return it.value();
+    if (const QUuid set = pstfile::NamedPropertySet(uint16_t(tag)); !set.isNull()) {
+        const auto it = m_names->find(std::pair(set, tag));
+        return it == m_names->end() ? std::nullopt : std::optional<uint16_t>(it->second);
+    }
+    for (const auto& [named, id] : *m_names)
+        if (named.second == tag)
+            return id;
+    return std::nullopt;
 }
 
 bool TMsgStorage::Has(uint32_t tag) const
@@ -452,6 +478,13 @@ bool TOutlookMessage::IsContact() const
     return MessageClass() == QLatin1String("IPM.Contact");
 }
 
+bool TOutlookMessage::IsMeeting() const
+{
+    const QString messageClass = MessageClass();
+    return messageClass.startsWith(QLatin1String("IPM.Appointment"), Qt::CaseInsensitive)
+        || messageClass.startsWith(QLatin1String("IPM.Schedule.Meeting"), Qt::CaseInsensitive);
+}
+
 TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
 {
     EnsureGMime();
@@ -563,6 +596,17 @@ TGPtr<GMimeMessage> TOutlookMessage::CopyToClever() const
         g_date_time_unref(when);
     }
     return message;
+}
+
+// --- meetings -------------------------------------------------------------------
+
+TMailOutlookMeeting::TMailOutlookMeeting(const TOutlookMessage& message)
+    : TCleverMailMessage(message.CopyToClever(), message.Body().RTF)
+{
+    const TMsgStorage& root = message.Root();
+    m_start = core::FiletimeToLocal(root.FileTime(pid::AppointmentStart));
+    m_end = core::FiletimeToLocal(root.FileTime(pid::AppointmentEnd));
+    m_location = root.String(pid::Location);
 }
 
 // --- contacts -------------------------------------------------------------------

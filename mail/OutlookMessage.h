@@ -4,9 +4,12 @@
 
 #include "mail/CleverMail.h"
 #include "mail/MailContact.h"
+#include "mail/MailMsgHTML.h"
 
 #include <QHash>
 #include <QIODevice>
+#include <QUuid>
+#include <map>
 #include <memory>
 #include <optional>
 
@@ -20,8 +23,9 @@ public:
     using ETessalyError::ETessalyError;
 };
 
-// Named properties of a file: LID -> property id (0x8000 and up).
-using TMsgNameMap = QHash<uint32_t, uint16_t>;
+// Numbered named properties of a file: property set and number -> property
+// id (0x8000 and up).
+using TMsgNameMap = std::map<std::pair<QUuid, uint32_t>, uint16_t>;
 
 // One storage of a .msg file with its properties: the message, a
 // recipient, an attachment or an attached message.
@@ -32,7 +36,8 @@ public:
     TMsgStorage(TMsgStorage&&) noexcept;
     TMsgStorage(const TMsgStorage&) = delete;
 
-    // Tags are property ids; 0x8000 and up are looked up as named (LID).
+    // Tags are property ids; 0x8000 and up are looked up as named: by set
+    // and number for those of pid, by number alone for others.
     bool Has(uint32_t tag) const;
     std::optional<uint32_t> Int32(uint32_t tag) const;
     uint64_t FileTime(uint32_t tag) const;
@@ -92,6 +97,8 @@ public:
 
     // The message class, trimmed, is exactly "IPM.Contact".
     bool IsContact() const;
+    // An appointment, or a meeting request or response.
+    bool IsMeeting() const;
     QString MessageClass() const;
     const TOutlookMessageBody& Body() const { return m_body; }
     const TMsgStorage& Root() const { return *m_root; }
@@ -144,6 +151,19 @@ public:
 private:
     std::shared_ptr<const TOutlookMessage> m_message;
     TOutlookContact m_contact;
+};
+
+// An appointment or a meeting message: the message, and when and where.
+class TMailOutlookMeeting : public TCleverMailMessage, public IMailMeeting {
+public:
+    explicit TMailOutlookMeeting(const TOutlookMessage& message);
+    TDateTime AppoitmentStart() const override { return m_start; }
+    TDateTime AppoitmentEnd() const override { return m_end; }
+    QString Location() const override { return m_location; }
+
+private:
+    TDateTime m_start = 0, m_end = 0;
+    QString m_location;
 };
 
 } // namespace tessaly::mail

@@ -1,4 +1,5 @@
 #include "mail/CleverMail.h"
+#include "core/DateTime.h"
 #include "mail/FileMailMsg.h"
 #include "mail/OutlookMessage.h"
 #include "mail/VCard.h"
@@ -329,6 +330,74 @@ TEST(MessageFiles, MessagesInsideMessages)
     }
     EXPECT_EQ(subjects, (QStringList{QStringLiteral("I have sub attachments!"), QStringLiteral("I have attachments!"),
                             QStringLiteral("Microsoft Outlook \u30c6\u30b9\u30c8 \u30e1\u30c3\u30bb\u30fc\u30b8")}));
+}
+
+// Appointments and meeting messages say when and where: the sample as
+// olefile reads its named properties (start 13:00, end 13:30 UTC, an empty
+// location), and built files of each class.
+TEST(MessageFiles, MeetingsOpenAsMeetings)
+{
+    const auto sample = std::dynamic_pointer_cast<IMailMeeting>(Open(QStringLiteral("msg/Appointment sample EST.msg")));
+    ASSERT_TRUE(sample);
+    EXPECT_EQ(Utc(sample->AppoitmentStart()), QStringLiteral("2022-12-04T13:00:00Z"));
+    EXPECT_EQ(Utc(sample->AppoitmentEnd()), QStringLiteral("2022-12-04T13:30:00Z"));
+    EXPECT_EQ(sample->Location(), QString());
+
+    using tessaly::test::BuildMsg;
+    const QUuid appointment(0x00062002, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
+    // 2025-05-06 09:00 UTC as a FILETIME.
+    const uint64_t start = tessaly::core::QDateTimeToFiletime(QDateTime(QDate(2025, 5, 6), QTime(9, 0), Qt::UTC));
+    const struct {
+        const char* messageClass;
+        bool meeting;
+    } cases[] = {{"IPM.Appointment", true}, {"IPM.Schedule.Meeting.Request", true},
+        {"IPM.Schedule.Meeting.Resp.Pos", true}, {"ipm.appointment.Occurrence", true}, {"IPM.Note", false},
+        {"IPM.Contact", false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.messageClass);
+        tessaly::test::TMsgContent content;
+        content.strings[0x001A] = QLatin1String(c.messageClass);
+        content.strings[0x0037] = QStringLiteral("Planning");
+        content.named = {{appointment, 0x820D, {}, start}, {appointment, 0x820E, {}, start + 36000000000ULL},
+            {appointment, 0x8208, QStringLiteral("Room 7"), 0}};
+        QTemporaryDir dir;
+        const auto message = TFileMailMsgRequest(WriteFile(dir, QStringLiteral("m.msg"), BuildMsg(content))).Message();
+        ASSERT_TRUE(message);
+        const auto meeting = std::dynamic_pointer_cast<IMailMeeting>(message);
+        ASSERT_EQ(meeting != nullptr, c.meeting);
+        if (!meeting)
+            continue;
+        EXPECT_EQ(message->Subject(), QStringLiteral("Planning"));
+        EXPECT_EQ(Utc(meeting->AppoitmentStart()), QStringLiteral("2025-05-06T09:00:00Z"));
+        EXPECT_EQ(Utc(meeting->AppoitmentEnd()), QStringLiteral("2025-05-06T10:00:00Z"));
+        EXPECT_EQ(meeting->Location(), QStringLiteral("Room 7"));
+    }
+}
+
+// A named property is the one of its set: another set's property of the
+// same number, listed first in the name-to-id map, is not taken for it, and
+// is all there is when the set's own is missing.
+TEST(MessageFiles, NamedPropertiesAreFoundByTheirSet)
+{
+    using tessaly::test::BuildMsg;
+    const QUuid appointment(0x00062002, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
+    const QUuid address(0x00062004, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
+    const QUuid other(0x11112222, 0x3333, 0x4444, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC);
+    const uint64_t early = 125911584000000000ULL; // 2000-01-01
+    const uint64_t late = 133909956000000000ULL;  // 2025-05-06 09:00 UTC
+    tessaly::test::TMsgContent content;
+    content.strings[0x001A] = QStringLiteral("IPM.Appointment");
+    content.named = {{other, 0x820D, {}, early}, {other, 0x8208, QStringLiteral("not the location"), 0},
+        {other, 0x802B, QStringLiteral("not the web page"), 0}, {appointment, 0x820D, {}, late},
+        {appointment, 0x8208, QStringLiteral("Room 7"), 0}, {address, 0x80DE, {}, early}};
+    TOutlookMessage reader;
+    ASSERT_TRUE(reader.LoadFromBytes(BuildMsg(content)));
+    EXPECT_EQ(reader.Root().FileTime(0x820D), late);
+    EXPECT_EQ(reader.Root().String(0x8208), QStringLiteral("Room 7"));
+    EXPECT_EQ(reader.Root().String(0x802B), QString()); // the web page is of the address set
+    EXPECT_FALSE(reader.Root().Has(0x802B));
+    EXPECT_EQ(reader.Root().FileTime(0x80DE), early);
+    EXPECT_EQ(reader.Root().FileTime(0x820E), 0u);
 }
 
 TEST(MessageFiles, ContactsOpenAsContacts)
