@@ -1,13 +1,12 @@
 #pragma once
 
 // The MSG writer: a message as an Outlook .msg file ([MS-OXMSG]), an OLE
-// compound file built through libgsf. The message is first put into the
-// property model the data-file writer also stores (pstfile::TPSTMessage):
-// property bags for the message, its recipients and attachments, attached
-// messages as nested models, named properties by set and LID.
+// compound file built through libgsf from the property model the data-file
+// writer also stores (mail/MsgModel.h).
 
 #include "core/Exceptions.h"
 #include "mail/MailMsgIntf.h"
+#include "mail/MsgModel.h"
 #include "pstfile/PSTWriter.h"
 
 #include <QByteArray>
@@ -20,21 +19,6 @@ class EMsgWriteError : public core::ETessalyError {
 public:
     using ETessalyError::ETessalyError;
 };
-
-// Attached messages deeper than this are written as plain attachments of
-// what their source gives as data.
-constexpr int MaxMsgEmbeddingDepth = 8;
-
-// A message of the message interfaces as the property model: class,
-// subject, sender, recipients (To, CC, BCC) and the display lists, dates,
-// transport headers and message id, the bodies (HTML in its page's charset,
-// RTF compressed), attachments and attached messages, meeting and contact
-// fields. Attachments without a name are named "Attach N".
-std::shared_ptr<pstfile::TPSTMessage> ToMsgModel(const IMailMessage& message, int depth = 0);
-
-// An 8.3 name for an attachment ("REPORT~1.PDF"): letters and digits of the
-// long name, upper case.
-QString ShortAttachName(const QString& longName);
 
 class TMsgWriter {
 public:

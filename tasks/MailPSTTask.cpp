@@ -1,11 +1,8 @@
 #include "tasks/MailPSTTask.h"
 
-#include "core/Charset.h"
-#include "core/DateTime.h"
 #include "core/Exceptions.h"
-#include "core/HtmlText.h"
-#include "core/Rtf.h"
 #include "mail/MailContact.h"
+#include "mail/MsgModel.h"
 #include "pst/PSTMessage.h"
 
 #include <QDir>
@@ -17,8 +14,6 @@ using namespace pstfile;
 
 namespace {
 
-constexpr int MaxEmbeddingDepth = 8;
-
 // Records resolved to SMTP keep their Exchange type, so that readers show
 // them as the source did (by name).
 QString StoredAddrType(const QString& addrType)
@@ -26,54 +21,55 @@ QString StoredAddrType(const QString& addrType)
     return addrType == QLatin1String("EXR") ? QStringLiteral("EX") : addrType;
 }
 
-QString AddrTypeOf(mail::TMailAddressType type)
+// Such records hold the SMTP address as their address.
+QString StoredSmtpAddress(const QString& addrType, const QString& email, const QString& smtp)
 {
-    return type == mail::matSMTP ? QStringLiteral("SMTP") : QStringLiteral("EX");
+    return smtp.isEmpty() && addrType == QLatin1String("EXR") ? email : smtp;
 }
 
-void SetDate(TPSTPropertyBag& bag, uint16_t id, mail::TDateTime date)
-{
-    if (date > 0)
-        bag.SetTime(id, core::DateTimeToQDateTime(date).toUTC());
-}
-
-void SetContactField(TPSTMessage& out, int field, const QVariant& value)
-{
-    if (!value.isValid())
-        return;
-    const uint32_t id = mail::ContactFieldTag(field);
-    if (field == mail::cfBirthday) {
-        const QDateTime date = value.toDateTime();
-        if (date.isValid())
-            out.SetNamedTime(PSETID_Address(), id, date.toUTC());
-    } else if (field == mail::cfNotes) {
-        out.SetString(pid::Body, value.toString());
-    } else if (field == mail::cfPicture) {
-        if (!value.toByteArray().isEmpty())
-            out.AddAttachment(QStringLiteral("ContactPicture.jpg"), value.toByteArray(), QStringLiteral("image/jpeg"));
-    } else if (id >= 0x8000) {
-        out.SetNamedString(PSETID_Address(), id, value.toString());
-    } else if (id) {
-        out.SetString(uint16_t(id), value.toString());
+// The generic model with what data-file items add: their own message class,
+// sender and recipients from their address records with the stored address
+// types, and every contact field. The writer sets the read and
+// has-attachment flags itself.
+class TPSTModelBuilder : public mail::TMsgModelBuilder {
+public:
+    TPSTModelBuilder()
+        : TMsgModelBuilder({.mailRecipientsOnly = false, .displayLists = false, .messageId = false,
+              .messageFlags = false, .normalizedAttachments = false})
+    {
     }
-}
 
-void AddContact(TPSTMessage& out, const mail::IMailMessage& message, const mail::IMailContact& contact)
-{
-    out.SetString(pid::MessageClass, QStringLiteral("IPM.Contact"));
-    if (const auto* item = dynamic_cast<const pst::adapter::TPSTContactMessage*>(&message)) {
-        for (int field = 0; field < mail::cfCount; ++field)
-            SetContactField(out, field, item->Item()->Field(field));
-        return;
+protected:
+    QString MessageClass(const mail::IMailMessage& message) const override
+    {
+        if (const auto* source = dynamic_cast<const pst::adapter::TPSTMailMessage*>(&message))
+            if (const QString own = source->Item()->MessageClass(); !own.isEmpty())
+                return own;
+        return TMsgModelBuilder::MessageClass(message);
     }
-    for (int field = 0; field < 30; ++field)
-        if (const int stored = mail::ContactFieldOfMessageField(field); stored >= 0)
-            SetContactField(out, stored, contact.GetField(field));
-}
 
-void AddRecipients(TPSTMessage& out, const mail::IMailMessage& message)
-{
-    if (const auto* source = dynamic_cast<const pst::adapter::TPSTMailMessage*>(&message)) {
+    // Addresses resolved from Exchange keep their type, as records do.
+    std::pair<QString, QString> StoredAddress(mail::TMailAddressType type, const QString& address) const override
+    {
+        return {type == mail::matSMTP ? QStringLiteral("SMTP") : QStringLiteral("EX"),
+            type == mail::matEXResolved ? address : QString()};
+    }
+
+    void AddSender(TPSTMessage& out, const mail::IMailMessage& message) const override
+    {
+        const auto* source = dynamic_cast<const pst::adapter::TPSTMailMessage*>(&message);
+        if (!source)
+            return TMsgModelBuilder::AddSender(out, message);
+        QReadLocker lock(&pst::RecordLock());
+        const pst::TPSTSender& s = source->Item()->Sender();
+        out.SetSender(s.Name, StoredAddrType(s.AddrType), s.EMail, StoredSmtpAddress(s.AddrType, s.EMail, s.SmtpAddress));
+    }
+
+    void AddRecipients(TPSTMessage& out, const mail::IMailMessage& message) const override
+    {
+        const auto* source = dynamic_cast<const pst::adapter::TPSTMailMessage*>(&message);
+        if (!source)
+            return TMsgModelBuilder::AddRecipients(out, message);
         const pst::TPSTMailItem& item = *source->Item();
         QReadLocker lock(&pst::RecordLock());
         for (int list = 0; list < 5; ++list) {
@@ -81,116 +77,28 @@ void AddRecipients(TPSTMessage& out, const mail::IMailMessage& message)
             for (int i = 0; i < records.Count(); ++i) {
                 const pst::TMailRecipient& r = records.GetItem(i);
                 TPSTRecipient& written = out.AddRecipient(list, r.DisplayName, StoredAddrType(r.AddrType), r.EMail,
-                    r.SmtpAddress.isEmpty() && r.AddrType == QLatin1String("EXR") ? r.EMail : r.SmtpAddress);
+                    StoredSmtpAddress(r.AddrType, r.EMail, r.SmtpAddress));
                 written.SetString(pid::RecipientDisplayName, r.RecipientDisplayName);
             }
         }
-        return;
     }
-    if (const auto* prepare = dynamic_cast<const mail::IMailPreparePreview*>(&message))
-        prepare->ResolveRecipients();
-    for (int kind = mail::mrtOriginator; kind <= mail::mrtUnknown; ++kind) {
-        const auto list = message.Recipients(mail::TMailRecipientType(kind));
-        if (!list)
-            continue;
-        for (const auto& r : *list) {
-            if (!r)
-                continue;
-            const QString name = r->Name().isEmpty() ? r->EMail() : r->Name();
-            out.AddRecipient(kind, name, AddrTypeOf(r->EMailType()), r->EMail(),
-                r->EMailType() == mail::matEXResolved ? r->EMail() : QString());
-        }
-    }
-}
 
-void AddSender(TPSTMessage& out, const mail::IMailMessage& message)
-{
-    if (const auto* source = dynamic_cast<const pst::adapter::TPSTMailMessage*>(&message)) {
-        QReadLocker lock(&pst::RecordLock());
-        const pst::TPSTSender& s = source->Item()->Sender();
-        out.SetSender(s.Name, StoredAddrType(s.AddrType), s.EMail,
-            s.SmtpAddress.isEmpty() && s.AddrType == QLatin1String("EXR") ? s.EMail : s.SmtpAddress);
-        return;
+    void AddContact(TPSTMessage& out, const mail::IMailMessage& message, const mail::IMailContact& contact) const override
+    {
+        const auto* item = dynamic_cast<const pst::adapter::TPSTContactMessage*>(&message);
+        if (!item)
+            return TMsgModelBuilder::AddContact(out, message, contact);
+        out.SetString(pid::MessageClass, QStringLiteral("IPM.Contact"));
+        for (int field = 0; field < mail::cfCount; ++field)
+            SetContactField(out, field, item->Item()->Field(field));
     }
-    if (const auto sender = message.Sender())
-        out.SetSender(sender->Name(), AddrTypeOf(sender->EMailType()), sender->EMail());
-}
-
-void AddBodies(TPSTMessage& out, const mail::IMailMessage& message)
-{
-    const QByteArray rtf = message.Body(mail::mbtRTF).toLatin1();
-    const QString html = message.Body(mail::mbtHTML);
-    // HTML that readers derive from the RTF body is not stored twice.
-    bool derived = false;
-    if (!html.isEmpty() && core::IsHtmlEncapsulatedRtf(rtf))
-        derived = core::RtfToHtml(rtf) == html;
-    // In the charset the page declares (references only for what it cannot
-    // hold), else in UTF-8, the code page the written message names.
-    const QByteArray bytes = derived ? QByteArray() : core::EncodeHtml(html, message.Headers());
-    out.SetBodies(message.Body(mail::mbtText), bytes, rtf);
-}
-
-void AddAttachments(TPSTMessage& out, const mail::IMailMessage& message, int depth)
-{
-    const auto attaches = message.Attaches();
-    if (!attaches)
-        return;
-    for (const auto& attach : *attaches) {
-        if (!attach)
-            continue;
-        TPSTAttachment* written = nullptr;
-        const auto inner = attach->AsMailMessage();
-        if (inner && depth < MaxEmbeddingDepth) {
-            auto embedded = ToPSTMessage(*inner, depth + 1);
-            embedded->SetString(pid::DisplayName, attach->FileName());
-            written = &out.AddEmbedded(std::move(embedded));
-        } else {
-            QByteArray data;
-            if (const auto content = attach->Content())
-                data = content->readAll();
-            written = &out.AddAttachment(attach->FileName(), data, attach->ContentType());
-        }
-        written->SetString(pid::AttachContentId, attach->ContentID());
-        written->SetString(pid::AttachContentLocation, attach->ContentLocation());
-        if (const auto* sized = dynamic_cast<const mail::IMailAttach2*>(attach.get()); sized && sized->Size() > 0)
-            written->SetLong(pid::AttachSize, sized->Size());
-    }
-}
+};
 
 } // namespace
 
 std::shared_ptr<TPSTMessage> ToPSTMessage(const mail::IMailMessage& message, int depth)
 {
-    auto out = std::make_shared<TPSTMessage>();
-    if (const auto* contact = dynamic_cast<const mail::IMailContact*>(&message)) {
-        AddContact(*out, message, *contact);
-        return out;
-    }
-    const auto* meeting = dynamic_cast<const mail::IMailMeeting*>(&message);
-    QString messageClass = meeting ? QStringLiteral("IPM.Appointment") : QStringLiteral("IPM.Note");
-    if (const auto* source = dynamic_cast<const pst::adapter::TPSTMailMessage*>(&message))
-        if (const QString own = source->Item()->MessageClass(); !own.isEmpty())
-            messageClass = own;
-    out->SetString(pid::MessageClass, messageClass);
-    out->SetString(pid::Subject, message.Subject());
-    out->SetString(pid::ConversationTopic, message.Subject());
-    AddSender(*out, message);
-    AddRecipients(*out, message);
-    AddBodies(*out, message);
-    SetDate(*out, pid::ClientSubmitTime, message.Date(mail::mdClientSubmit));
-    SetDate(*out, pid::DeliveryTime, message.Date(mail::mdDelivery));
-    SetDate(*out, pid::CreationTime, message.Date(mail::mdCreation));
-    SetDate(*out, pid::LastModificationTime, message.Date(mail::mdModification));
-    out->SetString(pid::TransportHeaders, message.Headers());
-    if (meeting) {
-        if (meeting->AppoitmentStart() > 0)
-            out->SetNamedTime(PSETID_Appointment(), pid::AppointmentStart, core::DateTimeToQDateTime(meeting->AppoitmentStart()).toUTC());
-        if (meeting->AppoitmentEnd() > 0)
-            out->SetNamedTime(PSETID_Appointment(), pid::AppointmentEnd, core::DateTimeToQDateTime(meeting->AppoitmentEnd()).toUTC());
-        out->SetNamedString(PSETID_Appointment(), pid::Location, meeting->Location());
-    }
-    AddAttachments(*out, message, depth);
-    return out;
+    return TPSTModelBuilder().Build(message, depth);
 }
 
 TMailPSTTask::TMailPSTTask(TMailProperties& properties) : TMailTask(properties) {}
