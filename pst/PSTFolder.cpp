@@ -13,6 +13,7 @@ namespace {
 
 namespace pid = pstfile::pid;
 constexpr int MeetingItemType = 15;
+constexpr int AppointmentItemType = 2;
 
 bool IsListedContainerClass(const QString& containerClass)
 {
@@ -138,8 +139,10 @@ std::shared_ptr<TPSTDetailItem> TPSTFolder::CreateItem(int index, std::unique_pt
 
 std::shared_ptr<TPSTDetailItem> TPSTMailFolder::CreateItem(int index, std::unique_ptr<pstfile::TMessage> message)
 {
-    const QString messageClass = ReadString(message->Properties(), pid::MessageClass, ShortStringChars);
-    if (ItemTypeOfClass(messageClass) == MeetingItemType)
+    // Meeting requests and responses, and appointments outside a calendar
+    // (one deleted, or moved into a mail folder) still say when and where.
+    const int type = ItemTypeOfClass(ReadString(message->Properties(), pid::MessageClass, ShortStringChars));
+    if (type == MeetingItemType || type == AppointmentItemType)
         return Own(new TPSTMeetingItem(this, index, FileContext(), std::move(message)));
     return Own(new TPSTMailItem(this, index, FileContext(), std::move(message)));
 }
