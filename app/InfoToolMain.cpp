@@ -3,7 +3,6 @@
 #include "core/Exceptions.h"
 #include "core/Version.h"
 #include "mail/FileMailMsg.h"
-#include "mail/HtmlSanitizer.h"
 #include "mail/MailReport.h"
 #include "pst/PSTFile.h"
 #include "pst/PSTMessage.h"
@@ -78,16 +77,7 @@ int PrintHtml(const QStringList& args, bool remotePictures)
         const auto message = FindMessage(args[0], args.value(1), file);
         if (!message)
             throw core::ETessalyError(QStringLiteral("No message in %1").arg(args[0]));
-        // The default options, but one self-contained document: images go
-        // in as data URLs, since no attachment is written beside it.
-        tasks::TMailProperties options;
-        options.SetCmdHTMLEmbedImages(true);
-        const mail::TMessageHTMLTask task(*message);
-        const QString html = mail::TMailMsgHTML::Render(*message, options.HTMLOptions(), task);
-        mail::THtmlSanitizeOptions safe;
-        safe.RemotePictures = remotePictures;
-        const QString page = QStringLiteral("<html>\r\n") + html + QStringLiteral("\r\n</html>\r\n");
-        std::printf("%s", qUtf8Printable(mail::THtmlSanitizer::Sanitize(page, safe)));
+        std::printf("%s", qUtf8Printable(tasks::StandaloneHtmlPage(*message, remotePictures)));
         return 0;
     } catch (const core::ETessalyError& e) {
         std::fprintf(stderr, "%s\n", qUtf8Printable(e.Message()));

@@ -44,6 +44,8 @@ namespace tessaly::app {
 namespace {
 
 const QByteArray BodyScheme = QByteArrayLiteral("tessaly-body");
+// The header block is never cut below this height (pixels).
+constexpr int MinHeaderHeight = 120;
 const QByteArray CidScheme = QByteArrayLiteral("cid");
 
 QString Escaped(const QString& text)
@@ -214,20 +216,28 @@ QString HeaderBlockHtml(const mail::IMailMessage& message)
         ".ex { border: 1px solid navy; background: #FFFFCC; } "
         ".scroller { overflow-x: hidden; }"
         "</style>");
-    html += QStringLiteral("<h1>") + Escaped(message.Subject()) + QStringLiteral("</h1>");
-    const auto sender = message.Sender();
-    html += QStringLiteral("<h2>") + Escaped(sender ? sender->Caption() : QString()) + QStringLiteral("</h2>");
-    const mail::TDateTime sent = message.Date(mail::mdClientSubmit);
-    html += QStringLiteral("<table><tr><td class=\"caption\">Sent: </td><td>")
-        + (sent > 0 ? Escaped(core::FormatDateTime(sent)) : QString()) + QStringLiteral("</td></tr>");
-    html += QStringLiteral("<tr><td class=\"caption\">To: </td><td>");
-    for (auto kind : {mail::mrtTo, mail::mrtCC, mail::mrtBCC}) {
-        const auto list = message.Recipients(kind);
-        for (int i = 0; list && i < list->Count(); ++i)
-            if (const auto recipient = list->GetRecipient(i))
-                html += Escaped(recipient->Caption()) + QStringLiteral("</br>");
+    // A contact is titled by its name and has no sender, date or
+    // recipients: its card, above the body, shows the rest.
+    const auto* contact = dynamic_cast<const mail::IMailContact*>(&message);
+    QString title = message.Subject();
+    if (contact && title.isEmpty())
+        title = contact->GetField(mail::mcfFullName).toString();
+    html += QStringLiteral("<h1>") + Escaped(title) + QStringLiteral("</h1>");
+    if (!contact) {
+        const auto sender = message.Sender();
+        html += QStringLiteral("<h2>") + Escaped(sender ? sender->Caption() : QString()) + QStringLiteral("</h2>");
+        const mail::TDateTime sent = message.Date(mail::mdClientSubmit);
+        html += QStringLiteral("<table><tr><td class=\"caption\">Sent: </td><td>")
+            + (sent > 0 ? Escaped(core::FormatDateTime(sent)) : QString()) + QStringLiteral("</td></tr>");
+        html += QStringLiteral("<tr><td class=\"caption\">To: </td><td>");
+        for (auto kind : {mail::mrtTo, mail::mrtCC, mail::mrtBCC}) {
+            const auto list = message.Recipients(kind);
+            for (int i = 0; list && i < list->Count(); ++i)
+                if (const auto recipient = list->GetRecipient(i))
+                    html += Escaped(recipient->Caption()) + QStringLiteral("</br>");
+        }
+        html += QStringLiteral("</td></tr></table>");
     }
-    html += QStringLiteral("</td></tr></table>");
     const auto attaches = message.Attaches();
     if (attaches && attaches->Count() > 0) {
         html += QStringLiteral("<br><table class=\"attach\" width=\"100%\">");
@@ -480,7 +490,12 @@ void TMailInfoFrame::FitHeader()
 {
     const int width = std::max(100, m_header->viewport()->width());
     m_header->document()->setTextWidth(width);
-    m_header->setFixedHeight(int(m_header->document()->size().height()) + 32);
+    // The whole block where it fits; a long list of recipients scrolls in
+    // two fifths of the pane, and the body keeps the rest.
+    const int whole = int(m_header->document()->size().height()) + 32;
+    const int most = std::max(MinHeaderHeight, height() * 2 / 5);
+    m_header->setVerticalScrollBarPolicy(whole > most ? Qt::ScrollBarAsNeeded : Qt::ScrollBarAlwaysOff);
+    m_header->setFixedHeight(std::min(whole, most));
 }
 
 void TMailInfoFrame::resizeEvent(QResizeEvent* event)

@@ -10,6 +10,7 @@
 #include <QBuffer>
 #include <QFile>
 #include <QImage>
+#include <QLocale>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QUrl>
@@ -293,22 +294,139 @@ void TMailMsgHTML::WriteAttachRows(const std::vector<std::shared_ptr<IMailAttach
     }
 }
 
+void TMailMsgHTML::WriteMeetingRows(const IMailMeeting& meeting, bool inHeader)
+{
+    WriteSenderRow(m_message.Sender(), false);
+    WriteRecipientRows(QStringLiteral("to"), QStringLiteral("Required"), inHeader, m_message.Recipients(mrtTo));
+    WriteRecipientRows(QStringLiteral("cc"), QStringLiteral("Optional"), false, m_message.Recipients(mrtCC));
+    WriteRecipientRows(QStringLiteral("bcc"), QStringLiteral("Resource"), false, m_message.Recipients(mrtBCC));
+    if (inHeader)
+        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Subject"), Encode(m_message.Subject()));
+    if (inHeader || !meeting.Location().isEmpty())
+        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Location"), Encode(meeting.Location()));
+    QString when = DateText(meeting.AppoitmentStart());
+    if (meeting.AppoitmentEnd() > 0)
+        when += QStringLiteral(" - ") + DateText(meeting.AppoitmentEnd());
+    if (inHeader || !when.isEmpty())
+        WriteTextRow(QStringLiteral("date"), QStringLiteral("When"), when);
+}
+
+namespace {
+
+// A web page as a link when it is an http or https address (a bare
+// "www." one taken as http); anything else stays text.
+QString WebPageHtml(const QString& page)
+{
+    QString address = page;
+    if (address.startsWith(QLatin1String("www."), Qt::CaseInsensitive))
+        address.prepend(QLatin1String("http://"));
+    const QUrl url(address, QUrl::StrictMode);
+    const QString scheme = url.scheme().toLower();
+    if (!url.isValid() || url.host().isEmpty() || (scheme != QLatin1String("http") && scheme != QLatin1String("https")))
+        return TMailMsgHTML::Encode(page);
+    return QStringLiteral("<a href=\"") + TMailMsgHTML::Encode(url.toString(QUrl::FullyEncoded)) + QStringLiteral("\">")
+        + TMailMsgHTML::Encode(page) + QStringLiteral("</a>");
+}
+
+// The picture of a card, at most this many pixels wide and high.
+constexpr double CardPictureSize = 160;
+
+} // namespace
+
+void TMailMsgHTML::WriteContactCard(const IMailContact& contact)
+{
+    const auto text = [&contact](int field) {
+        const QVariant value = contact.GetField(field);
+        return value.typeId() == QMetaType::QString ? value.toString().trimmed() : QString();
+    };
+    struct TRow {
+        QString field, caption, html;
+    };
+    std::vector<TRow> rows;
+    const auto add = [&rows](const char* field, const char* caption, const QString& html) {
+        if (!html.isEmpty())
+            rows.push_back({QLatin1String(field), QLatin1String(caption), html});
+    };
+    QString name = text(mcfFullName);
+    if (name.isEmpty())
+        name = m_message.Subject().trimmed();
+    add("name", "Name", Encode(name));
+    add("company", "Company", Encode(text(mcfCompany)));
+    add("jobtitle", "Job title", Encode(text(mcfJobTitle)));
+    add("department", "Department", Encode(text(mcfDepartment)));
+    QStringList emails;
+    for (const QString& address : text(mcfEMails).split(QLatin1Char(','), Qt::SkipEmptyParts))
+        emails << QStringLiteral("<a href=\"mailto:") + Encode(address.trimmed()) + QStringLiteral("\">")
+                + Encode(address.trimmed()) + QStringLiteral("</a>");
+    add("email", "E-mail", emails.join(QStringLiteral("<br>")));
+    add("businessphone", "Business phone", Encode(text(mcfBusinessPhone)));
+    add("homephone", "Home phone", Encode(text(mcfHomePhone)));
+    add("mobilephone", "Mobile phone", Encode(text(mcfMobilePhone)));
+    add("businessfax", "Business fax", Encode(text(mcfBusinessFax)));
+    const QString businessAddress = text(mcfBusinessAddress);
+    add("businessaddress", "Business address", TextLinesToHtml(businessAddress));
+    // The mailing address is often a copy of the business address.
+    if (text(mcfPostalAddress) != businessAddress)
+        add("address", "Address", TextLinesToHtml(text(mcfPostalAddress)));
+    const QDateTime birthday = contact.GetField(mcfBirthday).toDateTime();
+    if (birthday.isValid())
+        add("birthday", "Birthday", Encode(QLocale().toString(birthday.date(), QLocale::ShortFormat)));
+    if (const QString page = text(mcfWebPage); !page.isEmpty())
+        add("webpage", "Web page", WebPageHtml(page));
+    add("notes", "Notes", TextLinesToHtml(text(mcfNotes)));
+
+    QString picture;
+    const QVariant pictureField = contact.GetField(mcfPicture);
+    const QByteArray pictureBytes = pictureField.typeId() == QMetaType::QByteArray ? pictureField.toByteArray() : QByteArray();
+    if (const QString source = ImageDataURL(pictureBytes); !source.isEmpty()) {
+        QString size;
+        QImage image;
+        if (image.loadFromData(pictureBytes) && image.width() > 0 && image.height() > 0) {
+            const double scale = std::min({1.0, CardPictureSize / image.width(), CardPictureSize / image.height()});
+            size = QStringLiteral("width=%1 height=%2 ")
+                       .arg(std::max(1L, std::lround(image.width() * scale)))
+                       .arg(std::max(1L, std::lround(image.height() * scale)));
+        }
+        picture = QStringLiteral("<img class=contact_picture ") + size + QStringLiteral("src=\"") + source
+            + QStringLiteral("\">");
+    }
+    if (rows.empty() && picture.isEmpty())
+        return;
+    m_lines << QStringLiteral("<table id=header_table class=contact_card>");
+    if (rows.empty())
+        rows.push_back({QStringLiteral("name"), QStringLiteral("Name"), QString()});
+    for (size_t i = 0; i < rows.size(); ++i) {
+        QString line = QStringLiteral("<tr id=%1>").arg(NextRowId()) + CaptionCell(rows[i].field) + QStringLiteral("<b>")
+            + rows[i].caption + QStringLiteral(": </b></td><td id=%1_text>").arg(rows[i].field) + rows[i].html
+            + QStringLiteral("</td>");
+        if (i == 0 && !picture.isEmpty())
+            line += QStringLiteral("<td rowspan=%1 valign=top width=1>").arg(rows.size()) + picture + QStringLiteral("</td>");
+        m_lines << line + QStringLiteral("</tr>");
+    }
+    m_lines << QStringLiteral("</table>");
+    m_empty = false;
+}
+
 void TMailMsgHTML::CreateHeader()
 {
-    if (!m_options.HasHeaderFields())
+    // A contact is its card: it has no sender, recipients or date to show.
+    if (const auto* contact = dynamic_cast<const IMailContact*>(&m_message)) {
+        WriteContactCard(*contact);
         return;
+    }
+    const auto* meeting = dynamic_cast<const IMailMeeting*>(&m_message);
+    if (!m_options.HasHeaderFields()) {
+        // The preview shows the subject itself.
+        if (meeting) {
+            m_lines << QStringLiteral("<table id=header_table class=meeting_card>");
+            WriteMeetingRows(*meeting, false);
+            m_lines << QStringLiteral("</table>");
+        }
+        return;
+    }
     m_lines << QStringLiteral("<table id=header_table>");
-    if (const auto* meeting = dynamic_cast<const IMailMeeting*>(&m_message)) {
-        WriteSenderRow(m_message.Sender(), false);
-        WriteRecipientRows(QStringLiteral("to"), QStringLiteral("Required"), true, m_message.Recipients(mrtTo));
-        WriteRecipientRows(QStringLiteral("cc"), QStringLiteral("Optional"), false, m_message.Recipients(mrtCC));
-        WriteRecipientRows(QStringLiteral("bcc"), QStringLiteral("Resource"), false, m_message.Recipients(mrtBCC));
-        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Subject"), Encode(m_message.Subject()));
-        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Location"), Encode(meeting->Location()));
-        QString when = DateText(meeting->AppoitmentStart());
-        if (meeting->AppoitmentEnd() > 0)
-            when += QStringLiteral(" - ") + DateText(meeting->AppoitmentEnd());
-        WriteTextRow(QStringLiteral("date"), QStringLiteral("When"), when);
+    if (meeting) {
+        WriteMeetingRows(*meeting, true);
     } else {
         if (m_options.Sender)
             WriteSenderRow(m_message.Sender(), true);
@@ -505,7 +623,8 @@ QString LinkBareAddresses(const QString& body)
 
 void TMailMsgHTML::CreateBody()
 {
-    if (!m_options.Body)
+    // A contact's body is its notes, which its card shows.
+    if (!m_options.Body || dynamic_cast<const IMailContact*>(&m_message))
         return;
     if (m_options.HasHeaderFields())
         m_lines << QStringLiteral("<hr>");

@@ -4,6 +4,7 @@
 // table, an optional image table and the body. The caller wraps the output
 // as the target format needs (no html or body element is written here).
 
+#include "mail/MailContact.h"
 #include "mail/MailMsgIntf.h"
 
 #include <QRegularExpressionMatch>
@@ -89,6 +90,9 @@ public:
     TMailMsgHTML(const IMailMessage& message, const TMailHTMLOptions& options, const IMailHTMLTask& task);
 
     void Start();
+    // The header table. A contact gets its card instead, whatever fields
+    // are chosen; a meeting without header fields gets its own rows (who,
+    // where and when) all the same.
     void CreateHeader();
     void EmbedImages();
     void CreateBody();
@@ -119,6 +123,12 @@ private:
         const std::shared_ptr<IMailRecipientList>& list);
     void WriteTextRow(const QString& field, const QString& caption, const QString& text);
     void WriteAttachRows(const std::vector<std::shared_ptr<IMailAttach>>& list, const QString& rowId, int& index);
+    // Organizer, attendees, location and time; in the header table also the
+    // subject, and the rows of the required attendees and of the location
+    // and time when they are empty.
+    void WriteMeetingRows(const IMailMeeting& meeting, bool inHeader);
+    // Name, work, addresses, dates, notes and picture; empty fields left out.
+    void WriteContactCard(const IMailContact& contact);
     QString TextLinesToHtml(const QString& text) const;
     QString ResolveInlineImages(QString body) const;
 

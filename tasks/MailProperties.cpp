@@ -1,6 +1,7 @@
 #include "tasks/MailProperties.h"
 
 #include "core/SettingsStore.h"
+#include "mail/HtmlSanitizer.h"
 #include "mail/MailMsgHTML.h"
 #include "mail/MailMsgObj.h"
 
@@ -588,6 +589,17 @@ void TMailProperties::ApplyCommandLine(const core::TCommandLine& commandLine)
         SetCmdHTMLEmbedImages(commandLine.Switch(QStringLiteral("HTMLEmbedImages")));
     if (commandLine.HasKey(QStringLiteral("ExternalCSS")))
         SetCmdExternalCSS(commandLine.Value(QStringLiteral("ExternalCSS")));
+}
+
+QString StandaloneHtmlPage(const mail::IMailMessage& message, bool remotePictures)
+{
+    TMailProperties options;
+    options.SetCmdHTMLEmbedImages(true);
+    const mail::TMessageHTMLTask task(message);
+    const QString html = mail::TMailMsgHTML::Render(message, options.HTMLOptions(), task);
+    mail::THtmlSanitizeOptions safe;
+    safe.RemotePictures = remotePictures;
+    return mail::THtmlSanitizer::Sanitize(QStringLiteral("<html>\r\n") + html + QStringLiteral("\r\n</html>\r\n"), safe);
 }
 
 } // namespace tessaly::tasks

@@ -267,4 +267,9 @@ private:
     int m_lastProcessedNumber = 1;
 };
 
+// The page tessaly-inspect --html prints: the message rendered with the
+// default options as one self-contained document (pictures as data URLs,
+// since nothing is written beside it), made safe to open.
+QString StandaloneHtmlPage(const mail::IMailMessage& message, bool remotePictures = false);
+
 } // namespace tessaly::tasks

@@ -1,6 +1,8 @@
 #include "TestUtil.h"
+#include "core/DateTime.h"
 #include "app/MailInfoFrame.h"
 #include "mail/FileMailMsg.h"
+#include "mail/MailMsgHTML.h"
 #include "mail/MailTestObjects.h"
 #include "tasks/MailTemplate.h"
 
@@ -11,6 +13,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QTabWidget>
 #include <QTcpServer>
 #include <QTemporaryDir>
@@ -107,6 +110,32 @@ TEST(PreviewPane, EveryRecipientOnALineOfItsOwn)
     }
 }
 
+// A long list of recipients scrolls in the header block, which takes two
+// fifths of the pane at most: the body keeps the rest. A short block is
+// shown whole, without a scroll bar.
+TEST(PreviewPane, ManyRecipientsLeaveTheBodyItsPlace)
+{
+    auto crowd = Message();
+    auto list = std::make_shared<mail::TMailRecipientArray>();
+    for (int i = 0; i < 80; ++i)
+        list->Add(std::make_shared<mail::TMailRecipient>(QStringLiteral("Colleague %1").arg(i), QStringLiteral("c%1@x.org").arg(i)));
+    crowd->recipients[mail::mrtTo] = list;
+    TMailInfoFrame frame;
+    frame.resize(600, 700);
+    frame.show();
+    frame.Navigate(crowd);
+    QCoreApplication::processEvents();
+    EXPECT_LE(frame.HeaderView()->height(), 700 * 2 / 5);
+    EXPECT_GE(frame.BodyView()->height(), 700 / 3);
+    EXPECT_EQ(frame.HeaderView()->verticalScrollBarPolicy(), Qt::ScrollBarAsNeeded);
+    EXPECT_GT(frame.HeaderView()->verticalScrollBar()->maximum(), 0);
+
+    frame.Navigate(Message());
+    QCoreApplication::processEvents();
+    EXPECT_EQ(frame.HeaderView()->verticalScrollBarPolicy(), Qt::ScrollBarAlwaysOff);
+    EXPECT_GE(frame.HeaderView()->height(), int(frame.HeaderView()->document()->size().height()));
+}
+
 TEST(PreviewPane, HeaderBlock)
 {
     const auto message = Message({std::make_shared<TSizedAttach>(QStringLiteral("a.pdf"), 2048),
@@ -138,6 +167,88 @@ TEST(PreviewPane, HeaderBlock)
     EXPECT_TRUE(frame.ShowsEmptyView());
     EXPECT_TRUE(frame.EmptyView()->toPlainText().contains(QStringLiteral("<No mail to show>")));
     EXPECT_EQ(EmptyViewHtml(), QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;"));
+}
+
+namespace {
+
+// A contact as a data file gives it: no subject, its fields by number.
+class TTestContact : public TTestMessage, public mail::IMailContact {
+public:
+    std::map<int, QVariant> fields;
+    QVariant GetField(int field) const override
+    {
+        const auto it = fields.find(field);
+        return it == fields.end() ? QVariant() : it->second;
+    }
+};
+
+class TTestMeeting : public TTestMessage, public mail::IMailMeeting {
+public:
+    mail::TDateTime start = 0, end = 0;
+    QString location;
+    mail::TDateTime AppoitmentStart() const override { return start; }
+    mail::TDateTime AppoitmentEnd() const override { return end; }
+    QString Location() const override { return location; }
+};
+
+} // namespace
+
+// A contact: titled by its name, without sender, "Sent:" or "To:"; its card
+// above the body.
+TEST(PreviewPane, ContactShowsItsCard)
+{
+    auto contact = std::make_shared<TTestContact>();
+    contact->fields = {{mail::mcfFullName, QStringLiteral("Ann <Example>")}, {mail::mcfCompany, QStringLiteral("Halvorne")},
+        {mail::mcfMobilePhone, QStringLiteral("+41 79 555 03 03")}};
+    const QString header = HeaderBlockHtml(*contact);
+    EXPECT_TRUE(header.contains(QStringLiteral("<h1>Ann &lt;Example&gt;</h1>"))) << header.toStdString();
+    for (const char* absent : {"<h2>", "Sent: ", "To: "})
+        EXPECT_FALSE(header.contains(QLatin1String(absent))) << absent;
+    const QString body = PreviewBodyHtml(*contact);
+    EXPECT_TRUE(body.contains(QStringLiteral("class=\"contact_card\""))) << body.toStdString();
+    EXPECT_TRUE(body.contains(QStringLiteral("<b>Name: </b></td><td id=\"name_text\">Ann &lt;Example&gt;</td>")));
+    EXPECT_TRUE(body.contains(QStringLiteral("<b>Company: </b></td><td id=\"company_text\">Halvorne</td>")));
+    EXPECT_TRUE(body.contains(QStringLiteral("<b>Mobile phone: </b></td><td id=\"mobilephone_text\">+41 79 555 03 03</td>")));
+
+    TMailInfoFrame frame;
+    frame.resize(600, 500);
+    frame.Navigate(contact);
+    EXPECT_FALSE(frame.ShowsEmptyView());
+    EXPECT_EQ(frame.HeaderView()->toPlainText().trimmed(), QStringLiteral("Ann <Example>"));
+}
+
+// A meeting: its header block as a message's, and above the body who meets
+// when and where.
+TEST(PreviewPane, MeetingShowsWhenAndWhere)
+{
+    auto meeting = std::make_shared<TTestMeeting>();
+    meeting->subject = QStringLiteral("Planning");
+    meeting->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Olga"), QStringLiteral("olga@x.org"));
+    meeting->recipients[mail::mrtTo] = Recipients({{QStringLiteral("Rita"), QStringLiteral("rita@x.org")}});
+    meeting->start = core::QDateTimeToDateTime(QDateTime(QDate(2025, 5, 6), QTime(9, 0)));
+    meeting->end = core::QDateTimeToDateTime(QDateTime(QDate(2025, 5, 6), QTime(10, 30)));
+    meeting->location = QStringLiteral("Room 7");
+    meeting->html = QStringLiteral("<p>Agenda</p>");
+    const QString header = HeaderBlockHtml(*meeting);
+    EXPECT_TRUE(header.contains(QStringLiteral("<h2>Olga &lt;olga@x.org&gt;</h2>")));
+    EXPECT_TRUE(header.contains(QStringLiteral("Sent: ")));
+    const QString body = PreviewBodyHtml(*meeting);
+    EXPECT_TRUE(body.contains(QStringLiteral("<b>Location: </b></td><td>Room 7</td>"))) << body.toStdString();
+    EXPECT_TRUE(body.contains(QStringLiteral("<b>When: </b></td><td>") + core::FormatDateTime(meeting->start)
+        + QStringLiteral(" - ") + core::FormatDateTime(meeting->end) + QStringLiteral("</td>")));
+    EXPECT_TRUE(body.contains(QStringLiteral("<b>Required: </b>")));
+    EXPECT_TRUE(body.contains(QStringLiteral(">Rita &lt;rita@x.org&gt;</a>")));
+    EXPECT_FALSE(body.contains(QStringLiteral("<b>Subject: </b>")));
+    EXPECT_LT(body.indexOf(QStringLiteral("<b>When: </b>")), body.indexOf(QStringLiteral("<p>Agenda</p>")));
+
+    // Above the body, what the meeting does not say makes no row.
+    meeting->recipients.clear();
+    meeting->location.clear();
+    const QString bare = PreviewBodyHtml(*meeting);
+    EXPECT_TRUE(bare.contains(QStringLiteral("<b>When: </b>")));
+    EXPECT_TRUE(bare.contains(QStringLiteral("<b>From: </b>")));
+    for (const char* absent : {"<b>Required: </b>", "<b>Location: </b>"})
+        EXPECT_FALSE(bare.contains(QLatin1String(absent))) << absent;
 }
 
 TEST(PreviewPane, OpenTwiceGivesTwoFilesAndSaveProposesMsg)

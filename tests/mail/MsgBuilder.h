@@ -36,7 +36,7 @@ struct TMsgNamedSpec {
 struct TMsgContent {
     std::map<uint16_t, QString> strings; // property id -> Unicode string
     std::vector<TMsgAttachSpec> attachments;
-    std::vector<TMsgNamedSpec> named; // ids 0x8000, 0x8001... in this order
+    std::vector<TMsgNamedSpec> named = {}; // ids 0x8000, 0x8001... in this order
 };
 
 namespace detail {
