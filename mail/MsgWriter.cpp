@@ -1,6 +1,7 @@
 #include "mail/MsgWriter.h"
 
 #include "platform/StagedFile.h"
+#include "pstfile/Endian.h"
 
 #include <gsf/gsf-outfile-msole.h>
 #include <gsf/gsf-outfile.h>
@@ -29,28 +30,6 @@ void EnsureGsf()
     std::call_once(once, [] { gsf_init(); });
 }
 
-void PutLe32(QByteArray& out, uint32_t value)
-{
-    for (int i = 0; i < 4; ++i)
-        out.append(char((value >> (8 * i)) & 0xFF));
-}
-
-QByteArray Le32(uint32_t value)
-{
-    QByteArray out;
-    PutLe32(out, value);
-    return out;
-}
-
-QByteArray Utf16Le(const QString& text)
-{
-    QByteArray out;
-    out.reserve(text.size() * 2);
-    for (const QChar c : text)
-        out.append(char(c.unicode() & 0xFF)).append(char(c.unicode() >> 8));
-    return out;
-}
-
 // CRC-32 ([MS-OXMSG] names the hash of a string-named property).
 uint32_t Crc32(const QByteArray& data)
 {
@@ -61,15 +40,6 @@ uint32_t Crc32(const QByteArray& data)
             crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1)));
     }
     return ~crc;
-}
-
-QByteArray GuidBytes(const QUuid& id)
-{
-    QByteArray out = Le32(id.data1);
-    out.append(char(id.data2 & 0xFF)).append(char(id.data2 >> 8));
-    out.append(char(id.data3 & 0xFF)).append(char(id.data3 >> 8));
-    out.append(reinterpret_cast<const char*>(id.data4), 8);
-    return out;
 }
 
 QString StreamName(uint32_t tag)
@@ -118,7 +88,7 @@ public:
                 auto at = std::find(guids.begin(), guids.end(), e.set);
                 if (at == guids.end()) {
                     guids.push_back(e.set);
-                    guidStream += GuidBytes(e.set);
+                    guidStream += pstfile::GuidBytes(e.set);
                     at = guids.end() - 1;
                 }
                 guidIndex = uint32_t(3 + (at - guids.begin()));
@@ -127,21 +97,21 @@ public:
             uint32_t identifier = e.lid;
             uint32_t hashId = e.lid;
             if (byString) {
-                const QByteArray name = Utf16Le(e.name);
+                const QByteArray name = pstfile::Utf16Le(e.name);
                 identifier = uint32_t(stringStream.size());
                 hashId = Crc32(name);
-                PutLe32(stringStream, uint32_t(name.size()));
+                pstfile::Add32(stringStream, uint32_t(name.size()));
                 stringStream += name;
                 while (stringStream.size() % 4)
                     stringStream.append('\0');
             }
             const uint32_t indexAndKind = uint32_t(i) << 16 | guidIndex << 1 | (byString ? 1 : 0);
-            PutLe32(entryStream, identifier);
-            PutLe32(entryStream, indexAndKind);
+            pstfile::Add32(entryStream, identifier);
+            pstfile::Add32(entryStream, indexAndKind);
             const uint32_t bucket = 0x1000 + (hashId ^ (guidIndex << 1 | (byString ? 1 : 0))) % 0x1F;
             QByteArray& bucketStream = streams[StreamName(bucket << 16 | ptBinary)];
-            PutLe32(bucketStream, hashId);
-            PutLe32(bucketStream, indexAndKind);
+            pstfile::Add32(bucketStream, hashId);
+            pstfile::Add32(bucketStream, indexAndKind);
         }
         streams[StreamName(Tag(pid::NameidStreamGuid, ptBinary))] = guidStream;
         streams[StreamName(Tag(pid::NameidStreamEntry, ptBinary))] = entryStream;
@@ -241,11 +211,11 @@ private:
             const uint16_t type = TagType(e.tag);
             if (type & ptMultiFlag)
                 continue; // not written by this program
-            PutLe32(stream, e.tag);
-            PutLe32(stream, PropReadWrite);
+            pstfile::Add32(stream, e.tag);
+            pstfile::Add32(stream, PropReadWrite);
             if (type == ptObject) {
-                PutLe32(stream, 0xFFFFFFFF); // the value is a storage
-                PutLe32(stream, 0);
+                pstfile::Add32(stream, 0xFFFFFFFF); // the value is a storage
+                pstfile::Add32(stream, 0);
             } else if (FixedSize(type) > 0) {
                 stream += e.value.left(8);
                 stream += QByteArray(8 - std::min<qsizetype>(8, e.value.size()), '\0');
@@ -255,8 +225,8 @@ private:
                 const qsizetype size = e.value.size() + (type == ptUnicode ? 2 : type == ptString8 ? 1 : 0);
                 if (size > qsizetype(UINT32_MAX - 1))
                     throw EMsgWriteError(QStringLiteral("a value is too large for a message file"));
-                PutLe32(stream, uint32_t(size));
-                PutLe32(stream, 0);
+                pstfile::Add32(stream, uint32_t(size));
+                pstfile::Add32(stream, 0);
                 WriteStream(storage, StreamName(e.tag), e.value);
             }
         }
@@ -271,22 +241,22 @@ private:
         const auto attachments = uint32_t(message.attachments.size());
         // [MS-OXMSG] 2.4.1: 32 bytes at the top level, 24 in an attached message.
         QByteArray header(8, '\0');
-        PutLe32(header, recipients);
-        PutLe32(header, attachments);
-        PutLe32(header, recipients);
-        PutLe32(header, attachments);
+        pstfile::Add32(header, recipients);
+        pstfile::Add32(header, attachments);
+        pstfile::Add32(header, recipients);
+        pstfile::Add32(header, attachments);
         if (depth == 0)
             header += QByteArray(8, '\0');
         std::vector<TEntry> entries = Entries(message);
-        entries.push_back({Tag(StoreSupportMask, ptLong), Le32(StoreUnicodeOk)});
+        entries.push_back({Tag(StoreSupportMask, ptLong), pstfile::Le32(StoreUnicodeOk)});
         WriteProperties(storage, header, std::move(entries));
 
         for (uint32_t i = 0; i < recipients; ++i) {
             GsfOutfile* child = NewStorage(storage, NumberedName("__recip_version1.0_#", int(i)));
             std::vector<TEntry> props = Entries(message.recipients[i]);
-            props.push_back({Tag(pid::RowId, ptLong), Le32(i)});
-            props.push_back({Tag(pid::ObjectType, ptLong), Le32(6)}); // MAPI_MAILUSER
-            props.push_back({Tag(pid::DisplayType, ptLong), Le32(0)});
+            props.push_back({Tag(pid::RowId, ptLong), pstfile::Le32(i)});
+            props.push_back({Tag(pid::ObjectType, ptLong), pstfile::Le32(6)}); // MAPI_MAILUSER
+            props.push_back({Tag(pid::DisplayType, ptLong), pstfile::Le32(0)});
             WriteProperties(child, QByteArray(8, '\0'), std::move(props));
             Close(GSF_OUTPUT(child));
         }
@@ -294,8 +264,8 @@ private:
             const TPSTAttachment& attach = message.attachments[i];
             GsfOutfile* child = NewStorage(storage, NumberedName("__attach_version1.0_#", int(i)));
             std::vector<TEntry> props = Entries(attach);
-            props.push_back({Tag(AttachNumber, ptLong), Le32(i)});
-            props.push_back({Tag(pid::ObjectType, ptLong), Le32(7)}); // MAPI_ATTACH
+            props.push_back({Tag(AttachNumber, ptLong), pstfile::Le32(i)});
+            props.push_back({Tag(pid::ObjectType, ptLong), pstfile::Le32(7)}); // MAPI_ATTACH
             if (attach.embedded) {
                 props.push_back({Tag(AttachDataObject, ptObject), {}});
                 GsfOutfile* inner = NewStorage(child, StreamName(Tag(AttachDataObject, ptObject)));

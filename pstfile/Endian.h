@@ -4,6 +4,8 @@
 // Reads take the bytes as they are, whatever their alignment.
 
 #include <QByteArray>
+#include <QString>
+#include <QUuid>
 #include <cstdint>
 #include <cstring>
 
@@ -60,6 +62,43 @@ inline void Add64(QByteArray& b, uint64_t v)
     char p[8];
     Put64(p, v);
     b.append(p, 8);
+}
+
+inline QByteArray Le32(uint32_t v)
+{
+    QByteArray b;
+    Add32(b, v);
+    return b;
+}
+
+inline QByteArray Le64(uint64_t v)
+{
+    QByteArray b;
+    Add64(b, v);
+    return b;
+}
+
+// Text as UTF-16LE code units, without a terminator.
+inline QByteArray Utf16Le(const QString& text)
+{
+    QByteArray b;
+    b.reserve(text.size() * 2);
+    for (QChar c : text) {
+        b.append(char(c.unicode() & 0xFF));
+        b.append(char(c.unicode() >> 8));
+    }
+    return b;
+}
+
+// A GUID as stored: data1 to data3 little-endian, then data4 as it is.
+inline QByteArray GuidBytes(const QUuid& id)
+{
+    QByteArray b;
+    Add32(b, id.data1);
+    Add16(b, id.data2);
+    Add16(b, id.data3);
+    b.append(reinterpret_cast<const char*>(id.data4), 8);
+    return b;
 }
 
 } // namespace tessaly::pstfile

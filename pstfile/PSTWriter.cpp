@@ -12,42 +12,6 @@ namespace tessaly::pstfile {
 
 namespace {
 
-QByteArray Le32(uint32_t v)
-{
-    QByteArray b;
-    Add32(b, v);
-    return b;
-}
-
-QByteArray Le64(uint64_t v)
-{
-    QByteArray b;
-    Add64(b, v);
-    return b;
-}
-
-QByteArray Utf16(const QString& text)
-{
-    QByteArray b;
-    b.reserve(text.size() * 2);
-    for (QChar c : text) {
-        b.append(char(c.unicode() & 0xFF));
-        b.append(char(c.unicode() >> 8));
-    }
-    return b;
-}
-
-// A GUID as stored: data1 to data3 little-endian, then data4 as it is.
-QByteArray GuidBytes(const QUuid& id)
-{
-    QByteArray b;
-    Add32(b, id.data1);
-    Add16(b, id.data2);
-    Add16(b, id.data3);
-    b.append(reinterpret_cast<const char*>(id.data4), 8);
-    return b;
-}
-
 constexpr uint32_t NidRecipientTable = 0x692,
                    NidAttachmentTable = 0x671, NidHierarchyTemplate = 0x60D, NidContentsTemplate = 0x60E,
                    NidAssocTemplate = 0x60F;
@@ -138,7 +102,7 @@ void TPSTPropertyBag::Set(uint32_t tag, QByteArray value)
 void TPSTPropertyBag::SetString(uint16_t id, const QString& text)
 {
     if (!text.isEmpty())
-        Set(Tag(id, ptUnicode), Utf16(text));
+        Set(Tag(id, ptUnicode), Utf16Le(text));
 }
 
 void TPSTPropertyBag::SetLong(uint16_t id, int32_t value) { Set(Tag(id, ptLong), Le32(uint32_t(value))); }
@@ -164,7 +128,7 @@ void TPSTPropertyBag::SetNamed(const QUuid& set, uint32_t lid, uint16_t type, QB
 void TPSTPropertyBag::SetNamedString(const QUuid& set, uint32_t lid, const QString& text)
 {
     if (!text.isEmpty())
-        SetNamed(set, lid, ptUnicode, Utf16(text));
+        SetNamed(set, lid, ptUnicode, Utf16Le(text));
 }
 
 void TPSTPropertyBag::SetNamedTime(const QUuid& set, uint32_t lid, const QDateTime& time)
@@ -444,7 +408,7 @@ TPSTWriter::TNodeData TPSTWriter::WriteMessage(const TPSTMessage& message, std::
     for (const TProp& p : props)
         size += uint64_t(p.value.size()) + 8;
     const bool hasAttach = !message.attachments.empty();
-    SetDefault(props, Tag(pid::MessageClass, ptUnicode), Utf16(QStringLiteral("IPM.Note")));
+    SetDefault(props, Tag(pid::MessageClass, ptUnicode), Utf16Le(QStringLiteral("IPM.Note")));
     SetDefault(props, Tag(pid::MessageFlags, ptLong), Le32(hasAttach ? 0x11 : 0x01)); // read, has attachments
     SetDefault(props, Tag(pid::MessageSize, ptLong), Le32(uint32_t(std::min<uint64_t>(size, 0x7FFFFFFF))));
     SetDefault(props, Tag(pid::HasAttach, ptBoolean), QByteArray(1, hasAttach ? 1 : 0));
@@ -460,7 +424,7 @@ void TPSTWriter::AddMessage(uint32_t folder, const TPSTMessage& message)
     const TNodeData node = WriteMessage(message, {});
     std::vector<TProp> cells = Resolve(message);
     MarkSubject(cells);
-    SetDefault(cells, Tag(pid::MessageClass, ptUnicode), Utf16(QStringLiteral("IPM.Note")));
+    SetDefault(cells, Tag(pid::MessageClass, ptUnicode), Utf16Le(QStringLiteral("IPM.Note")));
     SetDefault(cells, Tag(pid::MessageSize, ptLong), Le32(node.size));
     SetDefault(cells, Tag(pid::MessageFlags, ptLong), Le32(message.attachments.empty() ? 0x01 : 0x11));
     it->second.rows.push_back(PackCells(cells));
@@ -594,7 +558,7 @@ void TPSTWriter::WriteNameMap()
         uint32_t hash = named.lid;
         if (isString) {
             key = uint32_t(strings.size());
-            const QByteArray text = Utf16(named.name);
+            const QByteArray text = Utf16Le(named.name);
             hash = Crc(text.constData(), size_t(text.size()));
             strings.append(Le32(uint32_t(text.size()))).append(text);
             while (strings.size() % 4)
