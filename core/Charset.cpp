@@ -9,6 +9,7 @@
 #include <unicode/ucsdet.h>
 
 #include <memory>
+#include <utility>
 
 namespace tessaly::core {
 
@@ -190,21 +191,28 @@ namespace {
 
 constexpr qsizetype HtmlCharsetWindow = 8096;
 
-// The charset named after "charset=" near the start of an HTML text.
-QString HtmlDeclaredCharset(const QByteArray& html)
+// Where the charset named after "charset=" near the start of an HTML text
+// stands: its start and length, or a start of -1.
+std::pair<qsizetype, qsizetype> DeclaredCharsetSpan(QStringView html)
 {
-    const QByteArray head = html.left(HtmlCharsetWindow);
-    const qsizetype at = head.toLower().indexOf("charset=");
+    const QStringView head = html.left(HtmlCharsetWindow);
+    const qsizetype at = head.indexOf(QLatin1String("charset="), 0, Qt::CaseInsensitive);
     if (at < 0)
-        return {};
+        return {-1, 0};
     qsizetype pos = at + 8;
-    if (pos < head.size() && head[pos] == '"')
+    if (pos < head.size() && head[pos] == QLatin1Char('"'))
         ++pos;
     const qsizetype start = pos;
-    static const QByteArray Delimiters = QByteArrayLiteral("\"' ;,>/\t\r\n");
+    static const QString Delimiters = QStringLiteral("\"' ;,>/\t\r\n");
     while (pos < head.size() && !Delimiters.contains(head[pos]))
         ++pos;
-    return QString::fromLatin1(head.mid(start, pos - start));
+    return {start, pos - start};
+}
+
+QString HtmlDeclaredCharset(QStringView html)
+{
+    const auto [start, length] = DeclaredCharsetSpan(html);
+    return start < 0 ? QString() : html.mid(start, length).toString();
 }
 
 QString HeaderCharset(const QString& headers)
@@ -220,14 +228,13 @@ QString HeaderCharset(const QString& headers)
     return semicolon >= 0 ? charset.left(semicolon).trimmed() : charset;
 }
 
-
 } // namespace
 
 QString DecodeHtml(const QByteArray& html, const QString& headers, int codePage)
 {
     if (html.isEmpty())
         return {};
-    QString charset = HtmlDeclaredCharset(html);
+    QString charset = HtmlDeclaredCharset(QString::fromLatin1(html.left(HtmlCharsetWindow)));
     if (charset.isEmpty())
         charset = HeaderCharset(headers);
     if (charset.isEmpty() && codePage > 0 && IsKnownCharset(CodePageCharset(codePage)))
@@ -253,7 +260,7 @@ QString DecodeHtml(const QByteArray& html, const QString& headers, int codePage)
 
 QString HtmlEncodingCharset(const QString& html, const QString& headers)
 {
-    QString charset = HtmlDeclaredCharset(html.left(HtmlCharsetWindow).toLatin1());
+    QString charset = HtmlDeclaredCharset(html);
     if (charset.isEmpty())
         charset = HeaderCharset(headers);
     if (charset.isEmpty())
@@ -289,23 +296,12 @@ QByteArray EncodeHtml(const QString& html, const QString& headers)
 
 QString HtmlWithCharset(const QString& html, const QString& charset)
 {
-    const QStringView head = QStringView(html).left(HtmlCharsetWindow);
-    const qsizetype at = head.indexOf(QLatin1String("charset="), 0, Qt::CaseInsensitive);
-    if (at < 0)
-        return html;
-    qsizetype pos = at + 8;
-    if (pos < head.size() && head[pos] == QLatin1Char('"'))
-        ++pos;
-    const qsizetype start = pos;
-    static const QString Delimiters = QStringLiteral("\"' ;,>/\t\r\n");
-    while (pos < head.size() && !Delimiters.contains(head[pos]))
-        ++pos;
-    if (QStringView(html).mid(start, pos - start).compare(charset, Qt::CaseInsensitive) == 0)
+    const auto [start, length] = DeclaredCharsetSpan(html);
+    if (start < 0 || QStringView(html).mid(start, length).compare(charset, Qt::CaseInsensitive) == 0)
         return html;
     QString result = html;
-    result.replace(start, pos - start, charset);
+    result.replace(start, length, charset);
     return result;
 }
-
 
 } // namespace tessaly::core
