@@ -14,12 +14,42 @@
 
 #ifdef Q_OS_WIN
 #include <io.h>
-#define dup _dup
-#define write _write
-#define close _close
 #else
 #include <unistd.h>
 #endif
+
+namespace {
+
+// The descriptor calls under their names on each system (functions, not
+// macros: QIODevice has members called write and close too).
+int DuplicateFd(int fd)
+{
+#ifdef Q_OS_WIN
+    return _dup(fd);
+#else
+    return dup(fd);
+#endif
+}
+
+long long WriteFd(int fd, const char* data, unsigned size)
+{
+#ifdef Q_OS_WIN
+    return _write(fd, data, size);
+#else
+    return write(fd, data, size);
+#endif
+}
+
+void CloseFd(int fd)
+{
+#ifdef Q_OS_WIN
+    _close(fd);
+#else
+    close(fd);
+#endif
+}
+
+} // namespace
 
 // A GMime output stream over a file descriptor with a large buffer: GMime's
 // own buffer stream writes in blocks of 4 KiB, a system call for every 4 KiB
@@ -50,7 +80,7 @@ constexpr size_t SinkBufferSize = 256 * 1024;
 bool SinkWriteOut(TessalyFileSink* sink, const char* data, size_t size)
 {
     while (size > 0 && !sink->failed) {
-        const auto written = write(sink->fd, data, static_cast<unsigned>(std::min<size_t>(size, 1u << 30)));
+        const auto written = WriteFd(sink->fd, data, static_cast<unsigned>(std::min<size_t>(size, 1u << 30)));
         if (written < 0 && errno == EINTR)
             continue;
         if (written <= 0) {
@@ -98,7 +128,7 @@ int SinkClose(GMimeStream* stream)
     auto* sink = reinterpret_cast<TessalyFileSink*>(stream);
     const bool ok = SinkFlush(sink);
     if (sink->fd >= 0)
-        close(sink->fd);
+        CloseFd(sink->fd);
     sink->fd = -1;
     return ok ? 0 : -1;
 }
@@ -414,7 +444,7 @@ bool TMimeMessage::SaveToStream(QIODevice& stream) const
     if (!m_mime)
         return false;
     auto* file = qobject_cast<QFileDevice*>(&stream);
-    const int fd = file && file->handle() >= 0 && file->flush() ? dup(file->handle()) : -1;
+    const int fd = file && file->handle() >= 0 && file->flush() ? DuplicateFd(file->handle()) : -1;
     if (fd < 0) {
         const QByteArray bytes = SaveToBytes();
         return stream.write(bytes) == bytes.size();
