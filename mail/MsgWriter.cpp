@@ -1,6 +1,7 @@
 #include "mail/MsgWriter.h"
 
 #include "platform/StagedFile.h"
+#include "pstfile/Crypt.h"
 #include "pstfile/Endian.h"
 
 #include <gsf/gsf-outfile-msole.h>
@@ -30,16 +31,11 @@ void EnsureGsf()
     std::call_once(once, [] { gsf_init(); });
 }
 
-// CRC-32 ([MS-OXMSG] names the hash of a string-named property).
+// The standard CRC-32 ([MS-OXMSG] hashes a string-named property with it):
+// the data file's CRC, inverted before and after.
 uint32_t Crc32(const QByteArray& data)
 {
-    uint32_t crc = 0xFFFFFFFF;
-    for (const char byte : data) {
-        crc ^= uint8_t(byte);
-        for (int k = 0; k < 8; ++k)
-            crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1)));
-    }
-    return ~crc;
+    return ~pstfile::Crc(data.constData(), size_t(data.size()), 0xFFFFFFFFu);
 }
 
 QString StreamName(uint32_t tag)
@@ -70,52 +66,21 @@ public:
     }
 
     // Stream name -> bytes: the GUID, entry and string streams, and the
-    // hash buckets readers look names up in.
+    // hash buckets readers look names up in (0x1F of them, from stream
+    // 0x1000; string names hashed with the standard CRC-32).
     std::map<QString, QByteArray> Streams() const
     {
-        static const QUuid PsMapi(0x00020328, 0, 0, 0xC0, 0, 0, 0, 0, 0, 0, 0x46);
-        std::vector<QUuid> guids;
-        QByteArray guidStream, entryStream, stringStream;
+        std::vector<std::pair<uint16_t, TNamedProperty>> numbered;
+        for (size_t i = 0; i < m_entries.size(); ++i)
+            numbered.push_back({uint16_t(0x8000 + i), m_entries[i]});
+        const pstfile::TNameIdStreams built = pstfile::BuildNameIdStreams(numbered, 0x1F, Crc32);
         std::map<QString, QByteArray> streams;
-        for (size_t i = 0; i < m_entries.size(); ++i) {
-            const TNamedProperty& e = m_entries[i];
-            uint32_t guidIndex;
-            if (e.set == PsMapi) {
-                guidIndex = 1;
-            } else if (e.set == PS_PUBLIC_STRINGS()) {
-                guidIndex = 2;
-            } else {
-                auto at = std::find(guids.begin(), guids.end(), e.set);
-                if (at == guids.end()) {
-                    guids.push_back(e.set);
-                    guidStream += pstfile::GuidBytes(e.set);
-                    at = guids.end() - 1;
-                }
-                guidIndex = uint32_t(3 + (at - guids.begin()));
-            }
-            const bool byString = !e.name.isEmpty();
-            uint32_t identifier = e.lid;
-            uint32_t hashId = e.lid;
-            if (byString) {
-                const QByteArray name = pstfile::Utf16Le(e.name);
-                identifier = uint32_t(stringStream.size());
-                hashId = Crc32(name);
-                pstfile::Add32(stringStream, uint32_t(name.size()));
-                stringStream += name;
-                while (stringStream.size() % 4)
-                    stringStream.append('\0');
-            }
-            const uint32_t indexAndKind = uint32_t(i) << 16 | guidIndex << 1 | (byString ? 1 : 0);
-            pstfile::Add32(entryStream, identifier);
-            pstfile::Add32(entryStream, indexAndKind);
-            const uint32_t bucket = 0x1000 + (hashId ^ (guidIndex << 1 | (byString ? 1 : 0))) % 0x1F;
-            QByteArray& bucketStream = streams[StreamName(bucket << 16 | ptBinary)];
-            pstfile::Add32(bucketStream, hashId);
-            pstfile::Add32(bucketStream, indexAndKind);
-        }
-        streams[StreamName(Tag(pid::NameidStreamGuid, ptBinary))] = guidStream;
-        streams[StreamName(Tag(pid::NameidStreamEntry, ptBinary))] = entryStream;
-        streams[StreamName(Tag(pid::NameidStreamString, ptBinary))] = stringStream;
+        for (uint32_t b = 0; b < built.buckets.size(); ++b)
+            if (!built.buckets[b].isEmpty())
+                streams[StreamName((0x1000 + b) << 16 | ptBinary)] = built.buckets[b];
+        streams[StreamName(Tag(pid::NameidStreamGuid, ptBinary))] = built.guids;
+        streams[StreamName(Tag(pid::NameidStreamEntry, ptBinary))] = built.entries;
+        streams[StreamName(Tag(pid::NameidStreamString, ptBinary))] = built.strings;
         return streams;
     }
 

@@ -528,17 +528,13 @@ void TPSTWriter::WriteStore()
     m_ndb.AddNode(nidMessageStore, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);
 }
 
-void TPSTWriter::WriteNameMap()
+TNameIdStreams BuildNameIdStreams(const std::vector<std::pair<uint16_t, TNamedProperty>>& properties,
+    uint32_t bucketCount, const std::function<uint32_t(const QByteArray&)>& stringHash)
 {
-    // [MS-PST] 2.4.7: the GUID, entry and string streams, and the hash
-    // buckets over the entries.
-    constexpr uint32_t Buckets = 251;
-    QByteArray guids, entries, strings;
-    std::vector<QByteArray> buckets(Buckets);
+    TNameIdStreams out;
+    out.buckets.resize(bucketCount);
     std::vector<QUuid> guidList;
-    auto sorted = m_namedList;
-    std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    for (const auto& [id, named] : sorted) {
+    for (const auto& [id, named] : properties) {
         uint16_t guidIndex;
         if (named.set == PS_MAPI())
             guidIndex = 1;
@@ -548,7 +544,7 @@ void TPSTWriter::WriteNameMap()
             auto it = std::find(guidList.begin(), guidList.end(), named.set);
             if (it == guidList.end()) {
                 guidList.push_back(named.set);
-                guids.append(GuidBytes(named.set));
+                out.guids.append(GuidBytes(named.set));
                 it = guidList.end() - 1;
             }
             guidIndex = uint16_t(3 + (it - guidList.begin()));
@@ -557,27 +553,38 @@ void TPSTWriter::WriteNameMap()
         uint32_t key = named.lid;
         uint32_t hash = named.lid;
         if (isString) {
-            key = uint32_t(strings.size());
+            key = uint32_t(out.strings.size());
             const QByteArray text = Utf16Le(named.name);
-            hash = Crc(text.constData(), size_t(text.size()));
-            strings.append(Le32(uint32_t(text.size()))).append(text);
-            while (strings.size() % 4)
-                strings.append('\0');
+            hash = stringHash(text);
+            out.strings.append(Le32(uint32_t(text.size()))).append(text);
+            while (out.strings.size() % 4)
+                out.strings.append('\0');
         }
         const uint16_t guidField = uint16_t(guidIndex << 1 | (isString ? 1 : 0));
         TNameIdEntry entry{key, guidField, uint16_t(id - 0x8000)};
-        Append(entries, entry);
+        Append(out.entries, entry);
         entry.dwPropertyID = hash; // the buckets hold the hash in its place
-        Append(buckets[(hash ^ guidField) % Buckets], entry);
+        Append(out.buckets[(hash ^ guidField) % bucketCount], entry);
     }
+    return out;
+}
+
+void TPSTWriter::WriteNameMap()
+{
+    // [MS-PST] 2.4.7: the string names hashed with the file's own CRC.
+    constexpr uint32_t Buckets = 251;
+    auto sorted = m_namedList;
+    std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    const TNameIdStreams streams = BuildNameIdStreams(
+        sorted, Buckets, [](const QByteArray& text) { return Crc(text.constData(), size_t(text.size())); });
     TPSTPropertyBag map;
     map.SetLong(pid::NameidBucketCount, int32_t(Buckets));
-    map.Set(Tag(pid::NameidStreamGuid, ptBinary), guids);
-    map.Set(Tag(pid::NameidStreamEntry, ptBinary), entries);
-    map.Set(Tag(pid::NameidStreamString, ptBinary), strings);
+    map.Set(Tag(pid::NameidStreamGuid, ptBinary), streams.guids);
+    map.Set(Tag(pid::NameidStreamEntry, ptBinary), streams.entries);
+    map.Set(Tag(pid::NameidStreamString, ptBinary), streams.strings);
     for (uint32_t b = 0; b < Buckets; ++b)
-        if (!buckets[b].isEmpty())
-            map.Set(Tag(uint16_t(pid::NameidBucketBase + b), ptBinary), buckets[b]);
+        if (!streams.buckets[b].isEmpty())
+            map.Set(Tag(uint16_t(pid::NameidBucketBase + b), ptBinary), streams.buckets[b]);
     TSubnodes subnodes;
     const uint64_t bidData = m_ndb.WriteBlocks(BuildPropertyContext(map.Props(), Sink(subnodes)));
     m_ndb.AddNode(nidNameToIdMap, bidData, m_ndb.WriteSubnodes(std::move(subnodes)), 0);

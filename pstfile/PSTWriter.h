@@ -10,6 +10,7 @@
 #include <QDateTime>
 #include <QHash>
 #include <QUuid>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -22,6 +23,19 @@ struct TNamedProperty {
     uint16_t type = 0;
     QByteArray value;
 };
+
+// The streams of a name-to-id map, as data files ([MS-PST] 2.4.7) and .msg
+// files ([MS-OXMSG] 2.2.3) both store it: the GUIDs after the two
+// predefined sets, an entry per property, the names of string-named ones,
+// and the entries again in hash buckets, with the hash in place of the
+// number. Properties are given with their ids (0x8000 and up); stringHash
+// hashes a name's UTF-16LE bytes.
+struct TNameIdStreams {
+    QByteArray guids, entries, strings;
+    std::vector<QByteArray> buckets;
+};
+TNameIdStreams BuildNameIdStreams(const std::vector<std::pair<uint16_t, TNamedProperty>>& properties,
+    uint32_t bucketCount, const std::function<uint32_t(const QByteArray&)>& stringHash);
 
 class TPSTPropertyBag {
 public:
