@@ -2,9 +2,11 @@
 
 #include <QFileInfo>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <process.h>
 #include <windows.h>
 
