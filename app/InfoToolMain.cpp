@@ -4,6 +4,7 @@
 #include "core/Version.h"
 #include "mail/FileMailMsg.h"
 #include "mail/MailReport.h"
+#include "mail/Pictures.h"
 #include "pst/PSTFile.h"
 #include "pst/PSTMessage.h"
 #include "tasks/MailProperties.h"
@@ -170,8 +171,10 @@ int main(int argc, char** argv)
         PrintUsage();
         return 2;
     }
-    if (html)
+    if (html) {
+        tessaly::mail::UseQtPictures();
         return PrintHtml(files, remotePictures);
+    }
     int result = 0;
     const auto isDataFile = [](const QString& file) {
         const QString extension = QFileInfo(file).suffix().toLower();

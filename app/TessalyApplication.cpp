@@ -3,6 +3,7 @@
 #include "app/StartUp.h"
 #include "core/CrashReporter.h"
 #include "core/Version.h"
+#include "mail/Pictures.h"
 
 #include <QIcon>
 #include <QMessageBox>
@@ -14,6 +15,7 @@ TTessalyApplication::TTessalyApplication(int& argc, char** argv) : QApplication(
 {
     SetApplicationIdentity();
     SetDesktopIdentity();
+    mail::UseQtPictures();
     core::TCrashReporter::Instance().SetShow(ShowReportInMessageBox);
 }
 

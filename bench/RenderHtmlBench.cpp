@@ -2,6 +2,7 @@
 // options and prints messages per second (median of several runs).
 
 #include "mail/MailMsgHTML.h"
+#include "mail/Pictures.h"
 #include "pst/PSTFile.h"
 #include "pst/PSTMessage.h"
 #include "tasks/MailProperties.h"
@@ -37,6 +38,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "Usage: bench-render-html FILE [RUNS]\n");
         return 2;
     }
+    tessaly::mail::UseQtPictures();
     const int runs = argc > 2 ? std::max(1, atoi(argv[2])) : 5;
     const tessaly::mail::TMailHTMLOptions options = tessaly::tasks::TMailProperties().HTMLOptions();
     std::vector<double> rates;

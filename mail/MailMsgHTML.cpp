@@ -6,10 +6,9 @@
 #include "core/HtmlText.h"
 #include "mail/HtmlTokenizer.h"
 #include "mail/MailMsgObj.h"
+#include "mail/Pictures.h"
 
-#include <QBuffer>
 #include <QFile>
-#include <QImage>
 #include <QLocale>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -130,13 +129,8 @@ QString TMailMsgHTML::ImageDataURL(const QByteArray& content)
         if (content.startsWith(f.magic))
             return QStringLiteral("data:%1;base64,").arg(QLatin1String(f.type)) + QString::fromLatin1(content.toBase64());
     // Another format: as PNG, when it is an image at all.
-    QImage image;
-    if (content.isEmpty() || !image.loadFromData(content))
-        return {};
-    QByteArray png;
-    QBuffer buffer(&png);
-    buffer.open(QIODevice::WriteOnly);
-    if (!image.save(&buffer, "PNG"))
+    const QByteArray png = PictureAsPng(content);
+    if (png.isEmpty())
         return {};
     return QStringLiteral("data:image/png;base64,") + QString::fromLatin1(png.toBase64());
 }
@@ -380,8 +374,7 @@ void TMailMsgHTML::WriteContactCard(const IMailContact& contact)
     const QByteArray pictureBytes = pictureField.typeId() == QMetaType::QByteArray ? pictureField.toByteArray() : QByteArray();
     if (const QString source = ImageDataURL(pictureBytes); !source.isEmpty()) {
         QString size;
-        QImage image;
-        if (image.loadFromData(pictureBytes) && image.width() > 0 && image.height() > 0) {
+        if (const QSize image = PictureSize(pictureBytes); image.isValid()) {
             const double scale = std::min({1.0, CardPictureSize / image.width(), CardPictureSize / image.height()});
             size = QStringLiteral("width=%1 height=%2 ")
                        .arg(std::max(1L, std::lround(image.width() * scale)))
@@ -473,8 +466,7 @@ void TMailMsgHTML::EmbedImages()
     for (const auto& attach : images) {
         const QByteArray content = ContentOf(*attach);
         QString size;
-        QImage image;
-        if (image.loadFromData(content) && image.width() > 0 && image.height() > 0) {
+        if (const QSize image = PictureSize(content); image.isValid()) {
             double scale = 1.0;
             if (m_options.FitImages)
                 scale = std::min({1.0, m_options.PaperWidth / image.width(), m_options.PaperHeight / image.height()});

@@ -1,6 +1,10 @@
 #include <QStandardPaths>
 #include <gtest/gtest.h>
 
+#ifdef TESSALY_TEST_PICTURES
+#include "mail/Pictures.h"
+#endif
+
 #ifdef TESSALY_TEST_GUI
 #include <QApplication>
 using TestApplication = QApplication;
@@ -21,6 +25,9 @@ int main(int argc, char** argv)
     TestApplication app(argc, argv);
     TestApplication::setOrganizationName(QStringLiteral("Halvorne"));
     TestApplication::setApplicationName(QStringLiteral("Tessaly"));
+#ifdef TESSALY_TEST_PICTURES
+    tessaly::mail::UseQtPictures();
+#endif
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

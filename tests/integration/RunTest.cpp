@@ -122,6 +122,20 @@ TEST(Tessaly, WindowProgramIsStartedInPlaceOrMissedAloud)
     EXPECT_FALSE(QDir(out).entryList(QDir::Files).isEmpty());
 }
 
+// Every library loaded costs every export its relocation at start; those of
+// the window (Qt GUI, Widgets, WebEngine, Network) stay with the window
+// program, which an export never starts.
+TEST(Tessaly, CommandLineProgramLoadsNoWindowLibraries)
+{
+    const TRun ldd = RunProcess(QStringLiteral("ldd"), {QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly")});
+    ASSERT_EQ(ldd.exitCode, 0);
+    ASSERT_TRUE(ldd.out.contains(QStringLiteral("libQt6Core"))) << ldd.out.toStdString();
+    for (const char* library : {"libQt6Gui", "libQt6Widgets", "libQt6WebEngine", "libQt6Network", "libQt6Quick"})
+        EXPECT_FALSE(ldd.out.contains(QLatin1String(library))) << library;
+    const TRun window = RunProcess(QStringLiteral("ldd"), {QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly-window")});
+    EXPECT_TRUE(window.out.contains(QStringLiteral("libQt6Gui")));
+}
+
 TEST(Tessaly, EveryProgramSaysItsVersion)
 {
     for (const QString& program : {QStringLiteral("tessaly"), QStringLiteral("tessaly-inspect")}) {
