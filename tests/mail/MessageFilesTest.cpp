@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <map>
 
 using namespace tessaly::mail;
 using tessaly::test::TestData;
@@ -607,6 +608,11 @@ TEST(MessageFiles, AttachmentBase64AsGMimeWritesIt)
         GByteArray* ours = Base64Lines(chunk);
         EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(ours->data), qsizetype(ours->len)), expected) << size;
         g_byte_array_unref(ours);
+        GByteArray* crlf = Base64Lines(chunk, true);
+        EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(crlf->data), qsizetype(crlf->len)),
+            expected.replace("\n", "\r\n"))
+            << size;
+        g_byte_array_unref(crlf);
     }
 
     // Written and read back through a message, the data is whole.
@@ -620,4 +626,51 @@ TEST(MessageFiles, AttachmentBase64AsGMimeWritesIt)
     const auto attaches = back.Attaches();
     ASSERT_TRUE(attaches && attaches->Count() == 1);
     EXPECT_EQ(attaches->GetAttach(0)->Content()->readAll(), data.left(12345));
+}
+
+// Attachments encoded with CRLF line ends are written as they stand, past
+// GMime's newline filter: the message must come out byte for byte as GMime
+// writes it, every line ended by CRLF, and as its LF form with CRLF put in.
+TEST(MessageFiles, EncodedAttachmentsWrittenAsGMimeWouldWriteThem)
+{
+    EnsureGMime();
+    QByteArray data;
+    for (int i = 0; i < 5000; ++i)
+        data += char((i * 31 + i / 7) & 0xFF);
+    std::vector<TMimeFile> files(3);
+    files[0].name = QStringLiteral("a.bin");
+    files[0].data = data;
+    files[1].name = QStringLiteral("empty.txt");
+    files[2].name = QStringLiteral("b.pdf");
+    files[2].data = data.left(57 * 3); // whole lines only
+    std::vector<TMimeFile> images(1);
+    images[0].name = QStringLiteral("p.png");
+    images[0].data = data.left(100);
+    images[0].contentId = QStringLiteral("p1");
+    const auto message = BuildMimeMessage(QStringLiteral("line one\nline two\r\n"),
+        QStringLiteral("<p>x<img src=\"cid:p1\"></p>"), std::move(files), std::move(images));
+    const auto written = [&](GMimeNewLineFormat format) {
+        GMimeFormatOptions* options = g_mime_format_options_new();
+        g_mime_format_options_set_newline_format(options, format);
+        TGPtr<GMimeStream> stream(g_mime_stream_mem_new());
+        g_mime_object_write_to_stream(GMIME_OBJECT(message.get()), options, stream.get());
+        g_mime_format_options_free(options);
+        return StreamBytes(stream.get());
+    };
+    const QByteArray dos = written(GMIME_NEWLINE_FORMAT_DOS);
+    QByteArray unix = written(GMIME_NEWLINE_FORMAT_UNIX);
+    EXPECT_FALSE(unix.contains('\r'));
+    EXPECT_EQ(dos, unix.replace("\n", "\r\n"));
+    EXPECT_EQ(dos.count("\n"), dos.count("\r\n"));
+    // The encoded data is in the output once, and reads back whole.
+    const TCleverMailMessage back(ParseMimeMessage(dos));
+    const auto attaches = back.Attaches();
+    ASSERT_TRUE(attaches);
+    std::map<QString, QByteArray> read;
+    for (int i = 0; i < attaches->Count(); ++i)
+        read[attaches->GetAttach(i)->FileName()] = attaches->GetAttach(i)->Content()->readAll();
+    const std::map<QString, QByteArray> expected{{QStringLiteral("a.bin"), data},
+        {QStringLiteral("empty.txt"), QByteArray()}, {QStringLiteral("b.pdf"), data.left(57 * 3)},
+        {QStringLiteral("p.png"), data.left(100)}};
+    EXPECT_EQ(read, expected);
 }

@@ -499,8 +499,9 @@ TEST(MsgWriter, MsgReaderReadsWhatWasWritten)
         EXPECT_EQ(r[QLatin1String("subject")].toString(), m.Subject());
         const auto sender = m.Sender();
         EXPECT_EQ(r[QLatin1String("senderEmail")].toString(), sender ? sender->EMail() : QString());
-        if (sender && !sender->Name().isEmpty())
+        if (sender && !sender->Name().isEmpty()) {
             EXPECT_EQ(r[QLatin1String("senderName")].toString(), sender->Name());
+        }
         EXPECT_EQ(Lines(r[QLatin1String("body")].toString()), Lines(m.Body(mbtText)));
         QStringList recipients;
         for (const auto kind : {mrtTo, mrtCC, mrtBCC})
