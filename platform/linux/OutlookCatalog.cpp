@@ -4,6 +4,13 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <strings.h>
+#include <unistd.h>
+
 namespace tessaly::platform {
 
 namespace {
@@ -79,28 +86,65 @@ std::shared_ptr<IOutlookCatalog> DefaultOutlookCatalog()
     return std::make_shared<TWineOutlookCatalog>();
 }
 
+namespace {
+
+// The first bytes of a file under /proc, at most the buffer's size.
+size_t ReadProcFile(int dir, const char* name, char* buffer, size_t size)
+{
+    const int fd = openat(dir, name, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return 0;
+    ssize_t got;
+    do
+        got = read(fd, buffer, size);
+    while (got < 0 && errno == EINTR);
+    close(fd);
+    return got > 0 ? size_t(got) : 0;
+}
+
+} // namespace
+
 // The process table: the command name and the program of each process.
+// Read with plain system calls: every export asks, and the table of a
+// desktop holds hundreds of processes.
 bool IsProcessRunning(const QString& name)
 {
-    const QDir proc(QStringLiteral("/proc"));
-    for (const QString& entry : proc.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        bool numeric = false;
-        entry.toInt(&numeric);
-        if (!numeric)
+    const QByteArray wanted = name.toLocal8Bit();
+    const auto same = [&](const char* text, size_t size) {
+        return size == size_t(wanted.size()) && strncasecmp(text, wanted.constData(), size) == 0;
+    };
+    DIR* proc = opendir("/proc");
+    if (!proc)
+        return false;
+    bool found = false;
+    char buffer[4096];
+    while (!found) {
+        const dirent* entry = readdir(proc);
+        if (!entry)
+            break;
+        if (entry->d_name[0] < '1' || entry->d_name[0] > '9')
             continue;
-        QFile comm(proc.filePath(entry + QStringLiteral("/comm")));
-        if (comm.open(QIODevice::ReadOnly) && QString::fromUtf8(comm.readAll()).trimmed().compare(name, Qt::CaseInsensitive) == 0)
-            return true;
-        QFile cmdline(proc.filePath(entry + QStringLiteral("/cmdline")));
-        if (!cmdline.open(QIODevice::ReadOnly))
+        const int dir = openat(dirfd(proc), entry->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (dir < 0)
             continue;
-        const QByteArray program = cmdline.readAll().split('\0').value(0);
-        QString base = QString::fromLocal8Bit(program);
-        base = base.mid(std::max(base.lastIndexOf(QLatin1Char('/')), base.lastIndexOf(QLatin1Char('\\'))) + 1);
-        if (base.compare(name, Qt::CaseInsensitive) == 0)
-            return true;
+        // The command name, as the kernel keeps it (cut at 15 bytes)...
+        size_t size = ReadProcFile(dir, "comm", buffer, sizeof buffer);
+        while (size > 0 && (buffer[size - 1] == '\n' || buffer[size - 1] == ' '))
+            --size;
+        found = same(buffer, size);
+        // ...and the program started, without its folder (a Windows path
+        // under Wine).
+        if (!found && (size = ReadProcFile(dir, "cmdline", buffer, sizeof buffer)) > 0) {
+            const size_t program = strnlen(buffer, size);
+            size_t base = program;
+            while (base > 0 && buffer[base - 1] != '/' && buffer[base - 1] != '\\')
+                --base;
+            found = same(buffer + base, program - base);
+        }
+        close(dir);
     }
-    return false;
+    closedir(proc);
+    return found;
 }
 
 } // namespace tessaly::platform

@@ -188,6 +188,19 @@ TEST_F(ProjectDataTest, RealProcessNamedOutlook)
     outlook.kill();
     outlook.waitForFinished();
     EXPECT_FALSE(data.CheckOutlookRunning());
+
+    // A name longer than the kernel keeps as the command name (15 bytes) is
+    // found by the program in the command line.
+    const QString longName = dir.filePath(QStringLiteral("OUTLOOK-PORTABLE.EXE"));
+    ASSERT_TRUE(QFile::copy(QStringLiteral("/bin/sleep"), longName));
+    QFile::setPermissions(longName, QFileDevice::ExeOwner | QFileDevice::ReadOwner);
+    QProcess portable;
+    portable.start(longName, {QStringLiteral("30")});
+    ASSERT_TRUE(portable.waitForStarted());
+    EXPECT_TRUE(platform::IsProcessRunning(QStringLiteral("outlook-portable.exe")));
+    EXPECT_FALSE(platform::IsProcessRunning(QStringLiteral("outlook-portable")));
+    portable.kill();
+    portable.waitForFinished();
 }
 
 TEST_F(ProjectDataTest, WineCatalog)
