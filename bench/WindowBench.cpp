@@ -242,7 +242,7 @@ int main(int argc, char** argv)
             const app::TPSTNode* node = nullptr;
             int row = -1;
             int score = 0;
-        } attachments, inlined, contacts;
+        } attachments, inlined, contacts, forwarded;
         std::function<void(const app::TPSTNode&)> find = [&](const app::TPSTNode& node) {
             for (const auto& child : node.Children) {
                 if (child->Folder && dynamic_cast<pst::TPSTContactFolder*>(child->Folder) && (!contacts.node || child->ItemCount > contacts.score))
@@ -255,6 +255,9 @@ int main(int argc, char** argv)
                     const int count = list ? list->Count() : 0;
                     if (count > attachments.score)
                         attachments = {child.get(), row, count};
+                    for (int i = 0; i < count && !forwarded.node; ++i)
+                        if (list->GetAttach(i)->AsMailMessage())
+                            forwarded = {child.get(), row, i};
                     if (!inlined.node && message && message->Body(mail::mbtHTML).contains(QLatin1String("cid:")))
                         inlined = {child.get(), row, 1};
                 }
@@ -277,6 +280,21 @@ int main(int argc, char** argv)
         show(attachments, QStringLiteral("attachments.png"));
         show(inlined, QStringLiteral("inline-image.png"));
         show(contacts, QStringLiteral("contacts.png"));
+        // An attached message, opened from the preview in a window of its own.
+        if (forwarded.node) {
+            show(forwarded, QStringLiteral("forwarding-message.png"));
+            form.InfoFrame()->SetActiveAttach(forwarded.score);
+            const QString opened = form.InfoFrame()->OpenAttach();
+            Pump(2000);
+            for (QWidget* window : QApplication::topLevelWidgets())
+                if (auto* message = dynamic_cast<app::TMessageForm*>(window); message && message->isVisible()) {
+                    message->resize(900, 640);
+                    Pump(1500);
+                    Shot(*message, shots, QStringLiteral("attached-message.png"));
+                    message->close();
+                }
+            std::printf("attached message opened from %s\n", qUtf8Printable(opened));
+        }
         if (attachments.node) {
             form.FocusNode(attachments.node);
             Pump(200);

@@ -4,6 +4,7 @@
 #include "mail/OutlookMessage.h"
 
 #include "MailTestObjects.h"
+#include "MsgReaderModule.h"
 #include "TestUtil.h"
 
 #include <QBuffer>
@@ -21,6 +22,7 @@
 inline void PrintTo(const QString& text, std::ostream* out) { *out << '"' << text.toStdString() << '"'; }
 
 using namespace tessaly::mail;
+using tessaly::test::MsgReaderModule;
 using tessaly::test::TestData;
 using tessaly::test::TTestAttachList;
 using tessaly::test::TTestMessage;
@@ -408,31 +410,6 @@ TEST(MsgWriter, HostileAttachmentNamesAreStoredAsGiven)
 // --- an independent reader ----------------------------------------------------------
 
 namespace {
-
-// The npm package msgreader, installed once into the build folder. Empty
-// with the reason in `skip` when npm cannot reach its registry.
-QString MsgReaderModule(QString& skip)
-{
-    const QString prefix = QStringLiteral(TESSALY_BINARY_DIR "/tests/node");
-    const QString module = prefix + QStringLiteral("/node_modules/msgreader");
-    if (QFileInfo::exists(module + QStringLiteral("/package.json")))
-        return module;
-    QProcess npm;
-    npm.start(QStringLiteral("npm"), {QStringLiteral("install"), QStringLiteral("--prefix"), prefix,
-                                         QStringLiteral("--no-audit"), QStringLiteral("--no-fund"), QStringLiteral("msgreader")});
-    if (!npm.waitForFinished(180000) || npm.exitCode() != 0) {
-        const QString output = QString::fromLocal8Bit(npm.readAllStandardError() + npm.readAllStandardOutput());
-        if (output.contains(QLatin1String("ENOTFOUND")) || output.contains(QLatin1String("EAI_AGAIN"))
-            || output.contains(QLatin1String("ETIMEDOUT")) || output.contains(QLatin1String("ECONNREFUSED"))
-            || output.contains(QLatin1String("network"), Qt::CaseInsensitive)) {
-            skip = QStringLiteral("npm cannot reach its registry to install msgreader: ") + output.left(300);
-            return {};
-        }
-        ADD_FAILURE() << "npm install msgreader failed: " << output.toStdString();
-        return {};
-    }
-    return module;
-}
 
 // What msgreader reads of each file, as JSON. Attachment sizes are those of
 // the data streams' directory entries: msgreader gives only the first
