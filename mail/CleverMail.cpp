@@ -676,10 +676,17 @@ QByteArray PartFileName(const QString& name, const QString& contentType)
 
 } // namespace
 
-GByteArray* Base64Lines(const QByteArray& data, bool crlf)
+} // namespace tessaly::mail
+
+namespace {
+
+// Base64 as GMime's encoder writes it in a part: lines of 76 characters
+// (57 bytes), each ended by a line feed, or by CRLF as the part is
+// written. Encodes `size` bytes into `out`, which holds (size + 56) / 57
+// lines; returns the characters written. Two characters per look-up.
+size_t Base64LinesInto(const uchar* in, size_t size, char* out, bool crlf)
 {
     static const char Alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    // Two characters for every 12 bits: half the look-ups of one per 6 bits.
     static const auto Pairs = [] {
         std::array<char, 2 * 4096> pairs{};
         for (int i = 0; i < 4096; ++i) {
@@ -688,13 +695,6 @@ GByteArray* Base64Lines(const QByteArray& data, bool crlf)
         }
         return pairs;
     }();
-    const auto* in = reinterpret_cast<const uchar*>(data.constData());
-    const size_t size = size_t(data.size());
-    const size_t lines = (size + 56) / 57;
-    const size_t lineEnd = crlf ? 2 : 1;
-    GByteArray* array = g_byte_array_sized_new(guint(lines * (76 + lineEnd)));
-    g_byte_array_set_size(array, guint(lines * (76 + lineEnd)));
-    char* out = reinterpret_cast<char*>(array->data);
     char* const start = out;
     for (size_t line = 0; line < size; line += 57) {
         const size_t end = std::min(size, line + 57);
@@ -717,22 +717,133 @@ GByteArray* Base64Lines(const QByteArray& data, bool crlf)
             *out++ = '\r';
         *out++ = '\n';
     }
-    g_byte_array_set_size(array, guint(out - start));
-    return array;
+    return size_t(out - start);
 }
 
-} // namespace tessaly::mail
+} // namespace
 
-// A part whose content is already encoded with the line ends it is written
-// with. GMime passes every part's content through a filter that makes line
-// ends CRLF one byte at a time, a tenth of an export's time when attachments
-// are large; this part writes such content as it stands and leaves every
-// other case to GMime.
 extern "C" {
 
+// A read-only GMime stream over the bytes of a QByteArray, shared rather
+// than copied (GMime's memory stream copies what it is given).
+struct TessalyBytesStream {
+    GMimeStream parent;
+    QByteArray* bytes;
+};
+
+struct TessalyBytesStreamClass {
+    GMimeStreamClass parent_class;
+};
+
+G_DEFINE_TYPE(TessalyBytesStream, tessaly_bytes_stream, GMIME_TYPE_STREAM)
+
+static gint64 tessaly_bytes_stream_end(GMimeStream* stream)
+{
+    const auto size = gint64(reinterpret_cast<TessalyBytesStream*>(stream)->bytes->size());
+    return stream->bound_end != -1 ? std::min(stream->bound_end, size) : size;
+}
+
+static GMimeStream* tessaly_bytes_stream_new(const QByteArray& bytes, gint64 start, gint64 end)
+{
+    auto* stream = static_cast<TessalyBytesStream*>(g_object_new(tessaly_bytes_stream_get_type(), nullptr));
+    stream->bytes = new QByteArray(bytes);
+    g_mime_stream_construct(GMIME_STREAM(stream), start, end);
+    return GMIME_STREAM(stream);
+}
+
+static ssize_t tessaly_bytes_stream_read(GMimeStream* stream, char* buffer, size_t length)
+{
+    const gint64 n = std::min(tessaly_bytes_stream_end(stream) - stream->position, gint64(length));
+    if (n < 0) {
+        errno = EINVAL;
+        return -1;
+    }
+    memcpy(buffer, reinterpret_cast<TessalyBytesStream*>(stream)->bytes->constData() + stream->position, size_t(n));
+    stream->position += n;
+    return ssize_t(n);
+}
+
+static ssize_t tessaly_bytes_stream_write(GMimeStream*, const char*, size_t)
+{
+    errno = EBADF;
+    return -1;
+}
+
+static int tessaly_bytes_stream_nothing(GMimeStream*)
+{
+    return 0;
+}
+
+static gboolean tessaly_bytes_stream_eos(GMimeStream* stream)
+{
+    return stream->position >= tessaly_bytes_stream_end(stream);
+}
+
+static gint64 tessaly_bytes_stream_seek(GMimeStream* stream, gint64 offset, GMimeSeekWhence whence)
+{
+    const gint64 end = tessaly_bytes_stream_end(stream);
+    const gint64 to = whence == GMIME_STREAM_SEEK_SET ? offset
+        : whence == GMIME_STREAM_SEEK_CUR            ? stream->position + offset
+                                                     : end + offset;
+    if (to < stream->bound_start || to > end) {
+        errno = EINVAL;
+        return -1;
+    }
+    return stream->position = to;
+}
+
+static gint64 tessaly_bytes_stream_tell(GMimeStream* stream)
+{
+    return stream->position;
+}
+
+static gint64 tessaly_bytes_stream_length(GMimeStream* stream)
+{
+    return tessaly_bytes_stream_end(stream) - stream->bound_start;
+}
+
+static GMimeStream* tessaly_bytes_stream_substream(GMimeStream* stream, gint64 start, gint64 end)
+{
+    return tessaly_bytes_stream_new(*reinterpret_cast<TessalyBytesStream*>(stream)->bytes, start, end);
+}
+
+static void tessaly_bytes_stream_finalize(GObject* object)
+{
+    delete reinterpret_cast<TessalyBytesStream*>(object)->bytes;
+    G_OBJECT_CLASS(tessaly_bytes_stream_parent_class)->finalize(object);
+}
+
+static void tessaly_bytes_stream_class_init(TessalyBytesStreamClass* klass)
+{
+    G_OBJECT_CLASS(klass)->finalize = tessaly_bytes_stream_finalize;
+    GMimeStreamClass* stream = GMIME_STREAM_CLASS(klass);
+    stream->read = tessaly_bytes_stream_read;
+    stream->write = tessaly_bytes_stream_write;
+    stream->flush = tessaly_bytes_stream_nothing;
+    stream->close = tessaly_bytes_stream_nothing;
+    stream->eos = tessaly_bytes_stream_eos;
+    stream->reset = tessaly_bytes_stream_nothing;
+    stream->seek = tessaly_bytes_stream_seek;
+    stream->tell = tessaly_bytes_stream_tell;
+    stream->length = tessaly_bytes_stream_length;
+    stream->substream = tessaly_bytes_stream_substream;
+}
+
+static void tessaly_bytes_stream_init(TessalyBytesStream* stream)
+{
+    stream->bytes = nullptr;
+}
+
+// A base64 part whose data is encoded as it is written. GMime encodes a
+// part through a filter and then passes it through another that makes line
+// ends CRLF one byte at a time, a tenth of an export's time when attachments
+// are large, and the encoded copy of the data it would otherwise keep is as
+// large again. With CRLF line ends asked for, this part writes its headers
+// and then its data, encoded a block at a time; every other case is left to
+// GMime, which writes the same bytes.
 struct TessalyEncodedPart {
     GMimePart parent;
-    gboolean crlf; // the content's lines end in CRLF
+    QByteArray* data; // the raw bytes, base64-encoded when written
 };
 
 struct TessalyEncodedPartClass {
@@ -747,8 +858,9 @@ static ssize_t tessaly_encoded_part_write(GMimeObject* object, GMimeFormatOption
     auto* part = reinterpret_cast<TessalyEncodedPart*>(object);
     GMimeDataWrapper* content = part->parent.content;
     const auto parentWrite = GMIME_OBJECT_CLASS(tessaly_encoded_part_parent_class)->write_to_stream;
-    if (!part->crlf || !content || g_mime_format_options_get_newline_format(options) != GMIME_NEWLINE_FORMAT_DOS
-        || g_mime_data_wrapper_get_encoding(content) != part->parent.encoding)
+    if (!part->data || !content || g_mime_format_options_get_newline_format(options) != GMIME_NEWLINE_FORMAT_DOS
+        || part->parent.encoding != GMIME_CONTENT_ENCODING_BASE64
+        || g_mime_data_wrapper_get_encoding(content) != GMIME_CONTENT_ENCODING_DEFAULT)
         return parentWrite(object, options, contentOnly, stream);
     ssize_t total = 0;
     if (!contentOnly) {
@@ -757,21 +869,34 @@ static ssize_t tessaly_encoded_part_write(GMimeObject* object, GMimeFormatOption
             return -1;
         total += headers + 2;
     }
-    GMimeStream* data = g_mime_data_wrapper_get_stream(content);
-    g_mime_stream_reset(data);
-    const gint64 written = g_mime_stream_write_to_stream(data, stream);
-    g_mime_stream_reset(data);
-    return written < 0 ? -1 : total + ssize_t(written);
+    constexpr size_t Lines = 1024; // 57 KiB of data, 78 KiB encoded, at a time
+    std::vector<char> block(Lines * 78);
+    const auto* in = reinterpret_cast<const uchar*>(part->data->constData());
+    const size_t size = size_t(part->data->size());
+    for (size_t at = 0; at < size; at += Lines * 57) {
+        const size_t n = Base64LinesInto(in + at, std::min(size - at, Lines * 57), block.data(), true);
+        if (g_mime_stream_write(stream, block.data(), n) != ssize_t(n))
+            return -1;
+        total += ssize_t(n);
+    }
+    return total;
+}
+
+static void tessaly_encoded_part_finalize(GObject* object)
+{
+    delete reinterpret_cast<TessalyEncodedPart*>(object)->data;
+    G_OBJECT_CLASS(tessaly_encoded_part_parent_class)->finalize(object);
 }
 
 static void tessaly_encoded_part_class_init(TessalyEncodedPartClass* klass)
 {
+    G_OBJECT_CLASS(klass)->finalize = tessaly_encoded_part_finalize;
     GMIME_OBJECT_CLASS(klass)->write_to_stream = tessaly_encoded_part_write;
 }
 
 static void tessaly_encoded_part_init(TessalyEncodedPart* part)
 {
-    part->crlf = FALSE;
+    part->data = nullptr;
 }
 
 } // extern "C"
@@ -804,17 +929,11 @@ GMimeObject* FilePart(TMimeFile& file, const char* disposition)
     GMimePart* part = &encoded->parent;
     TGPtr<GMimeContentType> partType(g_mime_content_type_new(mediaType.constData(), subType.constData()));
     g_mime_object_set_content_type(GMIME_OBJECT(part), partType.get());
-    // Encoded here, once, into the buffer GMime writes from: GMime would
-    // copy the data and encode it on every write.
-    constexpr qsizetype Largest = qsizetype(1) << 30; // what a GByteArray holds encoded
-    const bool encodeHere = file.data.size() <= Largest;
-    encoded->crlf = encodeHere;
-    TGPtr<GMimeStream> stream(encodeHere ? g_mime_stream_mem_new_with_byte_array(Base64Lines(file.data, true))
-                                         : g_mime_stream_mem_new_with_buffer(file.data.constData(), size_t(file.data.size())));
-    if (encodeHere)
-        g_mime_stream_mem_set_owner(GMIME_STREAM_MEM(stream.get()), TRUE);
-    TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(
-        stream.get(), encodeHere ? GMIME_CONTENT_ENCODING_BASE64 : GMIME_CONTENT_ENCODING_DEFAULT));
+    // The data is shared with the source, not copied, and encoded only as
+    // the part is written.
+    encoded->data = new QByteArray(file.data);
+    TGPtr<GMimeStream> stream(tessaly_bytes_stream_new(file.data, 0, -1));
+    TGPtr<GMimeDataWrapper> content(g_mime_data_wrapper_new_with_stream(stream.get(), GMIME_CONTENT_ENCODING_DEFAULT));
     g_mime_part_set_content(part, content.get());
     g_mime_part_set_content_encoding(part, GMIME_CONTENT_ENCODING_BASE64);
     g_mime_object_set_disposition(GMIME_OBJECT(part), disposition);

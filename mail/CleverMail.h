@@ -113,10 +113,6 @@ QByteArray MendEncodedWords(const QByteArray& raw);
 
 // Builds a MIME message: a text part, an HTML part with the images beside it
 // (multipart/related), and the attachments. Parts come in the order given.
-// Base64 as GMime's encoder writes it in a part: lines of 76 characters
-// (57 bytes), each ended by a line feed, or by CRLF as the part is written.
-GByteArray* Base64Lines(const QByteArray& data, bool crlf = false);
-
 struct TMimeFile {
     QString name;
     QByteArray data;

@@ -3,6 +3,7 @@
 #include "core/DateTime.h"
 #include "mail/CleverMail.h"
 
+#include <QBuffer>
 #include <QFileDevice>
 #include <QHash>
 #include <QRegularExpression>
@@ -315,6 +316,10 @@ bool ContainsRelated(GMimeObject* object)
 QByteArray TAttachInfo::Data() const
 {
     const auto content = m_attach ? m_attach->Content() : nullptr;
+    // A buffer's bytes are shared rather than copied: attachments can be
+    // large, and their copy would be touched for nothing.
+    if (auto* buffer = qobject_cast<QBuffer*>(content.get()); buffer && buffer->pos() == 0)
+        return buffer->data();
     return content ? content->readAll() : QByteArray();
 }
 
