@@ -17,6 +17,11 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QFutureWatcher>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QToolButton>
 #include <QLocale>
 #include <QMenu>
 #include <QMessageBox>
@@ -36,6 +41,7 @@
 #include <QWebEngineUrlRequestJob>
 #include <QWebEngineUrlScheme>
 #include <QWebEngineUrlSchemeHandler>
+#include <QWebEngineFindTextResult>
 #include <QWebEngineView>
 #include <QtConcurrent>
 
@@ -423,6 +429,55 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
     m_headers = textBox();
     m_tabs->addTab(m_headers, QStringLiteral("Headers"));
 
+    // The find bar, hidden until asked for.
+    m_findBar = new QWidget;
+    auto* findLayout = new QHBoxLayout(m_findBar);
+    findLayout->setContentsMargins(4, 2, 4, 2);
+    findLayout->addWidget(new QLabel(QStringLiteral("Find:")));
+    m_findEdit = new QLineEdit;
+    m_findEdit->setClearButtonEnabled(true);
+    m_findEdit->installEventFilter(this);
+    findLayout->addWidget(m_findEdit, 1);
+    const auto findButton = [&](const QString& text, const QString& tip, bool backward) {
+        auto* button = new QToolButton;
+        button->setText(text);
+        button->setToolTip(tip);
+        button->setAutoRaise(true);
+        connect(button, &QToolButton::clicked, this, [this, backward] { FindNext(backward); });
+        findLayout->addWidget(button);
+    };
+    findButton(QStringLiteral("\u25B2"), QStringLiteral("Previous match (Shift+Enter)"), true);
+    findButton(QStringLiteral("\u25BC"), QStringLiteral("Next match (Enter)"), false);
+    m_findStatus = new QLabel;
+    findLayout->addWidget(m_findStatus);
+    auto* close = new QToolButton;
+    close->setText(QStringLiteral("\u2715"));
+    close->setToolTip(QStringLiteral("Close (Esc)"));
+    close->setAutoRaise(true);
+    connect(close, &QToolButton::clicked, this, &TMailInfoFrame::HideFindBar);
+    findLayout->addWidget(close);
+    m_findBar->hide();
+    layout->addWidget(m_findBar);
+    connect(m_findEdit, &QLineEdit::textEdited, this, [this] {
+        // As the text is typed, the match grows where it stands.
+        if (auto* view = qobject_cast<QPlainTextEdit*>(m_tabs->currentWidget()); view && view->textCursor().hasSelection()) {
+            QTextCursor cursor = view->textCursor();
+            cursor.setPosition(cursor.selectionStart());
+            view->setTextCursor(cursor);
+        }
+        FindNext();
+    });
+    m_miFind = new QAction(QStringLiteral("Find in message..."), this);
+    m_miFind->setShortcut(QKeySequence::Find);
+    m_miFind->setShortcutContext(Qt::WindowShortcut);
+    connect(m_miFind, &QAction::triggered, this, &TMailInfoFrame::ShowFindBar);
+    addAction(m_miFind);
+    // A match found in one tab means nothing in another.
+    connect(m_tabs, &QTabWidget::currentChanged, this, [this] {
+        if (m_findBar->isVisible())
+            FindNext();
+    });
+
     m_pmAttach = new QMenu(this);
     m_miSaveAttach = m_pmAttach->addAction(QStringLiteral("Save"), this, [this] { SaveAttach(); });
     m_miOpen = m_pmAttach->addAction(QStringLiteral("Open"), this, [this] { OpenAttach(); });
@@ -438,10 +493,91 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
     ClearView();
 }
 
+void TMailInfoFrame::ShowFindBar()
+{
+    m_findBar->show();
+    m_findEdit->setFocus(Qt::ShortcutFocusReason);
+    m_findEdit->selectAll();
+}
+
+void TMailInfoFrame::HideFindBar()
+{
+    if (!m_findBar->isVisible())
+        return;
+    m_findBar->hide();
+    m_findStatus->clear();
+    m_body->findText(QString()); // clears the marks
+    m_tabs->currentWidget()->setFocus(Qt::OtherFocusReason);
+}
+
+void TMailInfoFrame::FindNext(bool backward)
+{
+    const QString text = m_findEdit->text();
+    if (m_tabs->currentWidget() == m_htmlStack) {
+        if (ShowsEmptyView() || text.isEmpty()) {
+            m_body->findText(QString());
+            m_findStatus->setText(text.isEmpty() || !ShowsEmptyView() ? QString() : QStringLiteral("Not found"));
+            return;
+        }
+        const QPointer<QLabel> status(m_findStatus);
+        m_body->findText(text, backward ? QWebEnginePage::FindBackward : QWebEnginePage::FindFlags(),
+            [status](const QWebEngineFindTextResult& result) {
+                if (status)
+                    status->setText(result.numberOfMatches() > 0
+                            ? QStringLiteral("%1 of %2").arg(result.activeMatch()).arg(result.numberOfMatches())
+                            : QStringLiteral("Not found"));
+            });
+        return;
+    }
+    auto* view = qobject_cast<QPlainTextEdit*>(m_tabs->currentWidget());
+    if (!view)
+        return;
+    if (text.isEmpty()) {
+        m_findStatus->clear();
+        return;
+    }
+    const QTextDocument::FindFlags flags = backward ? QTextDocument::FindBackward : QTextDocument::FindFlags();
+    bool found = view->find(text, flags);
+    if (!found) { // round the end
+        QTextCursor cursor = view->textCursor();
+        cursor.movePosition(backward ? QTextCursor::End : QTextCursor::Start);
+        view->setTextCursor(cursor);
+        found = view->find(text, flags);
+    }
+    m_findStatus->setText(found ? QString() : QStringLiteral("Not found"));
+}
+
+bool TMailInfoFrame::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_findEdit && (event->type() == QEvent::ShortcutOverride || event->type() == QEvent::KeyPress)) {
+        const auto* key = static_cast<QKeyEvent*>(event);
+        const bool enter = key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter;
+        if (key->key() == Qt::Key_Escape || enter) {
+            // The bar's keys before the window's (Esc closes a message window).
+            event->accept();
+            if (event->type() == QEvent::KeyPress) {
+                if (enter)
+                    FindNext(key->modifiers() & Qt::ShiftModifier);
+                else
+                    HideFindBar();
+            }
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
 TMailInfoFrame::~TMailInfoFrame()
 {
     // The page goes before its profile.
     delete m_body;
+}
+
+QWidget* TMailInfoFrame::FocusTarget() const
+{
+    if (m_tabs->currentWidget() != m_htmlStack)
+        return m_tabs->currentWidget();
+    return ShowsEmptyView() ? static_cast<QWidget*>(m_empty) : m_body;
 }
 
 bool TMailInfoFrame::ShowsEmptyView() const

@@ -12,6 +12,8 @@
 
 class QMenu;
 class QAction;
+class QLabel;
+class QLineEdit;
 class QPlainTextEdit;
 class QStackedWidget;
 class QTabWidget;
@@ -67,6 +69,18 @@ public:
     // "Save": asks for the file name, then writes.
     QString SaveAttach();
 
+    // Find in the shown message (Ctrl+F): a bar below the view; Enter finds
+    // the next match, Shift+Enter the one before, Esc closes the bar.
+    void ShowFindBar();
+    void HideFindBar();
+    // Finds the bar's text in the view of the current tab, from the current
+    // match on, wrapping at the end; the bar says "N of M" or "Not found".
+    void FindNext(bool backward = false);
+    QWidget* FindBar() const { return m_findBar; }
+    QLineEdit* FindEdit() const { return m_findEdit; }
+    QLabel* FindStatus() const { return m_findStatus; }
+    QAction* FindAction() const { return m_miFind; }
+
     // Replaceable for tests: the folder "Open" writes to, how a written
     // file is opened, how the save name is asked, how errors are shown.
     QString TempFolder;
@@ -85,10 +99,13 @@ public:
     QAction* SaveAction() const { return m_miSaveAttach; }
     QAction* OpenAction() const { return m_miOpen; }
     bool ShowsEmptyView() const;
+    // The view the keyboard goes to in this pane: the one on show.
+    QWidget* FocusTarget() const;
     QString HeaderHtml() const { return m_headerHtml; }
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     void FitHeader();
@@ -109,6 +126,10 @@ private:
     QMenu* m_pmAttach;
     QAction* m_miSaveAttach;
     QAction* m_miOpen;
+    QAction* m_miFind;
+    QWidget* m_findBar;
+    QLineEdit* m_findEdit;
+    QLabel* m_findStatus;
 };
 
 } // namespace tessaly::app
