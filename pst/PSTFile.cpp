@@ -5,13 +5,32 @@
 #include "pstfile/Endian.h"
 #include "pstfile/PropTags.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QLoggingCategory>
 #include <algorithm>
 #include <iterator>
 
 namespace tessaly::pst {
 
 namespace {
+
+Q_LOGGING_CATEGORY(lcOpen, "tessaly.pst.open")
+
+TPSTOpenError FromReader(pstfile::TPstFileFault fault)
+{
+    switch (fault) {
+    case pstfile::TPstFileFault::PermissionDenied:
+        return oeNoPermission;
+    case pstfile::TPstFileFault::NotDataFile:
+        return oeNotDataFile;
+    case pstfile::TPstFileFault::DamagedHeader:
+        return oeDamagedHeader;
+    case pstfile::TPstFileFault::CannotOpen:
+        break;
+    }
+    return oeCannotOpen;
+}
 
 // Special folders of an OST by kind (inbox, sent, drafts, trash, outbox, other).
 constexpr std::array<uint32_t, 6> OstFolderIDs = {0x2182, 0x21C2, 0x8102, 0x2162, 0x2112, 0};
@@ -73,22 +92,75 @@ std::unique_ptr<TPSTRootFolder> TPSTMessageStore::Root()
     return std::make_unique<TPSTRootFolder>(this, m_file.Context(), id, std::move(props));
 }
 
+// --- reasons ---------------------------------------------------------------
+
+QString OpenErrorText(TPSTOpenError error)
+{
+    switch (error) {
+    case oeNone:
+        break;
+    case oeNotFound:
+        return QStringLiteral("The file does not exist.");
+    case oeFolder:
+        return QStringLiteral("This is a folder, not a file.");
+    case oeNoPermission:
+        return QStringLiteral("Permission denied: the file cannot be read.");
+    case oeEmpty:
+        return QStringLiteral("The file is empty.");
+    case oeNotDataFile:
+        return QStringLiteral("This is not an Outlook data file (.pst or .ost).");
+    case oeDamagedHeader:
+        return QStringLiteral("The file's header is damaged.");
+    case oeCannotOpen:
+        return QStringLiteral("The system could not open the file.");
+    case oeNoFolders:
+        return QStringLiteral("The file is damaged: its folders cannot be read.");
+    }
+    return {};
+}
+
+TPSTOpenError CheckFileAccess(const QString& fileName)
+{
+    const QFileInfo info(fileName);
+    if (!info.exists())
+        return oeNotFound;
+    if (info.isDir())
+        return oeFolder;
+    if (!info.isReadable())
+        return oeNoPermission;
+    if (info.size() == 0)
+        return oeEmpty;
+    return oeNone;
+}
+
 // --- TPSTFile -------------------------------------------------------------
 
 TPSTFile::TPSTFile(const QString& fileName)
     : m_fileName(fileName), m_caption(QFileInfo(fileName).completeBaseName()), m_displayCaption(m_caption)
 {
+    const auto fail = [this](TPSTOpenError error, const QString& detail) {
+        m_openError = error;
+        qCWarning(lcOpen, "%s cannot be opened: %s%s", qUtf8Printable(QDir::toNativeSeparators(m_fileName)),
+            qUtf8Printable(OpenErrorText(error)), qUtf8Printable(detail.isEmpty() ? detail : QStringLiteral(" (") + detail + QLatin1Char(')')));
+    };
+    if (const TPSTOpenError error = CheckFileAccess(fileName); error != oeNone) {
+        fail(error, {});
+        return;
+    }
     auto context = std::make_shared<TPSTFileContext>();
     try {
         context->File = pstfile::TPstFile::Open(fileName); // read only, always
-    } catch (const pstfile::EPstFileError&) {
-        return; // no root folder: the file cannot be read
+    } catch (const pstfile::EPstFileError& e) {
+        fail(FromReader(e.Fault()), e.Message()); // no root folder: the file cannot be read
+        return;
     }
     m_context = std::move(context);
     m_isOST = m_context->File->IsOst();
 
     if (TPSTMessageStore* store = MessageStore())
         m_root = store->Root();
+    if (!m_root)
+        fail(oeNoFolders, {});
 
     // The root's name above is read with the default code page (1252); only
     // then does a 32-bit file get the user's.

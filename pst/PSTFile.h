@@ -27,8 +27,29 @@ private:
     std::array<uint32_t, 6> m_ids {};
 };
 
+// Why a data file could not be opened, from what the file system and the
+// reader found; oeNone for a file that opened.
+enum TPSTOpenError {
+    oeNone,
+    oeNotFound,
+    oeFolder,
+    oeNoPermission,
+    oeEmpty,
+    oeNotDataFile,
+    oeDamagedHeader,
+    oeCannotOpen,
+    oeNoFolders,
+};
+
+// The sentence that tells the user the reason; empty for oeNone.
+QString OpenErrorText(TPSTOpenError error);
+// What the file system says before the file is read: missing, a folder, not
+// readable, empty; oeNone when nothing stands against reading it.
+TPSTOpenError CheckFileAccess(const QString& fileName);
+
 // One opened PST or OST file, read only. A file that cannot be opened gives
-// an object without root folder.
+// an object without root folder, and says why in OpenError; the reason is
+// also written to the log (category "tessaly.pst.open").
 class TPSTFile {
 public:
     explicit TPSTFile(const QString& fileName);
@@ -44,6 +65,7 @@ public:
     void SetCaption(const QString& caption) { m_displayCaption = caption; }
 
     bool IsOpen() const { return m_context && m_context->File; }
+    TPSTOpenError OpenError() const { return m_openError; }
     bool IsOST() const { return m_isOST; }
     bool Is64Bit() const { return m_is64; }
     TPSTMessageStore* MessageStore();
@@ -68,6 +90,7 @@ private:
     TPSTFileContextPtr m_context;
     bool m_isOST = false;
     bool m_is64 = false;
+    TPSTOpenError m_openError = oeNone;
     std::unique_ptr<TPSTMessageStore> m_store;
     std::unique_ptr<TPSTRootFolder> m_root;
 };

@@ -43,15 +43,22 @@ std::optional<QByteArray> Inflate(const QByteArray& data, uint32_t size)
 
 TNdb::TNdb(const QString& fileName) : m_fileName(fileName), m_file(fileName)
 {
-    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        throw EPstFileError(QStringLiteral("Can not open %1: %2").arg(fileName, m_file.errorString()));
+    using enum TPstFileFault;
+    if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        throw EPstFileError(m_file.error() == QFileDevice::PermissionsError ? PermissionDenied : CannotOpen,
+            QStringLiteral("Can not open %1: %2").arg(fileName, m_file.errorString()));
+    }
     m_fileSize = m_file.size();
     char h[sizeof(THeaderUnicode)] = {};
-    if (m_fileSize < qint64(sizeof(THeaderAnsi)) || !ReadAt(0, h, std::min<qint64>(m_fileSize, sizeof h)))
-        throw EPstFileError(QStringLiteral("%1 is not an Outlook data file: it is too short").arg(fileName));
+    const qint64 got = std::min<qint64>(m_fileSize, sizeof h);
+    if (m_fileSize < qint64(sizeof(HeaderMagic)) || !ReadAt(0, h, got))
+        throw EPstFileError(NotDataFile, QStringLiteral("%1 is not an Outlook data file: it is too short").arg(fileName));
+    // The mark tells a data file from any other; what follows it is its header.
+    if (Load<uint32_t>(h) != HeaderMagic)
+        throw EPstFileError(NotDataFile, QStringLiteral("%1 is not an Outlook data file").arg(fileName));
+    if (m_fileSize < qint64(sizeof(THeaderAnsi)))
+        throw EPstFileError(DamagedHeader, QStringLiteral("%1 is damaged: its header is cut short").arg(fileName));
     const auto start = Load<THeaderStart>(h);
-    if (start.dwMagic != HeaderMagic)
-        throw EPstFileError(QStringLiteral("%1 is not an Outlook data file").arg(fileName));
     m_isOst = start.wMagicClient == MagicClientOst;
     // Both kinds of header keep the same fields at different places.
     auto take = [&](const auto& header, uint32_t crc, uint32_t storedCrc) {
@@ -69,18 +76,18 @@ TNdb::TNdb(const QString& fileName) : m_fileName(fileName), m_file(fileName)
         take(header, Crc(h + HeaderCrcStart, HeaderCrcPartialSize), header.start.dwCRCPartial);
     } else if (start.wVer > VerAnsiMax && start.wVer <= VerUnicode4K) {
         if (m_fileSize < qint64(sizeof(THeaderUnicode)))
-            throw EPstFileError(QStringLiteral("%1 is not an Outlook data file: it is too short").arg(fileName));
+            throw EPstFileError(DamagedHeader, QStringLiteral("%1 is damaged: its header is cut short").arg(fileName));
         m_layout = TLayout::For(start.wVer == VerUnicode4K ? TFileKind::Unicode4K : TFileKind::Unicode);
         const auto header = Load<THeaderUnicode>(h);
         take(header, Crc(h + HeaderCrcStart, HeaderCrcFullSize), header.dwCRCFull);
     } else {
-        throw EPstFileError(
+        throw EPstFileError(DamagedHeader,
             QStringLiteral("%1 is an Outlook data file of an unknown version (%2)").arg(fileName).arg(start.wVer));
     }
     if (m_crypt != CryptNone && m_crypt != CryptPermute && m_crypt != CryptCyclic)
-        throw EPstFileError(QStringLiteral("%1 uses an unknown encoding (%2)").arg(fileName).arg(m_crypt));
+        throw EPstFileError(DamagedHeader, QStringLiteral("%1 uses an unknown encoding (%2)").arg(fileName).arg(m_crypt));
     if (m_nbtIb == 0 || m_bbtIb == 0 || qint64(m_nbtIb) >= m_fileSize || qint64(m_bbtIb) >= m_fileSize)
-        throw EPstFileError(QStringLiteral("%1 is damaged: its index is outside the file").arg(fileName));
+        throw EPstFileError(DamagedHeader, QStringLiteral("%1 is damaged: its index is outside the file").arg(fileName));
 }
 
 TNdb::~TNdb() = default;

@@ -30,10 +30,22 @@
 
 namespace tessaly::pstfile {
 
+// What kept a file from being read as a personal folders file.
+enum class TPstFileFault {
+    CannotOpen,       // the system refused to open it
+    PermissionDenied, // the system refused to open it for reading
+    NotDataFile,      // it does not start with the "!BDN" mark
+    DamagedHeader,    // it starts with the mark, but its header cannot be used
+};
+
 // A file that cannot be read as a personal folders file at all.
 class EPstFileError : public core::ETessalyError {
 public:
-    using core::ETessalyError::ETessalyError;
+    EPstFileError(TPstFileFault fault, QString message) : core::ETessalyError(std::move(message)), m_fault(fault) {}
+    TPstFileFault Fault() const { return m_fault; }
+
+private:
+    TPstFileFault m_fault;
 };
 
 struct TNodeEntry {
