@@ -7,6 +7,7 @@
 #include "mail/MsgWriter.h"
 #include "platform/FileSystem.h"
 #include "tasks/MailPSTTask.h"
+#include "tasks/MailProperties.h"
 #include "tasks/MailTemplate.h"
 #include "app/PSTMainForm.h"
 
@@ -27,11 +28,16 @@
 #include <QMessageBox>
 #include <QMimeDatabase>
 #include <QPlainTextEdit>
+#include <QPageLayout>
+#include <QPageSize>
 #include <QPointer>
+#include <QPrintDialog>
+#include <QPrinter>
 #include <QRegularExpression>
 #include <QStackedWidget>
 #include <QStandardPaths>
 #include <QTabWidget>
+#include <QTemporaryDir>
 #include <QTextBrowser>
 #include <QVBoxLayout>
 #include <QWebEnginePage>
@@ -353,14 +359,59 @@ bool WriteAttachedMessage(const mail::IMailMessage& message, const QString& file
     return mail::TMsgWriter(tasks::ToPSTMessage(message)).SaveToFile(fileName, replace, error, true);
 }
 
+namespace {
+
+// A profile whose pages reach nothing but the message they are given: no
+// network, no scripts, nothing kept on disk. Returns the handler that
+// serves the message.
+TMessageSchemeHandler* ClosedProfile(QWebEngineProfile* profile)
+{
+    profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
+    profile->setPersistentCookiesPolicy(QWebEngineProfile::NoPersistentCookies);
+    profile->setUrlRequestInterceptor(new TBlockingInterceptor(profile));
+    auto* handler = new TMessageSchemeHandler(profile);
+    profile->installUrlSchemeHandler(BodyScheme, handler);
+    profile->installUrlSchemeHandler(CidScheme, handler);
+    QWebEngineSettings* settings = profile->settings();
+    settings->setAttribute(QWebEngineSettings::JavascriptEnabled, false);
+    settings->setAttribute(QWebEngineSettings::PluginsEnabled, false);
+    settings->setAttribute(QWebEngineSettings::LocalStorageEnabled, false);
+    settings->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
+    settings->setAttribute(QWebEngineSettings::DnsPrefetchEnabled, false);
+    settings->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
+    return handler;
+}
+
+int g_pageSerial = 0; // a new address for every page, so that nothing comes from a cache
+
+} // namespace
+
+QString OpenedFilesFolder()
+{
+    // One folder per run, below the user's private one; it goes when the
+    // program ends.
+    static const std::unique_ptr<QTemporaryDir> folder = [] {
+        const QString parent = platform::PrivateTempFolder(QStringLiteral("Tessaly"));
+        auto dir = std::make_unique<QTemporaryDir>(
+            QDir(parent.isEmpty() ? QDir::tempPath() : parent).filePath(QStringLiteral("opened-XXXXXX")));
+        return dir->isValid() ? std::move(dir) : nullptr;
+    }();
+    return folder ? folder->path() : QString();
+}
+
 // --- the pane ----------------------------------------------------------------------
 
 TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
 {
-    TempFolder = platform::PrivateTempFolder(QStringLiteral("Tessaly"));
-    if (TempFolder.isEmpty())
-        TempFolder = QStandardPaths::writableLocation(QStandardPaths::TempLocation);
-    OpenFile = [](const QString& fileName) { QDesktopServices::openUrl(QUrl::fromLocalFile(fileName)); };
+    TempFolder = OpenedFilesFolder();
+    OpenFile = [](const QString& fileName) { return QDesktopServices::openUrl(QUrl::fromLocalFile(fileName)); };
+    AskSaveInstead = [this](const QString& name) {
+        return QMessageBox::question(this, QStringLiteral("Tessaly"),
+                   QStringLiteral("No application is set to open %1. Save it instead?").arg(name),
+                   QMessageBox::Save | QMessageBox::Cancel, QMessageBox::Save)
+            == QMessageBox::Save;
+    };
+    AskFolder = [this](const QString& title) { return QFileDialog::getExistingDirectory(this, title); };
     OpenMessageFile = [this](const QString& fileName) {
         auto* form = new TMessageForm(fileName, window());
         form->setAttribute(Qt::WA_DeleteOnClose);
@@ -395,19 +446,7 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
     m_header->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     pageLayout->addWidget(m_header);
     m_profile = new QWebEngineProfile(this); // off the record: nothing is kept on disk
-    m_profile->setHttpCacheType(QWebEngineProfile::MemoryHttpCache);
-    m_profile->setPersistentCookiesPolicy(QWebEngineProfile::NoPersistentCookies);
-    m_profile->setUrlRequestInterceptor(new TBlockingInterceptor(m_profile));
-    m_handler = new TMessageSchemeHandler(m_profile);
-    m_profile->installUrlSchemeHandler(BodyScheme, m_handler);
-    m_profile->installUrlSchemeHandler(CidScheme, m_handler);
-    QWebEngineSettings* settings = m_profile->settings();
-    settings->setAttribute(QWebEngineSettings::JavascriptEnabled, false);
-    settings->setAttribute(QWebEngineSettings::PluginsEnabled, false);
-    settings->setAttribute(QWebEngineSettings::LocalStorageEnabled, false);
-    settings->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
-    settings->setAttribute(QWebEngineSettings::DnsPrefetchEnabled, false);
-    settings->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
+    m_handler = ClosedProfile(m_profile);
     m_body = new QWebEngineView;
     m_body->setPage(new TPreviewPage(m_profile, m_body));
     m_body->setContextMenuPolicy(Qt::NoContextMenu);
@@ -467,6 +506,15 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
         }
         FindNext();
     });
+    m_miPrint = new QAction(QStringLiteral("&Print..."), this);
+    m_miPrint->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_P));
+    connect(m_miPrint, &QAction::triggered, this, &TMailInfoFrame::Print);
+    m_miSavePdf = new QAction(QStringLiteral("Save as PDF..."), this);
+    m_miSavePdf->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+    connect(m_miSavePdf, &QAction::triggered, this, [this] { SaveAsPdf(); });
+    m_miSaveAll = new QAction(QStringLiteral("Save all attachments..."), this);
+    m_miSaveAll->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
+    connect(m_miSaveAll, &QAction::triggered, this, [this] { SaveAllAttachments(); });
     m_miFind = new QAction(QStringLiteral("Find in message..."), this);
     m_miFind->setShortcut(QKeySequence::Find);
     m_miFind->setShortcutContext(Qt::WindowShortcut);
@@ -569,6 +617,7 @@ bool TMailInfoFrame::eventFilter(QObject* watched, QEvent* event)
 
 TMailInfoFrame::~TMailInfoFrame()
 {
+    delete m_printView;
     // The page goes before its profile.
     delete m_body;
 }
@@ -613,8 +662,7 @@ void TMailInfoFrame::Navigate(std::shared_ptr<mail::IMailMessage> message)
     FitHeader();
     m_handler->SetMessage(m_message, PreviewBodyHtml(*m_message));
     // A new address for every message, so that nothing is taken from a cache.
-    static int serial = 0;
-    m_body->setUrl(QUrl(QStringLiteral("%1:message/%2").arg(QLatin1String(BodyScheme)).arg(++serial)));
+    m_body->setUrl(QUrl(QStringLiteral("%1:message/%2").arg(QLatin1String(BodyScheme)).arg(++g_pageSerial)));
     QString text = m_message->Body(mail::mbtText);
     if (text.isEmpty())
         text = core::HtmlToPlainText(m_message->Body(mail::mbtHTML));
@@ -659,7 +707,10 @@ QString TMailInfoFrame::OpenAttach()
     const auto attach = ActiveAttach();
     if (!attach)
         return {};
-    QDir().mkpath(TempFolder);
+    if (TempFolder.isEmpty() || !QDir().mkpath(TempFolder)) {
+        ShowError(QStringLiteral("Could not make a folder for opened files below %1.").arg(QDir::tempPath()));
+        return {};
+    }
     // An attached message opens in a message window of its own, from an
     // .msg file written for it.
     const auto message = attach->AsMailMessage();
@@ -669,8 +720,104 @@ QString TMailInfoFrame::OpenAttach()
         ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
         return {};
     }
-    (message ? OpenMessageFile : OpenFile)(fileName);
+    if (message) {
+        OpenMessageFile(fileName);
+    } else if (!OpenFile(fileName) && AskSaveInstead(attach->FileName().isEmpty() ? QFileInfo(fileName).fileName() : attach->FileName())) {
+        SaveAttach();
+    }
     return fileName;
+}
+
+QStringList TMailInfoFrame::SaveAllAttachments(QString folder)
+{
+    if (!m_message || !m_message->Attaches() || m_message->Attaches()->Count() == 0)
+        return {};
+    if (folder.isEmpty())
+        folder = AskFolder(QStringLiteral("Save all attachments into"));
+    if (folder.isEmpty())
+        return {};
+    QStringList written, failed;
+    const auto attaches = m_message->Attaches();
+    for (int i = 0; i < attaches->Count(); ++i) {
+        const auto attach = attaches->GetAttach(i);
+        if (!attach)
+            continue;
+        // Names made safe, and unique beside what is there already.
+        const QString fileName = FreeFileName(folder, ProposedSaveName(*attach));
+        QString error;
+        const auto message = attach->AsMailMessage();
+        if (message ? WriteAttachedMessage(*message, fileName, false, &error) : WriteAttachment(*attach, fileName, &error))
+            written << fileName;
+        else
+            failed << QStringLiteral("%1: %2").arg(QFileInfo(fileName).fileName(), error);
+    }
+    if (!failed.isEmpty())
+        ShowError(QStringLiteral("Could not write every attachment into %1:\n%2").arg(QDir::toNativeSeparators(folder), failed.join(QLatin1Char('\n'))));
+    return written;
+}
+
+void TMailInfoFrame::RenderForPrint(const std::function<void(QWebEngineView*)>& ready)
+{
+    if (!m_message)
+        return;
+    if (!m_printView) {
+        // A page of its own, with the header block in it, never shown.
+        auto* profile = new QWebEngineProfile(this);
+        m_printHandler = ClosedProfile(profile);
+        m_printView = new QWebEngineView;
+        m_printView->setPage(new QWebEnginePage(profile, m_printView));
+        m_printView->setAttribute(Qt::WA_DontShowOnScreen);
+        m_printView->resize(800, 1000);
+    }
+    m_printHandler->SetMessage(m_message, tasks::StandaloneHtmlPage(*m_message));
+    QObject::disconnect(m_printView, &QWebEngineView::loadFinished, nullptr, nullptr);
+    connect(m_printView, &QWebEngineView::loadFinished, this, [this, ready](bool) {
+        QObject::disconnect(m_printView, &QWebEngineView::loadFinished, nullptr, nullptr);
+        ready(m_printView);
+    });
+    m_printView->setUrl(QUrl(QStringLiteral("%1:print/%2").arg(QLatin1String(BodyScheme)).arg(++g_pageSerial)));
+}
+
+void TMailInfoFrame::SaveAsPdf(QString fileName, const std::function<void(bool)>& done)
+{
+    if (!m_message)
+        return;
+    if (fileName.isEmpty())
+        fileName = AskSaveName(QStringLiteral("Save as PDF"), tasks::SafeAttachName(m_message->Subject().isEmpty()
+                                                                   ? QStringLiteral("message") : m_message->Subject())
+                                                                   + QStringLiteral(".pdf"));
+    if (fileName.isEmpty())
+        return;
+    RenderForPrint([this, fileName, done](QWebEngineView* view) {
+        QObject::disconnect(view->page(), &QWebEnginePage::pdfPrintingFinished, nullptr, nullptr);
+        connect(view->page(), &QWebEnginePage::pdfPrintingFinished, this, [this, done](const QString& path, bool ok) {
+            if (!ok)
+                ShowError(QStringLiteral("Could not write %1.").arg(QDir::toNativeSeparators(path)));
+            if (done)
+                done(ok);
+        });
+        view->page()->printToPdf(fileName, QPageLayout(QPageSize(QPageSize::A4), QPageLayout::Portrait, QMarginsF(15, 15, 15, 15), QPageLayout::Millimeter));
+    });
+}
+
+void TMailInfoFrame::Print()
+{
+    if (!m_message)
+        return;
+    auto printer = std::make_shared<QPrinter>(QPrinter::HighResolution);
+    QPrintDialog dialog(printer.get(), this);
+    dialog.setWindowTitle(QStringLiteral("Print message"));
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    RenderForPrint([this, printer](QWebEngineView* view) {
+        QObject::disconnect(view, &QWebEngineView::printFinished, nullptr, nullptr);
+        // The printer lives until the page is printed.
+        connect(view, &QWebEngineView::printFinished, this, [this, printer](bool ok) {
+            if (!ok)
+                ShowError(QStringLiteral("The message could not be printed."));
+        });
+        view->print(printer.get());
+    });
 }
 
 QString TMailInfoFrame::SaveAttach()

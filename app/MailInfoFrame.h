@@ -36,6 +36,10 @@ QString EmptyViewHtml();
 // The body as the HTML view shows it.
 QString PreviewBodyHtml(const mail::IMailMessage& message);
 
+// The folder of this run that attachments are opened from: private to the
+// user (mode 0700), below the temporary folder, removed at exit.
+QString OpenedFilesFolder();
+
 // A name in a folder that is not taken yet: the name itself, else
 // "base(N).ext" with N counting from 1.
 QString FreeFileName(const QString& folder, const QString& name);
@@ -68,6 +72,16 @@ public:
     QString OpenAttach();
     // "Save": asks for the file name, then writes.
     QString SaveAttach();
+    // Every attachment of the shown message into a folder (asked when
+    // empty), names made safe and unique; returns the files written.
+    QStringList SaveAllAttachments(QString folder = {});
+    // The shown message with its header block, to a printer or a PDF file
+    // (asked when empty); `done` gets whether the file was written.
+    void Print();
+    void SaveAsPdf(QString fileName = {}, const std::function<void(bool)>& done = {});
+    QAction* PrintAction() const { return m_miPrint; }
+    QAction* SavePdfAction() const { return m_miSavePdf; }
+    QAction* SaveAllAction() const { return m_miSaveAll; }
 
     // Find in the shown message (Ctrl+F): a bar below the view; Enter finds
     // the next match, Shift+Enter the one before, Esc closes the bar.
@@ -84,7 +98,11 @@ public:
     // Replaceable for tests: the folder "Open" writes to, how a written
     // file is opened, how the save name is asked, how errors are shown.
     QString TempFolder;
-    std::function<void(const QString& fileName)> OpenFile;
+    // Opens a file in its application; false when none can.
+    std::function<bool(const QString& fileName)> OpenFile;
+    // Asked when no application opens an attachment: save it instead?
+    std::function<bool(const QString& name)> AskSaveInstead;
+    std::function<QString(const QString& title)> AskFolder;
     std::function<void(const QString& fileName)> OpenMessageFile;
     std::function<QString(const QString& title, const QString& proposed)> AskSaveName;
     std::function<void(const QString& text)> ShowError;
@@ -109,6 +127,9 @@ protected:
 
 private:
     void FitHeader();
+    // The message as printed: its page with the header block, loaded into a
+    // view never shown; `ready` gets the view once it is loaded.
+    void RenderForPrint(const std::function<void(QWebEngineView*)>& ready);
     std::shared_ptr<mail::IMailAttach> ActiveAttach() const;
 
     std::shared_ptr<mail::IMailMessage> m_message;
@@ -127,6 +148,11 @@ private:
     QAction* m_miSaveAttach;
     QAction* m_miOpen;
     QAction* m_miFind;
+    QAction* m_miPrint;
+    QAction* m_miSavePdf;
+    QAction* m_miSaveAll;
+    QWebEngineView* m_printView = nullptr;
+    TMessageSchemeHandler* m_printHandler = nullptr;
     QWidget* m_findBar;
     QLineEdit* m_findEdit;
     QLabel* m_findStatus;

@@ -13,6 +13,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QPlainTextEdit>
+#include <QProcess>
 #include <QScrollBar>
 #include <QTabWidget>
 #include <QTcpServer>
@@ -260,7 +261,10 @@ TEST(PreviewPane, OpenTwiceGivesTwoFilesAndSaveProposesMsg)
     TMailInfoFrame frame;
     frame.TempFolder = dir.path();
     QStringList opened;
-    frame.OpenFile = [&](const QString& file) { opened << file; };
+    frame.OpenFile = [&](const QString& file) {
+        opened << file;
+        return true;
+    };
     frame.Navigate(message);
     frame.OpenAttach(); // no attachment under the menu: nothing
     EXPECT_TRUE(opened.isEmpty());
@@ -302,7 +306,10 @@ TEST(PreviewPane, AttachedMessagesAreSavedAndOpenedAsMsgFiles)
     TMailInfoFrame frame;
     frame.TempFolder = dir.filePath(QStringLiteral("private"));
     QStringList opened, messageWindows, errors;
-    frame.OpenFile = [&](const QString& file) { opened << file; };
+    frame.OpenFile = [&](const QString& file) {
+        opened << file;
+        return true;
+    };
     frame.OpenMessageFile = [&](const QString& file) { messageWindows << file; };
     frame.ShowError = [&](const QString& text) { errors << text; };
     frame.Navigate(message);
@@ -378,7 +385,10 @@ TEST(PreviewPane, HostileAttachmentNamesStayInTheFolder)
     TMailInfoFrame frame;
     frame.TempFolder = folder;
     QStringList opened;
-    frame.OpenFile = [&](const QString& file) { opened << file; };
+    frame.OpenFile = [&](const QString& file) {
+        opened << file;
+        return true;
+    };
     for (const auto& c : cases) {
         const QString safe = tasks::SafeAttachName(c.name);
         if (!c.expected.isEmpty()) {
@@ -469,4 +479,155 @@ TEST(PreviewPane, SanitizedBodyStillShowsCidPicturesAndLinks)
             WaitFor([] { return false; }, 100);
     }
     EXPECT_EQ(width, 5);
+}
+
+// Attachments are opened from a folder of the run's own: closed to others,
+// below the temporary folder, gone when the program ends. A child run of
+// this test program opens one and prints where it went.
+TEST(PreviewPane, OpenedFilesFolderIsPrivateAndGoesWithTheRun)
+{
+    if (qEnvironmentVariableIsSet("TESSALY_PRINT_OPENED_FOLDER")) {
+        const QString folder = OpenedFilesFolder();
+        QFile file(QDir(folder).filePath(QStringLiteral("opened.txt")));
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        std::printf("folder=%s\n", qUtf8Printable(folder));
+        return;
+    }
+    const QString folder = OpenedFilesFolder();
+    ASSERT_FALSE(folder.isEmpty());
+    EXPECT_TRUE(folder.startsWith(QDir::tempPath()));
+    EXPECT_EQ(QFileInfo(folder).permissions() & (QFileDevice::ReadGroup | QFileDevice::ReadOther | QFileDevice::WriteGroup
+                                                    | QFileDevice::WriteOther | QFileDevice::ExeGroup | QFileDevice::ExeOther),
+        QFileDevice::Permissions());
+    EXPECT_EQ(OpenedFilesFolder(), folder); // one per run
+    TMailInfoFrame frame;
+    EXPECT_EQ(frame.TempFolder, folder);
+
+    QProcess child;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("TESSALY_PRINT_OPENED_FOLDER"), QStringLiteral("1"));
+    child.setProcessEnvironment(env);
+    child.start(QCoreApplication::applicationFilePath(),
+        {QStringLiteral("--gtest_filter=PreviewPane.OpenedFilesFolderIsPrivateAndGoesWithTheRun")});
+    ASSERT_TRUE(child.waitForFinished(60000));
+    ASSERT_EQ(child.exitCode(), 0) << child.readAllStandardOutput().toStdString();
+    const QString output = QString::fromUtf8(child.readAllStandardOutput());
+    const qsizetype at = output.indexOf(QStringLiteral("folder="));
+    ASSERT_GE(at, 0) << output.toStdString();
+    const QString childFolder = output.mid(at + 7).section(QLatin1Char('\n'), 0, 0).trimmed();
+    EXPECT_NE(childFolder, folder); // the runs keep apart
+    EXPECT_FALSE(QFileInfo::exists(childFolder)) << childFolder.toStdString();
+    EXPECT_TRUE(QFileInfo::exists(folder)); // ours stays while we run
+}
+
+// When no application opens an attachment, the user is asked to save it.
+TEST(PreviewPane, NoApplicationForAnAttachmentOffersSave)
+{
+    QTemporaryDir dir;
+    TMailInfoFrame frame;
+    frame.TempFolder = dir.filePath(QStringLiteral("opened"));
+    frame.OpenFile = [](const QString&) { return false; };
+    QStringList asked;
+    bool answer = false;
+    frame.AskSaveInstead = [&](const QString& name) {
+        asked << name;
+        return answer;
+    };
+    QStringList saveNames;
+    frame.AskSaveName = [&](const QString&, const QString& name) {
+        saveNames << name;
+        return QDir(dir.path()).filePath(name);
+    };
+    frame.Navigate(Message({std::make_shared<TSizedAttach>(QStringLiteral("data.xyz"), 8)}));
+    frame.SetActiveAttach(0);
+    EXPECT_FALSE(frame.OpenAttach().isEmpty());
+    EXPECT_EQ(asked, QStringList{QStringLiteral("data.xyz")});
+    EXPECT_TRUE(saveNames.isEmpty()); // declined: nothing saved
+    answer = true;
+    frame.OpenAttach();
+    EXPECT_EQ(asked.size(), 2);
+    EXPECT_EQ(saveNames, QStringList{QStringLiteral("data.xyz")});
+    EXPECT_TRUE(QFileInfo::exists(QDir(dir.path()).filePath(QStringLiteral("data.xyz"))));
+}
+
+// "Save all attachments": every one into the folder, names made safe and
+// unique, an attached message as an .msg file.
+TEST(PreviewPane, SaveAllAttachmentsWithSafeUniqueNames)
+{
+    QTemporaryDir dir;
+    QDir(dir.path()).mkdir(QStringLiteral("out"));
+    const QString out = dir.filePath(QStringLiteral("out"));
+    QFile existing(QDir(out).filePath(QStringLiteral("a.txt")));
+    ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
+    existing.write("there before");
+    existing.close();
+    auto inner = Message();
+    inner->subject = QStringLiteral("Inner");
+    const auto message = Message({std::make_shared<TSizedAttach>(QStringLiteral("a.txt"), 5),
+        std::make_shared<TSizedAttach>(QStringLiteral("a.txt"), 5), std::make_shared<TSizedAttach>(QStringLiteral("../../evil.txt"), 5),
+        std::make_shared<TSizedAttach>(QStringLiteral("fwd"), 100, inner)});
+    TMailInfoFrame frame;
+    QStringList errors;
+    frame.ShowError = [&](const QString& text) { errors << text; };
+    QString askedTitle;
+    frame.AskFolder = [&](const QString& title) {
+        askedTitle = title;
+        return out;
+    };
+    frame.Navigate(message);
+    const QStringList written = frame.SaveAllAttachments();
+    EXPECT_EQ(askedTitle, QStringLiteral("Save all attachments into"));
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(QLatin1Char('\n')).toStdString();
+    ASSERT_EQ(written.size(), 4);
+    QStringList names;
+    for (const QString& file : written) {
+        EXPECT_EQ(QFileInfo(file).absolutePath(), QFileInfo(out).absoluteFilePath()) << file.toStdString();
+        names << QFileInfo(file).fileName();
+    }
+    EXPECT_EQ(names[0], QStringLiteral("a(1).txt"));
+    EXPECT_EQ(names[1], QStringLiteral("a(2).txt"));
+    EXPECT_FALSE(names[2].contains(QLatin1Char('/')));
+    EXPECT_TRUE(names[2].endsWith(QStringLiteral("evil.txt")));
+    EXPECT_EQ(names[3], QStringLiteral("fwd.msg"));
+    QFile before(QDir(out).filePath(QStringLiteral("a.txt")));
+    ASSERT_TRUE(before.open(QIODevice::ReadOnly));
+    EXPECT_EQ(before.readAll(), QByteArray("there before")); // nothing replaced
+    EXPECT_EQ(mail::TFileMailMsgRequest(written[3]).Message()->Subject(), QStringLiteral("Inner"));
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 0); // nothing above the folder
+}
+
+// "Save as PDF": the message with its header block, as a PDF that another
+// reader (poppler's pdftotext) reads the subject, sender and body from.
+TEST(PreviewPane, SaveAsPdfHoldsHeaderAndBody)
+{
+    QTemporaryDir dir;
+    auto message = Message();
+    message->html = QStringLiteral("<p>Quarterly figures are attached.</p>");
+    TMailInfoFrame frame;
+    frame.resize(640, 480);
+    QStringList errors;
+    frame.ShowError = [&](const QString& text) { errors << text; };
+    frame.Navigate(message);
+    const QString pdf = dir.filePath(QStringLiteral("message.pdf"));
+    bool finished = false, ok = false;
+    frame.SaveAsPdf(pdf, [&](bool written) {
+        finished = true;
+        ok = written;
+    });
+    WaitFor([&] { return finished; }, 30000);
+    ASSERT_TRUE(finished);
+    EXPECT_TRUE(ok);
+    EXPECT_TRUE(errors.isEmpty()) << errors.join(QLatin1Char('\n')).toStdString();
+    QFile file(pdf);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(file.read(5) == "%PDF-");
+    file.close();
+    QProcess text;
+    text.start(QStringLiteral("pdftotext"), {pdf, QStringLiteral("-")});
+    ASSERT_TRUE(text.waitForFinished(30000));
+    ASSERT_EQ(text.exitCode(), 0) << "pdftotext (poppler-utils) is needed";
+    const QString read = QString::fromUtf8(text.readAllStandardOutput()).simplified();
+    EXPECT_TRUE(read.contains(QStringLiteral("Q1 <results> & plans"))) << read.toStdString();
+    EXPECT_TRUE(read.contains(QStringLiteral("Ann & Co"))) << read.toStdString();
+    EXPECT_TRUE(read.contains(QStringLiteral("Quarterly figures are attached."))) << read.toStdString();
 }
