@@ -245,6 +245,9 @@ void TPSTMainForm::FormCreate()
         if (m_focusAttached)
             FocusChanged(index);
     });
+    for (const QString& line : m_commandLineFile.split(QLatin1Char('\n')))
+        if (const QString path = AbsoluteDataPath(ParseOpenEntry(line).Path); !path.isEmpty())
+            m_commandLinePaths << path;
     if (!m_commandLineFile.isEmpty()) {
         if (m_projectData.CheckOutlookRunning())
             ShowWarning(QStringLiteral("Please, close Outlook"));
@@ -284,10 +287,11 @@ void TPSTMainForm::OpenFiles(const QString& list)
         if (line.trimmed().isEmpty())
             continue;
         const TOpenEntry entry = ParseOpenEntry(line);
-        if (entry.Path.isEmpty() || m_projectData.Removed().Has(entry.Path) || m_model->FindFileNode(entry.Path))
+        const QString path = AbsoluteDataPath(entry.Path);
+        if (path.isEmpty() || m_projectData.Removed().Has(path) || m_model->FindFileNode(path))
             continue;
-        TPSTNode* node = m_model->AddFileNode(entry.Path, nsLoading);
-        if (m_projectData.Disabled().Has(entry.Path)) {
+        TPSTNode* node = m_model->AddFileNode(path, nsLoading);
+        if (m_projectData.Disabled().Has(path)) {
             m_model->SetState(node, nsDisabled);
             continue;
         }
@@ -347,7 +351,10 @@ void TPSTMainForm::JobMessage(std::shared_ptr<TOpenResult> result)
     if (!node || node->State == nsDisabled || !result)
         return; // disabled or removed meanwhile: the file goes with the result
     if (!result->File || !result->File->RootFolder()) {
-        m_model->SetState(node, nsOpenFailed);
+        const QString reason = pst::OpenErrorText(result->File ? result->File->OpenError() : pst::oeCannotOpen);
+        m_model->SetOpenFailed(node, reason);
+        statusBar()->showMessage(QStringLiteral("%1: %2").arg(node->Name, reason), 10000);
+        UpdateStatus();
         return;
     }
     const bool focus = !m_tree->currentIndex().isValid();
@@ -470,6 +477,7 @@ void TPSTMainForm::RemoveFile(TPSTNode* node)
         m_menuNode = nullptr;
     m_model->RemoveFileNode(node);
     m_model->CaptionsChanged();
+    SaveFileList();
     UpdateStatus();
 }
 
@@ -551,8 +559,10 @@ pst::TPSTFolder* TPSTMainForm::FocusedFolder() const
 void TPSTMainForm::FocusChanged(const QModelIndex& index)
 {
     const TPSTNode* node = TPSTTreeModel::NodeOf(index);
-    if (!node || (!node->File && !node->Folder))
+    if (!node || (!node->File && !node->Folder)) {
+        UpdateStatus(); // a file that failed to open says why
         return;
+    }
     pst::TPSTFolder* folder = node->Folder ? node->Folder : node->File->RootFolder();
     const bool contacts = dynamic_cast<pst::TPSTContactFolder*>(folder) != nullptr;
     m_tabs->setCurrentIndex(contacts ? 1 : 0);
@@ -609,6 +619,8 @@ void TPSTMainForm::UpdateStatus()
     const TPSTNode* focused = TPSTTreeModel::NodeOf(m_tree->currentIndex());
     if (focused && (focused->Folder || focused->File))
         m_statusFolder->setText(QStringLiteral("%1: %2 item(s)").arg(CurrentFolderPath()).arg(focused->ItemCount));
+    else if (focused && focused->State == nsOpenFailed)
+        m_statusFolder->setText(QStringLiteral("%1: %2").arg(focused->Name, focused->Error));
     else if (m_model->FileNodes().empty())
         m_statusFolder->setText(QStringLiteral("Open an Outlook data file with File > Open (Ctrl+O), or drop one here"));
     else
@@ -643,6 +655,7 @@ void TPSTMainForm::LoadSettings()
     TMailMainForm::LoadSettings();
     if (m_commandLineFile.isEmpty() && m_settings.SectionExists(PSTSection)) {
         const QString files = m_settings.ReadString(PSTSection, QStringLiteral("files"));
+        m_listRestored = true;
         OpenFiles(files);
     }
     if (m_model->FileNodes().empty()) {
@@ -655,10 +668,28 @@ void TPSTMainForm::LoadSettings()
 void TPSTMainForm::SaveSettings()
 {
     TMailMainForm::SaveSettings();
+    SaveFileList();
+}
+
+void TPSTMainForm::SaveFileList()
+{
+    // Files named on the command line are shown, not remembered. A run
+    // that did not show the remembered list keeps it, less what was removed.
     QStringList files;
-    for (const auto& node : m_model->FileNodes())
-        if (node->Name.compare(ParseOpenEntry(m_commandLineFile).Path, Qt::CaseInsensitive) != 0)
+    QStringList paths;
+    if (!m_listRestored) {
+        for (const QString& line : m_settings.ReadString(PSTSection, QStringLiteral("files")).split(QLatin1Char('\n'))) {
+            const QString path = ParseOpenEntry(line).Path;
+            if (!path.isEmpty() && !m_projectData.Removed().Has(path)) {
+                files << line.trimmed();
+                paths << path;
+            }
+        }
+    }
+    for (const auto& node : m_model->FileNodes()) {
+        if (!m_commandLinePaths.contains(node->Name, Qt::CaseInsensitive) && !paths.contains(node->Name, Qt::CaseInsensitive))
             files << node->Name;
+    }
     m_settings.WriteString(PSTSection, QStringLiteral("files"), files.join(QLatin1Char('\n')));
     m_settings.Sync();
 }

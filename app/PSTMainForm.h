@@ -158,9 +158,13 @@ private:
     void Queue(TPSTNode* node, int number, int codePage = 0);
     void Unqueue(TPSTNode* node);
     void ForgetShown(TPSTNode* node);
+    // Writes the list of open files to the settings.
+    void SaveFileList();
 
     TPSTViewerProjectData& m_projectData;
     QString m_commandLineFile;
+    QStringList m_commandLinePaths; // its files, as the tree names them
+    bool m_listRestored = false;    // the remembered files were opened
     TPSTTreeModel* m_model;
     QTreeView* m_tree;
     QList<QPair<QString, TPSTQueueData>> m_queue;

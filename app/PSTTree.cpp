@@ -3,6 +3,7 @@
 #include "app/ProjectData.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QPainter>
 #include <QPainterPath>
@@ -122,6 +123,13 @@ TOpenEntry ParseOpenEntry(const QString& line)
     return {line.left(mark).trimmed(), ok ? number : 0};
 }
 
+QString AbsoluteDataPath(const QString& path)
+{
+    if (path.isEmpty())
+        return path;
+    return QDir::toNativeSeparators(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
+}
+
 QString BuildFolderPath(const QStringList& names)
 {
     QString path;
@@ -205,6 +213,7 @@ void TPSTTreeModel::SetFile(TPSTNode* node, TOpenResult&& result, const std::fun
     ClearFile(node);
     node->File = std::move(result.File);
     node->State = nsLoaded;
+    node->Error.clear();
     const QModelIndex index = IndexOf(node);
     emit dataChanged(index, index);
     pst::TPSTRootFolder* root = node->File->RootFolder();
@@ -264,9 +273,17 @@ void TPSTTreeModel::ClearFile(TPSTNode* node)
 void TPSTTreeModel::SetState(TPSTNode* node, int state)
 {
     node->State = state;
+    if (state != nsOpenFailed)
+        node->Error.clear();
     const QModelIndex index = IndexOf(node);
     emit dataChanged(index, index);
     Sort();
+}
+
+void TPSTTreeModel::SetOpenFailed(TPSTNode* node, const QString& reason)
+{
+    node->Error = reason;
+    SetState(node, nsOpenFailed);
 }
 
 void TPSTTreeModel::CaptionsChanged()
@@ -348,7 +365,9 @@ QVariant TPSTTreeModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         return node->Caption();
     case Qt::ToolTipRole:
-        return node->IsFileNode() ? node->Name : QVariant();
+        if (!node->IsFileNode())
+            return {};
+        return node->Error.isEmpty() ? node->Name : node->Name + QLatin1Char('\n') + node->Error;
     case Qt::ForegroundRole: {
         const QColor colour = node->Colour();
         return colour.isValid() ? QVariant(colour) : QVariant();

@@ -28,6 +28,7 @@ struct TPSTNode {
     QString Image;                       // name in the tree's image list; empty for none
     int State = nsLoaded;
     QString Name;                        // a file node: the data file's full path
+    QString Error;                       // a file node that failed to open: why
     int ItemCount = 0;                   // a folder node: items in the folder
     TPSTNode* Parent = nullptr;
     std::vector<std::unique_ptr<TPSTNode>> Children;
@@ -54,6 +55,9 @@ struct TOpenEntry {
     int Number = 0;
 };
 TOpenEntry ParseOpenEntry(const QString& line);
+// A data file's path as the tree and the settings keep it: absolute
+// (against the working folder), cleaned, in native separators.
+QString AbsoluteDataPath(const QString& path);
 
 // The folder path of the main window: each name, top down, with "\" and
 // "/" doubled and followed by "\"; "Outlook" when there is none.
@@ -89,6 +93,8 @@ public:
     // Frees the file and deletes the folder nodes.
     void ClearFile(TPSTNode* node);
     void SetState(TPSTNode* node, int state);
+    // A file node whose file could not be opened, with the reason.
+    void SetOpenFailed(TPSTNode* node, const QString& reason);
     // Tells the views that captions changed, and sorts the file nodes again.
     void CaptionsChanged();
 

@@ -3,7 +3,10 @@
 #include "app/PSTCaption.h"
 #include "core/MessageBus.h"
 
+#include <QAction>
+#include <QLabel>
 #include <QMenu>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTreeView>
 
@@ -330,4 +333,161 @@ TEST_F(MainFormTest, ContactFolderSelectsTheContactsTab)
     form.FocusNode(calendar);
     EXPECT_EQ(form.MainTabs()->currentIndex(), 0);
     EXPECT_EQ(form.MailBrowse()->Model()->Kind(), lkMeeting);
+}
+
+namespace {
+
+// The texts of the status bar's labels and its message.
+QStringList StatusTexts(TPSTMainForm& form)
+{
+    QStringList texts{form.statusBar()->currentMessage()};
+    for (const QLabel* label : form.statusBar()->findChildren<QLabel*>())
+        texts << label->text();
+    return texts;
+}
+
+// Runs in another working folder for as long as it lives.
+class TWorkingFolder {
+public:
+    explicit TWorkingFolder(const QString& path) : m_previous(QDir::currentPath()) { EXPECT_TRUE(QDir::setCurrent(path)); }
+    ~TWorkingFolder() { QDir::setCurrent(m_previous); }
+
+private:
+    QString m_previous;
+};
+
+QStringList SavedFiles(core::TSettingsStore& settings)
+{
+    const QString files = settings.ReadString(QStringLiteral("Desktop\\PST"), QStringLiteral("files"));
+    return files.isEmpty() ? QStringList() : files.split(QLatin1Char('\n'));
+}
+
+} // namespace
+
+TEST_F(MainFormTest, FailedFileSaysWhyInTooltipAndStatusBarAndKeepsItsCaption)
+{
+    QDir(m_dir.path()).mkdir(QStringLiteral("folder.pst"));
+    QFile(m_dir.filePath(QStringLiteral("empty.pst"))).open(QIODevice::WriteOnly);
+    struct {
+        QString path;
+        pst::TPSTOpenError reason;
+    } const cases[] = {
+        {m_dir.filePath(QStringLiteral("missing.pst")), pst::oeNotFound},
+        {m_dir.filePath(QStringLiteral("folder.pst")), pst::oeFolder},
+        {m_dir.filePath(QStringLiteral("empty.pst")), pst::oeEmpty},
+        {Broken(QStringLiteral("broken.pst")), pst::oeNotDataFile},
+    };
+    auto& form = Form();
+    QStringList list;
+    for (const auto& c : cases)
+        list << c.path;
+    form.OpenFiles(list.join(QLatin1Char('\n')));
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    // The last failure is announced as it happens.
+    EXPECT_TRUE(form.statusBar()->currentMessage().contains(pst::OpenErrorText(cases[3].reason)))
+        << qPrintable(form.statusBar()->currentMessage());
+    for (const auto& c : cases) {
+        const QString reason = pst::OpenErrorText(c.reason);
+        const TPSTNode* node = form.TreeModel()->FindFileNode(c.path);
+        ASSERT_NE(node, nullptr) << qPrintable(c.path);
+        EXPECT_EQ(node->State, nsOpenFailed);
+        EXPECT_EQ(node->Caption(), QStringLiteral("Error open %1").arg(QFileInfo(c.path).fileName()));
+        const QModelIndex index = form.TreeModel()->IndexOf(node);
+        EXPECT_EQ(form.TreeModel()->data(index, Qt::ToolTipRole).toString(), c.path + QLatin1Char('\n') + reason);
+        // Selecting the node puts the reason in the status bar.
+        form.statusBar()->clearMessage();
+        form.FocusNode(node);
+        EXPECT_TRUE(StatusTexts(form).contains(QStringLiteral("%1: %2").arg(c.path, reason)))
+            << qPrintable(StatusTexts(form).join(QLatin1Char('|')));
+    }
+    // A loaded file's tooltip is its path alone.
+    const QString sample = TestData(QStringLiteral("pst/sample1.pst"));
+    form.OpenFiles(sample);
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    EXPECT_EQ(form.TreeModel()->data(form.TreeModel()->IndexOf(form.TreeModel()->FindFileNode(sample)), Qt::ToolTipRole),
+        sample);
+}
+
+TEST_F(MainFormTest, RemoveOnAFailedFileTakesItOutOfTreeAndStoredList)
+{
+    const QString missing = m_dir.filePath(QStringLiteral("gone.pst"));
+    const QString sample = TestData(QStringLiteral("pst/sample1.pst"));
+    m_settings->WriteString(QStringLiteral("Desktop\\PST"), QStringLiteral("files"), missing + QStringLiteral("\n") + sample);
+    auto& form = Form();
+    form.LoadSettings();
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    TPSTNode* failed = form.TreeModel()->FindFileNode(missing);
+    ASSERT_NE(failed, nullptr);
+    ASSERT_EQ(failed->State, nsOpenFailed);
+
+    // The failed node's context menu holds Remove.
+    ASSERT_TRUE(form.PrepareTreeMenu(form.Tree()->visualRect(form.TreeModel()->IndexOf(failed)).center()));
+    EXPECT_EQ(form.MenuNode(), failed);
+    EXPECT_TRUE(form.TreeMenu()->actions().contains(form.RemoveAction()));
+    EXPECT_TRUE(form.RemoveAction()->isEnabled());
+    form.RemoveAction()->trigger();
+
+    EXPECT_EQ(form.TreeModel()->FindFileNode(missing), nullptr);
+    EXPECT_NE(form.TreeModel()->FindFileNode(sample), nullptr);
+    EXPECT_TRUE(m_data->Removed().Has(missing));
+    // Written at once, not only when the window closes.
+    EXPECT_EQ(SavedFiles(*m_settings), QStringList{sample});
+}
+
+TEST_F(MainFormTest, StoredPathsAreAbsoluteWhateverTheWorkingFolder)
+{
+    const QString file = Copy(QStringLiteral("pst/sample1.pst"), QStringLiteral("data"));
+    const QString other = Copy(QStringLiteral("pst/sample2.pst"), QStringLiteral("more"));
+    QDir().mkpath(m_dir.filePath(QStringLiteral("work")));
+    auto& form = Form();
+    {
+        TWorkingFolder work(m_dir.filePath(QStringLiteral("work")));
+        form.OpenFiles(QStringLiteral("../data/sample1.pst\n./../more/./sample2.pst?2"));
+    }
+    // The files load from elsewhere: the tree holds where they are.
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    for (const QString& path : {file, other}) {
+        const TPSTNode* node = form.TreeModel()->FindFileNode(QDir::cleanPath(path));
+        ASSERT_NE(node, nullptr) << qPrintable(path);
+        EXPECT_EQ(node->State, nsLoaded) << qPrintable(node->Error);
+    }
+    // The same file by another relative path is the same file.
+    {
+        TWorkingFolder work(m_dir.filePath(QStringLiteral("data")));
+        form.OpenFiles(QStringLiteral("sample1.pst"));
+    }
+    EXPECT_EQ(form.TreeModel()->FileNodes().size(), 2u);
+    form.SaveSettings();
+    const QStringList saved = SavedFiles(*m_settings);
+    EXPECT_EQ(saved.size(), 2);
+    for (const QString& path : saved)
+        EXPECT_TRUE(QFileInfo(path).isAbsolute() && QFileInfo::exists(path) && !path.contains(QLatin1String(".."))) << qPrintable(path);
+    EXPECT_TRUE(saved.contains(QDir::cleanPath(file)));
+    EXPECT_TRUE(saved.contains(QDir::cleanPath(other)));
+}
+
+TEST_F(MainFormTest, CommandLineFilesAreOpenedNotStoredAndTheStoredListStays)
+{
+    const QString remembered = TestData(QStringLiteral("pst/sample2.pst"));
+    m_settings->WriteString(QStringLiteral("Desktop\\PST"), QStringLiteral("files"), remembered);
+    const QString one = Copy(QStringLiteral("pst/sample1.pst"), QStringLiteral("cmd"));
+    const QString two = Copy(QStringLiteral("pst/test_ansi.pst"), QStringLiteral("cmd"));
+    {
+        // Bare file arguments, one of them relative to the working folder.
+        TWorkingFolder work(m_dir.filePath(QStringLiteral("cmd")));
+        Form(one + QStringLiteral("\nsample1.pst\ntest_ansi.pst"));
+    }
+    auto& form = *m_form;
+    form.LoadSettings();
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    EXPECT_NE(form.TreeModel()->FindFileNode(one), nullptr);
+    EXPECT_NE(form.TreeModel()->FindFileNode(two), nullptr);
+    EXPECT_EQ(form.TreeModel()->FileNodes().size(), 2u);
+
+    // Another file opened in the window is remembered beside the old list.
+    const QString opened = TestData(QStringLiteral("pst/submessage.pst"));
+    form.OpenChosenFile(opened);
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    form.SaveSettings();
+    EXPECT_EQ(SavedFiles(*m_settings), (QStringList{remembered, opened}));
 }
