@@ -11,6 +11,7 @@
 #include "pst/PSTReport.h"
 
 #include <QJsonArray>
+#include <QLoggingCategory>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QStringList>
@@ -138,6 +139,9 @@ int PrintJson(const QStringList& files, const tessaly::pst::TReportOptions& opti
 
 int main(int argc, char** argv)
 {
+    // Its report says why a file cannot be read; the reader's log line
+    // would say it twice (QT_LOGGING_RULES brings it back).
+    QLoggingCategory::setFilterRules(QStringLiteral("tessaly.pst.open.warning=false"));
     bool json = false, html = false, remotePictures = false;
     tessaly::pst::TReportOptions options;
     QStringList files;
