@@ -9,9 +9,12 @@
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QHeaderView>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QProgressBar>
 #include <QSpinBox>
 #include <QToolBar>
 #include <QTreeView>
@@ -55,15 +58,13 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     m_view->setContextMenuPolicy(Qt::CustomContextMenu);
     m_view->header()->setContextMenuPolicy(Qt::CustomContextMenu);
     m_view->header()->setSortIndicatorShown(true);
+    m_view->header()->setResizeContentsPrecision(0); // fitting reads the rows in view only
     m_view->header()->setSortIndicator(-1, Qt::AscendingOrder);
     layout->addWidget(m_view);
-    // While a sort runs, the list shows it is busy.
-    m_model->OnSortingChanged = [this](bool sorting) {
-        if (sorting)
-            m_view->viewport()->setCursor(Qt::BusyCursor);
-        else
-            m_view->viewport()->unsetCursor();
-    };
+    // While a sort or a filter runs, the list shows it is busy.
+    m_model->OnBusyChanged = [this] { ShowBusy(); };
+    connect(m_model, &QAbstractItemModel::layoutChanged, this, &TMailBrowseFrame::RowsShownChanged);
+    connect(m_model, &QAbstractItemModel::modelReset, this, &TMailBrowseFrame::RowsShownChanged);
 
     m_toolbar = new QToolBar;
     m_toolbar->setIconSize(QSize(16, 16));
@@ -84,13 +85,34 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
         action->setVisible(false);
         m_hidden << action;
     }
-    m_toolbar->addSeparator();
+    // The search box follows the commands outside their toolbar: in a
+    // narrow window the commands go into the toolbar's overflow menu, the
+    // search box stays.
     m_search = new QLineEdit;
     m_search->setPlaceholderText(QStringLiteral("Search..."));
     m_search->setClearButtonEnabled(true);
+    m_search->setMinimumWidth(QFontMetrics(m_search->font()).horizontalAdvance(QLatin1Char('x')) * 12);
     m_search->setMaximumWidth(260);
-    m_toolbar->addWidget(m_search);
-    layout->addWidget(m_toolbar);
+    // The busy mark: a label and a bar that only moves (no end is known).
+    m_busyMark = new QWidget;
+    auto* busyLayout = new QHBoxLayout(m_busyMark);
+    busyLayout->setContentsMargins(6, 0, 6, 0);
+    m_busyLabel = new QLabel;
+    auto* busyBar = new QProgressBar;
+    busyBar->setRange(0, 0);
+    busyBar->setTextVisible(false);
+    busyBar->setMaximumSize(80, 12);
+    busyLayout->addWidget(m_busyLabel);
+    busyLayout->addWidget(busyBar);
+    m_busyMark->hide();
+    auto* bottom = new QHBoxLayout;
+    bottom->setContentsMargins(0, 0, 4, 0);
+    bottom->setSpacing(4);
+    bottom->addWidget(m_toolbar, 0);
+    bottom->addWidget(m_search, 1);
+    bottom->addWidget(m_busyMark, 0);
+    bottom->addStretch(1);
+    layout->addLayout(bottom);
 
     m_popup = new QMenu(this);
     m_aPopupCheck = m_popup->addAction(QStringLiteral("Check"), this, [this] {
@@ -141,7 +163,7 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
         m_searchTimer->stop();
         m_searchTimer->start();
     });
-    connect(m_searchTimer, &QTimer::timeout, this, &TMailBrowseFrame::Refilter);
+    connect(m_searchTimer, &QTimer::timeout, this, [this] { m_model->FilterRows(m_search->text().trimmed()); });
 
     TMessageBus::Instance().Subscribe(this, core::Topic::GuiFontSize,
         TMessageBus::THandler([this](const QVariant& data) { SetFontSize(data.toInt()); }));
@@ -156,6 +178,7 @@ void TMailBrowseFrame::ShowStore(const QString& folderPath, TListKind kind)
 {
     m_tmFocus->stop();
     m_folderPath = folderPath;
+    m_previewRow = -1;
     if (m_model->columnCount() > 0)
         m_layouts.insert(m_model->Kind(), m_view->header()->saveState());
     m_view->setUpdatesEnabled(false);
@@ -193,6 +216,51 @@ void TMailBrowseFrame::ApplyLayout()
     if (m_model->Kind() == lkMail)
         header->setSectionHidden(4, true); // Sent: offered in the header menu
     header->setSortIndicator(-1, Qt::AscendingOrder);
+    // With no layout of the user's, the columns fit the first rows shown.
+    m_fitColumns = true;
+    ScheduleFit();
+}
+
+void TMailBrowseFrame::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    ScheduleFit();
+}
+
+void TMailBrowseFrame::ScheduleFit()
+{
+    // After the pending layouts, so that the list has its width.
+    if (m_fitColumns)
+        QTimer::singleShot(0, this, [this] {
+            if (m_fitColumns && m_view->isVisible())
+                FitColumns();
+        });
+}
+
+int TMailBrowseFrame::WideColumn(TListKind kind)
+{
+    return kind == lkMail ? 2 : 0; // the subject; the name of a contact or a meeting
+}
+
+void TMailBrowseFrame::FitColumns()
+{
+    m_fitColumns = false;
+    QHeaderView* header = m_view->header();
+    const int count = m_model->columnCount();
+    const int wide = WideColumn(m_model->Kind());
+    const QFontMetrics metrics(m_view->font());
+    const int most = metrics.horizontalAdvance(QLatin1Char('x')) * 36;
+    int used = 0;
+    for (int i = 0; i < count; ++i) {
+        if (i == wide || header->isSectionHidden(i))
+            continue;
+        // The caption and the rows in view, within reason.
+        const int width = std::min(std::max(header->sectionSizeHint(i), static_cast<QAbstractItemView*>(m_view)->sizeHintForColumn(i)), most);
+        header->resizeSection(i, width);
+        used += width;
+    }
+    const int least = metrics.horizontalAdvance(QLatin1Char('x')) * 24;
+    header->resizeSection(wide, std::max(m_view->viewport()->width() - used, least));
 }
 
 QString TMailBrowseFrame::LayoutKey() const
@@ -252,23 +320,56 @@ void TMailBrowseFrame::SetFilter(const tasks::TMailFilter& filter)
 
 void TMailBrowseFrame::Refilter()
 {
-    const QString text = m_search->text().trimmed();
-    const mail::TMailDataStore* store = Store();
-    const bool filtering = m_filter.Enabled;
-    const auto accepted = [&](int storeRow) {
-        if (!filtering || !store)
-            return true;
-        return m_filter.AcceptRecord(mail::TMailMsgInfo(store->Message(storeRow)));
-    };
-    if (text.isEmpty() && !filtering) {
-        m_model->ApplyFilter(nullptr);
-        return;
+    // The export filter's answers are asked again: records may have changed.
+    if (m_filter.Enabled) {
+        m_model->SetAccept([this](int storeRow) {
+            const mail::TMailDataStore* store = Store();
+            return !store || m_filter.AcceptRecord(mail::TMailMsgInfo(store->Message(storeRow)));
+        });
+    } else {
+        m_model->SetAccept(nullptr);
     }
-    m_model->ApplyFilter([&](int storeRow) {
-        if (!text.isEmpty() && !m_model->RowMatches(storeRow, text))
-            return false;
-        return accepted(storeRow);
-    });
+    m_model->FilterRows(m_search->text().trimmed());
+}
+
+QString TMailBrowseFrame::CountText() const
+{
+    if (!m_model->Filtered())
+        return {};
+    return QStringLiteral("%1 of %2").arg(m_model->rowCount()).arg(m_model->StoreRowCount());
+}
+
+QString TMailBrowseFrame::BusyText() const
+{
+    if (m_model->Sorting())
+        return QStringLiteral("Sorting…");
+    if (m_model->Filtering())
+        return QStringLiteral("Filtering…");
+    return {};
+}
+
+void TMailBrowseFrame::ShowBusy()
+{
+    const QString text = BusyText();
+    if (text.isEmpty())
+        m_view->viewport()->unsetCursor();
+    else
+        m_view->viewport()->setCursor(Qt::BusyCursor);
+    m_busyLabel->setText(text);
+    m_busyMark->setVisible(!text.isEmpty());
+}
+
+void TMailBrowseFrame::RowsShownChanged()
+{
+    // The preview does not keep a message the list no longer shows.
+    if (m_previewRow >= 0 && m_model->ViewRow(m_previewRow) < 0) {
+        m_previewRow = -1;
+        m_tmFocus->stop();
+        if (OnFocusMessage)
+            OnFocusMessage(nullptr);
+    }
+    if (OnRowsShown)
+        OnRowsShown();
 }
 
 void TMailBrowseFrame::DisableCheckBoxes(bool disable)
@@ -386,6 +487,7 @@ void TMailBrowseFrame::FocusTimerFired()
     std::shared_ptr<mail::IMailMessage> message;
     if (storeRow >= 0 && Store())
         message = Store()->Message(storeRow);
+    m_previewRow = message ? storeRow : -1;
     if (const auto prepare = std::dynamic_pointer_cast<mail::IMailPreparePreview>(message))
         prepare->ResolveRecipients();
     if (OnFocusMessage)

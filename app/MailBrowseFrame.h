@@ -16,6 +16,7 @@
 
 class QAction;
 class QCheckBox;
+class QLabel;
 class QLineEdit;
 class QMenu;
 class QSpinBox;
@@ -42,8 +43,17 @@ public:
 
     const QString& CurrentFolder() const { return m_folderPath; }
     TListData GetListData() const;
-    // Applies the search text and the export filter again.
+    // Applies the search text and the export filter again (in the
+    // background for a large folder, see TMailListModel).
     void Refilter();
+    // "N of M" (rows shown, rows of the folder) while a search text or the
+    // export filter narrows the list; empty otherwise.
+    QString CountText() const;
+    // "Sorting…" or "Filtering…" while the list works; empty otherwise.
+    QString BusyText() const;
+    QWidget* BusyMark() const { return m_busyMark; }
+    // Told when the shown rows change (a folder, a sort, a filter).
+    std::function<void()> OnRowsShown;
     // Reloads the rows from the store.
     void PopulateList();
     // The column layout, kept per kind of list.
@@ -92,8 +102,14 @@ public:
     QList<QAction*> HiddenActions() const { return m_hidden; }
     // Font size of the list ("gui.font.size").
     void SetFontSize(int pointSize);
+    // Sizes the columns to their captions and the rows in view; the column
+    // of WideColumn takes the rest of the width. Done by itself the first
+    // time a kind of list is shown without a layout of the user's.
+    void FitColumns();
+    static int WideColumn(TListKind kind);
 
 protected:
+    void showEvent(QShowEvent* event) override;
     // Loads the rows of a store of the given kind, inside one update.
     void ShowStore(const QString& folderPath, TListKind kind);
     void MarkChecked(int storeRow, bool checked); // without announcing
@@ -103,6 +119,9 @@ private:
     void Announce(int storeRow);
     void FocusChanged();
     void FocusTimerFired();
+    void ShowBusy();
+    void ScheduleFit();
+    void RowsShownChanged();
     void BuildHeaderMenu();
     void ApplyLayout();
     QString LayoutKey() const;
@@ -122,12 +141,16 @@ private:
     QAction* m_aCheckRange;
     QAction* m_aPopupCheck;
     QAction* m_aCheckToHere;
+    QWidget* m_busyMark;
+    QLabel* m_busyLabel;
     QList<QAction*> m_hidden;
     tasks::TMailFilter m_filter;
     int m_popupRow = -1; // view row under the pop-up menu
+    int m_previewRow = -1; // store row of the message handed to the preview
     int m_lastTo = 0;
     bool m_busy = false;
     bool m_silent = false;
+    bool m_fitColumns = false; // columns to fit once the list is shown
     QHash<int, QByteArray> m_layouts; // header state per kind
 };
 

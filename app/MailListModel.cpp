@@ -77,7 +77,17 @@ QIcon PaperClip()
 
 } // namespace
 
-TMailListModel::TMailListModel(QObject* parent) : QAbstractTableModel(parent) {}
+TMailListModel::TMailListModel(QObject* parent) : QAbstractTableModel(parent)
+{
+    // The next slice of reading waits behind the window's other timers and
+    // events (a zero-time timer, unlike a posted call, lets them in first).
+    for (auto [timer, step] : {std::pair{&m_sortTimer, &TMailListModel::SortStep}, {&m_filterTimer, &TMailListModel::FilterStep}}) {
+        *timer = new QTimer(this);
+        (*timer)->setSingleShot(true);
+        (*timer)->setInterval(0);
+        connect(*timer, &QTimer::timeout, this, step);
+    }
+}
 
 QStringList TMailListModel::ColumnCaptions(TListKind kind)
 {
@@ -108,8 +118,13 @@ std::vector<int> TMailListModel::SearchColumns(TListKind kind)
 
 void TMailListModel::SetStore(const mail::TMailDataStore* store, TListKind kind)
 {
-    ++m_sortGeneration; // a running sort is for the rows that go
-    SetSorting(false);
+    // A running sort or filter is for the rows that go.
+    const bool wasBusy = Busy();
+    ++m_generation;
+    m_sort.Running = false;
+    m_filter.Running = false;
+    m_sortTimer->stop();
+    m_filterTimer->stop();
     beginResetModel();
     m_store = store;
     m_kind = kind;
@@ -122,7 +137,11 @@ void TMailListModel::SetStore(const mail::TMailDataStore* store, TListKind kind)
     m_visible = m_all;
     m_viewOf = m_all;
     m_checked.assign(size_t(count), 0);
+    m_accepted.assign(size_t(count), -1);
+    m_filtered = false;
     endResetModel();
+    if (wasBusy && OnBusyChanged)
+        OnBusyChanged();
 }
 
 TMailListModel::TRow TMailListModel::ReadRow(int storeRow) const
@@ -264,14 +283,6 @@ void TMailListModel::ApplyFilter(const std::function<bool(int storeRow)>& visibl
     emit layoutChanged();
 }
 
-bool TMailListModel::RowMatches(int storeRow, const QString& text) const
-{
-    for (int column : SearchColumns(m_kind))
-        if (Text(storeRow, column).contains(text, Qt::CaseInsensitive))
-            return true;
-    return false;
-}
-
 namespace {
 
 // Texts compare without regard to case, other keys by their values.
@@ -287,7 +298,92 @@ int CompareKeys(const QVariant& a, const QVariant& b)
     return 0;
 }
 
+// Orders store rows by their keys (indexed by store row); rows with equal
+// keys keep their order. Touches nothing but its arguments, so it runs on
+// a worker.
+std::vector<int> OrderRows(std::vector<int> rows, const std::vector<QVariant>& keys, bool descending)
+{
+    std::stable_sort(rows.begin(), rows.end(), [&](int a, int b) {
+        const int c = CompareKeys(keys[size_t(a)], keys[size_t(b)]);
+        return descending ? c > 0 : c < 0;
+    });
+    return rows;
+}
+
+// Which rows to show, by store row: accepted, and with the text in one of
+// their search fields. Runs on a worker too.
+std::vector<char> MatchRows(const std::vector<char>& accepted, const std::vector<QStringList>& fields, const QString& text)
+{
+    std::vector<char> shown(accepted.size(), 0);
+    for (size_t row = 0; row < accepted.size(); ++row) {
+        if (!accepted[row])
+            continue;
+        bool match = text.isEmpty();
+        for (const QString& field : fields[row])
+            match = match || field.contains(text, Qt::CaseInsensitive);
+        shown[row] = match;
+    }
+    return shown;
+}
+
+// Lists up to this size that are read within the first slice are ordered
+// or matched at once: it takes a few milliseconds.
+constexpr size_t AtOnceRows = 5000;
+// The longest the window's thread reads rows before it answers its events.
+constexpr qint64 SliceMs = 10;
+
+template <typename T, typename Apply>
+void RunOnWorker(QObject* owner, std::function<T()> work, Apply apply)
+{
+    auto* watcher = new QFutureWatcher<T>(owner);
+    QObject::connect(watcher, &QFutureWatcher<T>::finished, owner, [watcher, apply] {
+        watcher->deleteLater();
+        apply(watcher->result());
+    });
+    watcher->setFuture(QtConcurrent::run(std::move(work)));
+}
+
 } // namespace
+
+void TMailListModel::Start(TJob& job)
+{
+    const bool wasBusy = Busy();
+    job = TJob{true, ++m_generation, 0, false};
+    if (!wasBusy && OnBusyChanged)
+        OnBusyChanged();
+}
+
+void TMailListModel::Finish(TJob& job)
+{
+    job.Running = false;
+    if (!Busy() && OnBusyChanged)
+        OnBusyChanged();
+}
+
+void TMailListModel::Stop(TJob& job)
+{
+    if (!job.Running)
+        return;
+    ++m_generation;
+    job.Generation = m_generation;
+    Finish(job);
+}
+
+bool TMailListModel::ReadSlice(TJob& job, const std::function<void(int storeRow)>& read)
+{
+    QElapsedTimer slice;
+    slice.start();
+    while (job.Next < m_all.size()) {
+        read(m_all[job.Next++]);
+        if (slice.elapsed() >= SliceMs)
+            break;
+    }
+    if (job.Next < m_all.size()) {
+        job.Deferred = true;
+        return false;
+    }
+    return true;
+}
 
 void TMailListModel::sort(int column, Qt::SortOrder order)
 {
@@ -295,64 +391,126 @@ void TMailListModel::sort(int column, Qt::SortOrder order)
         return;
     m_sortColumn = column;
     m_sortOrder = order;
-    m_sortNext = 0;
-    SetSorting(true);
-    ReadForSort(++m_sortGeneration);
+    m_sortTimer->stop();
+    Start(m_sort);
+    SortStep();
 }
 
-void TMailListModel::SetSorting(bool sorting)
+void TMailListModel::SortStep()
 {
-    if (m_sorting == sorting)
+    if (!m_sort.Running)
         return;
-    m_sorting = sorting;
-    if (OnSortingChanged)
-        OnSortingChanged(sorting);
-}
-
-void TMailListModel::ReadForSort(quint64 generation)
-{
-    if (generation != m_sortGeneration)
-        return; // superseded
-    // Rows are read here, on the window's thread, where every reader of
-    // the store runs; a slice at a time, so the window keeps answering.
-    QElapsedTimer slice;
-    slice.start();
-    while (m_sortNext < m_all.size() && slice.elapsed() < 20)
-        Row(m_all[m_sortNext++]);
-    if (m_sortNext < m_all.size()) {
-        QTimer::singleShot(0, this, [this, generation] { ReadForSort(generation); });
+    const quint64 generation = m_sort.Generation;
+    if (!ReadSlice(m_sort, [this](int storeRow) { Row(storeRow); })) {
+        m_sortTimer->start();
         return;
     }
     // The keys are copied for the worker, which touches nothing else.
     std::vector<QVariant> keys(m_rows.size());
     for (int storeRow : m_all)
-        keys[size_t(storeRow)] = m_rows[size_t(storeRow)]->Keys.value(m_sortColumn);
-    auto* watcher = new QFutureWatcher<std::vector<int>>(this);
-    connect(watcher, &QFutureWatcher<std::vector<int>>::finished, this, [this, watcher, generation] {
-        watcher->deleteLater();
-        if (generation != m_sortGeneration)
-            return;
-        m_all = watcher->result();
-        // The visible rows keep their filter and take the new order.
-        std::vector<char> shown(m_viewOf.size(), 0);
-        for (int storeRow : m_visible)
-            shown[size_t(storeRow)] = 1;
-        ApplyFilter([&shown](int storeRow) { return shown[size_t(storeRow)] != 0; });
-        SetSorting(false);
-    });
-    watcher->setFuture(QtConcurrent::run(
-        [keys = std::move(keys), rows = m_all, descending = m_sortOrder == Qt::DescendingOrder]() mutable {
-            std::stable_sort(rows.begin(), rows.end(), [&](int a, int b) {
-                const int c = CompareKeys(keys[size_t(a)], keys[size_t(b)]);
-                return descending ? c > 0 : c < 0;
-            });
-            return rows;
-        }));
+        keys[size_t(storeRow)] = Row(storeRow).Keys.value(m_sortColumn);
+    const bool descending = m_sortOrder == Qt::DescendingOrder;
+    if (!m_sort.Deferred && m_all.size() <= AtOnceRows) {
+        ApplyOrder(OrderRows(m_all, keys, descending));
+        Finish(m_sort);
+        return;
+    }
+    RunOnWorker<std::vector<int>>(
+        this, [keys = std::move(keys), rows = m_all, descending] { return OrderRows(rows, keys, descending); },
+        [this, generation](std::vector<int> order) {
+            if (!m_sort.Running || generation != m_sort.Generation)
+                return;
+            ApplyOrder(std::move(order));
+            Finish(m_sort);
+        });
 }
 
-void TMailListModel::WaitSorted()
+void TMailListModel::ApplyOrder(std::vector<int> order)
 {
-    while (m_sorting)
+    m_all = std::move(order);
+    // The shown rows stay shown and take the new order.
+    std::vector<char> shown(m_viewOf.size(), 0);
+    for (int storeRow : m_visible)
+        shown[size_t(storeRow)] = 1;
+    ApplyShown(shown);
+}
+
+void TMailListModel::ApplyShown(const std::vector<char>& shown)
+{
+    ApplyFilter([&shown](int storeRow) { return shown[size_t(storeRow)] != 0; });
+}
+
+void TMailListModel::SetAccept(std::function<bool(int storeRow)> accept)
+{
+    m_accept = std::move(accept);
+    std::fill(m_accepted.begin(), m_accepted.end(), -1);
+}
+
+void TMailListModel::FilterRows(const QString& text)
+{
+    m_filterText = text;
+    m_filterTimer->stop();
+    if (text.isEmpty() && !m_accept) {
+        Stop(m_filter);
+        m_filtered = false;
+        ApplyFilter(nullptr);
+        return;
+    }
+    Start(m_filter);
+    FilterStep();
+}
+
+void TMailListModel::FilterStep()
+{
+    if (!m_filter.Running)
+        return;
+    const quint64 generation = m_filter.Generation;
+    const bool needTexts = !m_filterText.isEmpty();
+    const auto read = [this, needTexts](int storeRow) {
+        auto& accepted = m_accepted[size_t(storeRow)];
+        if (accepted < 0)
+            accepted = !m_accept || m_accept(storeRow) ? 1 : 0;
+        if (needTexts && accepted)
+            Row(storeRow);
+    };
+    if (!ReadSlice(m_filter, read)) {
+        m_filterTimer->start();
+        return;
+    }
+    // The search fields of the accepted rows are copied for the worker.
+    const std::vector<int> columns = SearchColumns(m_kind);
+    std::vector<char> accepted(m_rows.size(), 0);
+    std::vector<QStringList> fields(m_rows.size());
+    for (int storeRow : m_all) {
+        read(storeRow); // done already, unless a sort reordered m_all meanwhile
+        accepted[size_t(storeRow)] = m_accepted[size_t(storeRow)] > 0;
+        if (needTexts && accepted[size_t(storeRow)])
+            for (int column : columns)
+                fields[size_t(storeRow)] << Row(storeRow).Texts.value(column);
+    }
+    if (!m_filter.Deferred && m_all.size() <= AtOnceRows) {
+        m_filtered = true;
+        ApplyShown(MatchRows(accepted, fields, m_filterText));
+        Finish(m_filter);
+        return;
+    }
+    RunOnWorker<std::vector<char>>(
+        this,
+        [accepted = std::move(accepted), fields = std::move(fields), text = m_filterText] {
+            return MatchRows(accepted, fields, text);
+        },
+        [this, generation](const std::vector<char>& shown) {
+            if (!m_filter.Running || generation != m_filter.Generation)
+                return;
+            m_filtered = true;
+            ApplyShown(shown);
+            Finish(m_filter);
+        });
+}
+
+void TMailListModel::WaitIdle()
+{
+    while (Busy())
         QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 10);
 }
 

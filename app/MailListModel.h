@@ -7,6 +7,7 @@
 #include "mail/MailDataStore.h"
 
 #include <QAbstractTableModel>
+#include <QTimer>
 #include <QDateTime>
 #include <functional>
 #include <optional>
@@ -45,9 +46,18 @@ public:
     void SetCheckable(bool checkable);
     std::function<void(int storeRow)> OnCheckChanged;
 
-    // Shows the rows the predicate accepts, keeping the order.
+    // Shows the rows the predicate accepts, keeping the order, at once.
     void ApplyFilter(const std::function<bool(int storeRow)>& visible);
-    bool RowMatches(int storeRow, const QString& text) const;
+
+    // The test of the export filter for a row, asked on the window's thread
+    // (it reads the message); its answers are kept until it is set again.
+    // Null lets every row pass.
+    void SetAccept(std::function<bool(int storeRow)> accept);
+    // Shows the rows whose search columns hold the text (any row when it is
+    // empty) and that the test accepts. Runs like a sort (below).
+    void FilterRows(const QString& text);
+    // Whether the rows shown are narrowed by a text or a test.
+    bool Filtered() const { return m_filtered; }
 
     // The text of a row's field; reads the row when not yet read.
     QString Text(int storeRow, int column) const;
@@ -60,15 +70,20 @@ public:
     bool setData(const QModelIndex& index, const QVariant& value, int role) override;
     QVariant headerData(int section, Qt::Orientation orientation, int role) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
-    // Sorting reads the rows not read yet in short slices between the
-    // window's events, then orders them on a worker thread; the rows take
-    // the new order when it ends. A new sort or store supersedes a running
-    // one.
+    // Sorting and filtering read the rows they need on the window's thread,
+    // in short slices between its events (the store is not safe for other
+    // threads), then order or match copies of the rows' fields on a worker;
+    // the result applies on the window's thread. Small lists read in the
+    // first slice are done at once. A newer sort supersedes a running sort,
+    // a newer filter a running filter, and a new store both.
     void sort(int column, Qt::SortOrder order) override;
-    bool Sorting() const { return m_sorting; }
-    // Runs the event loop until a running sort has ended.
-    void WaitSorted();
-    std::function<void(bool sorting)> OnSortingChanged;
+    bool Sorting() const { return m_sort.Running; }
+    bool Filtering() const { return m_filter.Running; }
+    bool Busy() const { return Sorting() || Filtering(); }
+    // Runs the event loop until no sort or filter runs.
+    void WaitIdle();
+    // Told when a sort or a filter starts or ends.
+    std::function<void()> OnBusyChanged;
 
 private:
     struct TRow {
@@ -76,10 +91,26 @@ private:
         QList<QVariant> Keys; // sort keys: texts, dates, sizes
         bool Attach = false;
     };
+    // A background sort or filter: the request it runs for and how far
+    // its reading has come.
+    struct TJob {
+        bool Running = false;
+        quint64 Generation = 0;
+        size_t Next = 0;   // position in m_all of the next row to read
+        bool Deferred = false; // reading went on past the first slice
+    };
     const TRow& Row(int storeRow) const;
     TRow ReadRow(int storeRow) const;
-    void ReadForSort(quint64 generation);
-    void SetSorting(bool sorting);
+    // Reads rows of m_all from job.Next for a slice of time; false when
+    // rows are left for the next slice.
+    bool ReadSlice(TJob& job, const std::function<void(int storeRow)>& read);
+    void SortStep();
+    void FilterStep();
+    void ApplyOrder(std::vector<int> order);
+    void ApplyShown(const std::vector<char>& shown);
+    void Start(TJob& job);
+    void Finish(TJob& job);
+    void Stop(TJob& job);
 
     const mail::TMailDataStore* m_store = nullptr;
     TListKind m_kind = lkMail;
@@ -91,12 +122,17 @@ private:
     std::vector<int> m_viewOf;  // store row -> view row, -1 when hidden
     std::vector<char> m_checked;
     bool m_checkable = true;
-    // The running sort.
-    bool m_sorting = false;
-    quint64 m_sortGeneration = 0;
+    quint64 m_generation = 0;
+    TJob m_sort;
     int m_sortColumn = 0;
     Qt::SortOrder m_sortOrder = Qt::AscendingOrder;
-    size_t m_sortNext = 0;
+    TJob m_filter;
+    QTimer* m_sortTimer;
+    QTimer* m_filterTimer;
+    QString m_filterText;
+    std::function<bool(int storeRow)> m_accept;
+    std::vector<signed char> m_accepted; // per store row; -1 not asked yet
+    bool m_filtered = false;
 };
 
 } // namespace tessaly::app

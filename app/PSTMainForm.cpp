@@ -2,6 +2,7 @@
 
 #include "app/MailBrowseFrame.h"
 #include "app/MailInfoFrame.h"
+#include "app/WindowGeometry.h"
 #include "app/ExportDialog.h"
 #include "app/PSTSearchDialog.h"
 #include "app/ProjectData.h"
@@ -52,7 +53,7 @@ TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
     : QMainWindow(parent), m_settings(settings)
 {
     setWindowTitle(QStringLiteral("Tessaly"));
-    resize(1200, 760);
+    PlaceFirstWindow(*this);
 
     m_tabs = new QTabWidget;
     m_tabs->tabBar()->hide();
@@ -110,8 +111,8 @@ TMailMainForm::~TMailMainForm()
 void TMailMainForm::LoadSettings()
 {
     const QByteArray geometry = QByteArray::fromBase64(m_settings.ReadString(DesktopSection, QStringLiteral("geometry")).toLatin1());
-    if (!geometry.isEmpty())
-        restoreGeometry(geometry);
+    if (!geometry.isEmpty() && restoreGeometry(geometry))
+        KeepOnScreen(*this);
     const QByteArray main = QByteArray::fromBase64(m_settings.ReadString(DesktopSection, QStringLiteral("splitter")).toLatin1());
     if (main.isEmpty())
         m_mainSplitter->setSizes({260, 940});
@@ -240,6 +241,8 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
 
 void TPSTMainForm::FormCreate()
 {
+    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse})
+        frame->OnRowsShown = [this] { UpdateStatus(); };
     // The selection of the tree drives the list.
     connect(m_tree->selectionModel(), &QItemSelectionModel::currentChanged, this, [this](const QModelIndex& index) {
         if (m_focusAttached)
@@ -273,6 +276,8 @@ TPSTMainForm::~TPSTMainForm()
     }
     m_mailBrowse->Navigate({}, nullptr);
     m_contactBrowse->Navigate({}, nullptr);
+    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse})
+        frame->OnRowsShown = nullptr; // the window's part is gone before its children
     m_info->ClearView();
     m_queue.clear();
 }
@@ -617,8 +622,11 @@ void TPSTMainForm::UpdateStatus()
     }
     m_statusFiles->setText(QStringLiteral("%1 file(s), %2 folder(s)").arg(files).arg(folders));
     const TPSTNode* focused = TPSTTreeModel::NodeOf(m_tree->currentIndex());
+    // While a search text or the export filter narrows the list: "N of M".
+    const QString shown = (m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse)->CountText();
     if (focused && (focused->Folder || focused->File))
-        m_statusFolder->setText(QStringLiteral("%1: %2 item(s)").arg(CurrentFolderPath()).arg(focused->ItemCount));
+        m_statusFolder->setText(QStringLiteral("%1: %2").arg(CurrentFolderPath(),
+            shown.isEmpty() ? QStringLiteral("%1 item(s)").arg(focused->ItemCount) : shown));
     else if (focused && focused->State == nsOpenFailed)
         m_statusFolder->setText(QStringLiteral("%1: %2").arg(focused->Name, focused->Error));
     else if (m_model->FileNodes().empty())

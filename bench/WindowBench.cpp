@@ -209,7 +209,7 @@ int main(int argc, char** argv)
     sortTick.start();
     sortProbe.start();
     frame.Model()->sort(2, Qt::DescendingOrder);
-    frame.Model()->WaitSorted();
+    frame.Model()->WaitIdle();
     QCoreApplication::processEvents();
     sortProbe.stop();
     sortStall = std::max(sortStall, sortTick.elapsed());

@@ -249,10 +249,10 @@ TEST(MessageList, SortingLetsTheWindowRunAndEndsInOrder)
     frame.Show(&store);
     TMailListModel* model = frame.Model();
     std::vector<bool> busy;
-    const auto keep = model->OnSortingChanged;
-    model->OnSortingChanged = [&](bool sorting) {
-        busy.push_back(sorting);
-        keep(sorting);
+    const auto keep = model->OnBusyChanged;
+    model->OnBusyChanged = [&] {
+        busy.push_back(model->Sorting());
+        keep();
     };
     int ticks = 0;
     QTimer tick;
@@ -264,7 +264,7 @@ TEST(MessageList, SortingLetsTheWindowRunAndEndsInOrder)
     ASSERT_TRUE(model->Sorting());
     EXPECT_EQ(frame.View()->viewport()->cursor().shape(), Qt::BusyCursor);
     model->sort(2, Qt::DescendingOrder);
-    model->WaitSorted();
+    model->WaitIdle();
     tick.stop();
 
     EXPECT_FALSE(model->Sorting());
