@@ -197,8 +197,10 @@ void TMailBrowseFrame::ApplyLayout()
 {
     QHeaderView* header = m_view->header();
     const auto saved = m_layouts.constFind(m_model->Kind());
-    if (saved != m_layouts.cend() && header->restoreState(*saved))
+    if (saved != m_layouts.cend() && header->restoreState(*saved)) {
+        m_fitColumns = false; // the user's layout
         return;
+    }
     // Defaults: the attachment mark narrow, texts wide, dates and sizes fit.
     const QFontMetrics metrics(m_view->font());
     const int count = m_model->columnCount();
@@ -248,19 +250,40 @@ void TMailBrowseFrame::FitColumns()
     QHeaderView* header = m_view->header();
     const int count = m_model->columnCount();
     const int wide = WideColumn(m_model->Kind());
-    const QFontMetrics metrics(m_view->font());
-    const int most = metrics.horizontalAdvance(QLatin1Char('x')) * 36;
+    const int x = QFontMetrics(m_view->font()).horizontalAdvance(QLatin1Char('x'));
+    const int available = m_view->viewport()->width();
+    // The caption and the rows in view, within reason.
+    std::vector<int> widths(size_t(count), 0);
     int used = 0;
     for (int i = 0; i < count; ++i) {
         if (i == wide || header->isSectionHidden(i))
             continue;
-        // The caption and the rows in view, within reason.
-        const int width = std::min(std::max(header->sectionSizeHint(i), static_cast<QAbstractItemView*>(m_view)->sizeHintForColumn(i)), most);
-        header->resizeSection(i, width);
-        used += width;
+        const int content = static_cast<QAbstractItemView*>(m_view)->sizeHintForColumn(i);
+        widths[size_t(i)] = std::min(std::max(header->sectionSizeHint(i), content), x * 32);
+        used += widths[size_t(i)];
     }
-    const int least = metrics.horizontalAdvance(QLatin1Char('x')) * 24;
-    header->resizeSection(wide, std::max(m_view->viewport()->width() - used, least));
+    // The wide column keeps a third of the list at least: the longer texts
+    // give way first, down to 18 characters (a date stays whole).
+    const int least = std::max(x * 24, available / 3);
+    const int floor = x * 18;
+    int excess = used + least - available;
+    int give = 0;
+    for (int width : widths)
+        give += std::max(0, width - floor);
+    if (excess > 0 && give > 0) {
+        excess = std::min(excess, give);
+        for (int& width : widths)
+            if (width > floor)
+                width -= int(qint64(excess) * (width - floor) / give);
+    }
+    used = 0;
+    for (int i = 0; i < count; ++i) {
+        if (widths[size_t(i)] > 0) {
+            header->resizeSection(i, widths[size_t(i)]);
+            used += widths[size_t(i)];
+        }
+    }
+    header->resizeSection(wide, std::max(available - used, least));
 }
 
 QString TMailBrowseFrame::LayoutKey() const
