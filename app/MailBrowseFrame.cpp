@@ -133,6 +133,24 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     space->setShortcutContext(Qt::WidgetShortcut);
     connect(space, &QAction::triggered, m_aPopupCheck, &QAction::trigger);
     m_view->addAction(space);
+    // Enter or a double-click opens the focused message in a window of its own.
+    m_aOpenMessage = m_popup->addAction(QStringLiteral("Open in new window"), this, [this] {
+        if (const auto message = CurrentMessage(); message && OnOpenMessage)
+            OnOpenMessage(message);
+    });
+    m_aOpenMessage->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+    auto* enter = new QAction(m_view);
+    enter->setShortcuts({QKeySequence(Qt::Key_Return), QKeySequence(Qt::Key_Enter)});
+    enter->setShortcutContext(Qt::WidgetShortcut);
+    connect(enter, &QAction::triggered, m_aOpenMessage, &QAction::trigger);
+    m_view->addAction(enter);
+    connect(m_view, &QAbstractItemView::doubleClicked, this, [this](const QModelIndex& index) {
+        // A double-click on the check box ticks, it does not open.
+        if (index.isValid() && index.column() != 0)
+            m_aOpenMessage->trigger();
+    });
+    for (QAction* action : m_popup->actions())
+        action->setShortcutVisibleInContextMenu(true);
     connect(m_view, &QWidget::customContextMenuRequested, this, [this](const QPoint& pos) {
         const QModelIndex index = m_view->indexAt(pos);
         m_popupRow = index.isValid() ? index.row() : -1;
@@ -502,15 +520,18 @@ void TMailBrowseFrame::FocusChanged()
     m_tmFocus->start();
 }
 
+std::shared_ptr<mail::IMailMessage> TMailBrowseFrame::CurrentMessage() const
+{
+    const QModelIndex current = m_view->currentIndex();
+    const int storeRow = current.isValid() ? m_model->StoreRow(current.row()) : -1;
+    return storeRow >= 0 && Store() ? Store()->Message(storeRow) : nullptr;
+}
+
 void TMailBrowseFrame::FocusTimerFired()
 {
     m_tmFocus->stop();
-    const QModelIndex current = m_view->currentIndex();
-    const int storeRow = current.isValid() ? m_model->StoreRow(current.row()) : -1;
-    std::shared_ptr<mail::IMailMessage> message;
-    if (storeRow >= 0 && Store())
-        message = Store()->Message(storeRow);
-    m_previewRow = message ? storeRow : -1;
+    const auto message = CurrentMessage();
+    m_previewRow = message ? m_model->StoreRow(m_view->currentIndex().row()) : -1;
     if (const auto prepare = std::dynamic_pointer_cast<mail::IMailPreparePreview>(message))
         prepare->ResolveRecipients();
     if (OnFocusMessage)

@@ -70,6 +70,11 @@ public:
 
     // Gets the focused message after the focus timer, or null.
     std::function<void(std::shared_ptr<mail::IMailMessage>)> OnFocusMessage;
+    // Gets the focused message to show in a window of its own (Enter, a
+    // double-click, "Open in new window").
+    std::function<void(std::shared_ptr<mail::IMailMessage>)> OnOpenMessage;
+    // The message of the focused row, or null.
+    std::shared_ptr<mail::IMailMessage> CurrentMessage() const;
 
     // Check commands; rows are numbered from 1 in list order (visible rows).
     void CheckSelected(bool checked);
@@ -99,6 +104,8 @@ public:
     QAction* UncheckAllAction() const { return m_aUncheckAll; }
     QAction* CheckRangeAction() const { return m_aCheckRange; }
     QAction* CheckToHereAction() const { return m_aCheckToHere; }
+    QAction* OpenMessageAction() const { return m_aOpenMessage; }
+
     QList<QAction*> HiddenActions() const { return m_hidden; }
     // Font size of the list ("gui.font.size").
     void SetFontSize(int pointSize);
@@ -141,6 +148,7 @@ private:
     QAction* m_aCheckRange;
     QAction* m_aPopupCheck;
     QAction* m_aCheckToHere;
+    QAction* m_aOpenMessage;
     QWidget* m_busyMark;
     QLabel* m_busyLabel;
     QList<QAction*> m_hidden;

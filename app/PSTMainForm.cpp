@@ -23,6 +23,11 @@
 #include <QFileInfo>
 #include <QHeaderView>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTextBrowser>
+#include <QWebEngineView>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
@@ -71,12 +76,36 @@ TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
     m_mainSplitter = new QSplitter(Qt::Horizontal);
     setCentralWidget(m_mainSplitter);
 
-    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse})
+    for (TPSTBrowseFrame* frame : {m_mailBrowse, m_contactBrowse}) {
         frame->OnFocusMessage = [this](std::shared_ptr<mail::IMailMessage> message) { m_info->Navigate(std::move(message)); };
+        frame->OnOpenMessage = [this](std::shared_ptr<mail::IMailMessage> message) { OpenMessageWindow(std::move(message)); };
+    }
 
     m_fileMenu = menuBar()->addMenu(QStringLiteral("&File"));
+    // The keyboard's commands, each with its key shown.
+    m_viewMenu = menuBar()->addMenu(QStringLiteral("&View"));
+    m_viewMenu->addAction(m_info->FindAction());
+    m_miSearch = m_viewMenu->addAction(QStringLiteral("Search the list"), this, [this] {
+        auto* frame = m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse;
+        frame->SearchBox()->setFocus(Qt::ShortcutFocusReason);
+        frame->SearchBox()->selectAll();
+    });
+    m_miSearch->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_K));
+    QAction* open = m_viewMenu->addAction(QStringLiteral("Open message in new window"), this, [this] {
+        (m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse)->OpenMessageAction()->trigger();
+    });
+    // Shown here; the list itself takes the key (Enter belongs to the
+    // focused control everywhere else).
+    open->setShortcuts({QKeySequence(Qt::Key_Return)});
+    open->setShortcutContext(Qt::WidgetShortcut);
+    m_viewMenu->addSeparator();
+    m_miNextPane = m_viewMenu->addAction(QStringLiteral("Next pane"), this, [this] { FocusPane(1); });
+    m_miNextPane->setShortcut(QKeySequence(Qt::Key_F6));
+    m_miPreviousPane = m_viewMenu->addAction(QStringLiteral("Previous pane"), this, [this] { FocusPane(-1); });
+    m_miPreviousPane->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F6));
     m_helpMenu = menuBar()->addMenu(QStringLiteral("&Help"));
-    m_helpMenu->addAction(QStringLiteral("&About Tessaly..."), this, &TMailMainForm::ShowAbout);
+    QAction* about = m_helpMenu->addAction(QStringLiteral("&About Tessaly..."), this, &TMailMainForm::ShowAbout);
+    about->setShortcut(QKeySequence::HelpContents);
 
     m_statusFiles = new QLabel;
     m_statusFolder = new QLabel;
@@ -135,6 +164,47 @@ void TMailMainForm::SaveSettings()
     m_mailBrowse->Save(m_settings);
     m_contactBrowse->Save(m_settings);
     m_settings.Sync();
+}
+
+QList<QWidget*> TMailMainForm::Panes() const
+{
+    return {(m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse)->View(), m_info->FocusTarget()};
+}
+
+int TMailMainForm::FocusedPane() const
+{
+    const QList<QWidget*> panes = Panes();
+    for (QWidget* focus = QApplication::focusWidget(); focus; focus = focus->parentWidget()) {
+        for (qsizetype i = 0; i < panes.size(); ++i)
+            if (focus == panes[i] || focus == panes[i]->focusProxy())
+                return int(i);
+        // The search box and the buttons above a list belong to its pane,
+        // the find bar to the preview.
+        if (focus == m_mailBrowse || focus == m_contactBrowse)
+            return int(panes.indexOf(static_cast<TPSTBrowseFrame*>(focus)->View()));
+        if (focus == m_info)
+            return int(panes.size()) - 1;
+    }
+    return -1;
+}
+
+void TMailMainForm::FocusPane(int step)
+{
+    const QList<QWidget*> panes = Panes();
+    const int current = FocusedPane();
+    const int count = int(panes.size());
+    const int next = current < 0 ? (step > 0 ? 0 : count - 1) : ((current + step) % count + count) % count;
+    panes[next]->setFocus(Qt::ShortcutFocusReason);
+}
+
+void TMailMainForm::OpenMessageWindow(std::shared_ptr<mail::IMailMessage> message)
+{
+    if (!message)
+        return;
+    auto* form = new TMessageForm(std::move(message), this);
+    form->setAttribute(Qt::WA_DeleteOnClose);
+    form->setWindowFlag(Qt::Window);
+    form->show();
 }
 
 void TMailMainForm::closeEvent(QCloseEvent* event)
@@ -202,11 +272,16 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
     m_miExport->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
     m_miExport->setToolTip(QStringLiteral("Export the ticked messages, or the selected folder, to EML files (Ctrl+E)"));
     m_fileMenu->addSeparator();
+    // The shown message.
+    m_fileMenu->addAction(m_info->PrintAction());
+    m_fileMenu->addAction(m_info->SavePdfAction());
+    m_fileMenu->addAction(m_info->SaveAllAction());
+    m_fileMenu->addSeparator();
     m_miClosePst = m_fileMenu->addAction(QStringLiteral("Close Outlook data file"));
     m_miClosePst->setVisible(false);
     m_fileMenu->addSeparator();
     QAction* quit = m_fileMenu->addAction(QStringLiteral("E&xit"), this, &QWidget::close);
-    quit->setShortcut(QKeySequence::Quit);
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q)); // QKeySequence::Quit is empty on some desktops
 
     QToolBar* toolbar = addToolBar(QStringLiteral("Main"));
     toolbar->setObjectName(QStringLiteral("MainToolBar"));
@@ -235,8 +310,40 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
             RemoveFile(m_menuNode);
     });
     connect(m_tree, &QWidget::customContextMenuRequested, this, &TPSTMainForm::ShowTreeMenu);
+    m_miFindPST->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O));
+    m_miClosePst->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_W));
+    // The tree's commands act on its focused file from the keyboard.
+    const auto treeKey = [this](QAction* command, const QKeySequence& key) {
+        command->setShortcut(key);
+        command->setShortcutVisibleInContextMenu(true);
+        auto* shortcut = new QAction(m_tree);
+        shortcut->setShortcut(key);
+        shortcut->setShortcutContext(Qt::WidgetShortcut);
+        connect(shortcut, &QAction::triggered, this, [this, command] {
+            if (!PrepareTreeMenu(m_tree->visualRect(m_tree->currentIndex()).center()))
+                return;
+            command->trigger();
+            m_menuNode = nullptr;
+        });
+        m_tree->addAction(shortcut);
+    };
+    treeKey(m_miRemovePST, QKeySequence::Delete);
+    treeKey(m_miDisablePST, QKeySequence(Qt::CTRL | Qt::Key_D));
+
+    // Tab and Shift+Tab: tree, list, preview.
+    setTabOrder(m_tree, m_mailBrowse->View());
+    setTabOrder(m_mailBrowse->View(), m_contactBrowse->View());
+    setTabOrder(m_contactBrowse->View(), m_info->EmptyView());
+    setTabOrder(m_info->EmptyView(), m_info->BodyView());
+    setTabOrder(m_info->BodyView(), m_info->TextView());
+    setTabOrder(m_info->TextView(), m_info->HeadersView());
 
     FormCreate();
+}
+
+QList<QWidget*> TPSTMainForm::Panes() const
+{
+    return QList<QWidget*>{m_tree} + TMailMainForm::Panes();
 }
 
 void TPSTMainForm::FormCreate()
@@ -791,11 +898,42 @@ void TPSTMainForm::dropEvent(QDropEvent* event)
 
 // --- TMessageForm ----------------------------------------------------------------
 
-TMessageForm::TMessageForm(const QString& fileName, QWidget* parent) : QMainWindow(parent)
+void TMessageForm::Build()
 {
     m_info = new TMailInfoFrame;
     setCentralWidget(m_info);
     resize(820, 720);
+    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    file->addAction(m_info->PrintAction());
+    file->addAction(m_info->SavePdfAction());
+    file->addAction(m_info->SaveAllAction());
+    file->addSeparator();
+    // Ctrl+W and Esc close the window, as message windows do.
+    QAction* close = file->addAction(QStringLiteral("&Close"), this, &QWidget::close);
+    close->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_W), QKeySequence(Qt::Key_Escape)});
+    QMenu* view = menuBar()->addMenu(QStringLiteral("&View"));
+    view->addAction(m_info->FindAction());
+}
+
+void TMessageForm::Show(const std::shared_ptr<mail::IMailMessage>& message, const QString& fallbackTitle)
+{
+    m_loaded = message != nullptr;
+    setWindowTitle(QStringLiteral("%1 - Tessaly").arg(message && !message->Subject().isEmpty() ? message->Subject() : fallbackTitle));
+    if (message)
+        m_info->Navigate(message);
+}
+
+TMessageForm::TMessageForm(std::shared_ptr<mail::IMailMessage> message, QWidget* parent) : QMainWindow(parent)
+{
+    Build();
+    if (const auto prepare = std::dynamic_pointer_cast<mail::IMailPreparePreview>(message))
+        prepare->ResolveRecipients();
+    Show(message, QString());
+}
+
+TMessageForm::TMessageForm(const QString& fileName, QWidget* parent) : QMainWindow(parent)
+{
+    Build();
     std::shared_ptr<mail::IMailMessage> message;
     QString error;
     try {
@@ -804,12 +942,8 @@ TMessageForm::TMessageForm(const QString& fileName, QWidget* parent) : QMainWind
     } catch (const std::exception& e) {
         error = QString::fromUtf8(e.what());
     }
-    m_loaded = message != nullptr;
-    setWindowTitle(QStringLiteral("%1 - Tessaly").arg(message && !message->Subject().isEmpty()
-        ? message->Subject() : QFileInfo(fileName).fileName()));
-    if (message) {
-        m_info->Navigate(message);
-    } else {
+    Show(message, QFileInfo(fileName).fileName());
+    if (!message) {
         statusBar()->showMessage(QStringLiteral("Could not read %1%2. Check that it is a .msg, .eml or .vcf file.")
                 .arg(QDir::toNativeSeparators(fileName), error.isEmpty() ? QString() : QStringLiteral(" (") + error + QLatin1Char(')')));
     }

@@ -8,11 +8,13 @@
 #include "app/CheckedEntries.h"
 #include "app/PSTCaption.h"
 #include "app/PSTTree.h"
+#include "mail/MailMsgIntf.h"
 
 #include <QList>
 #include <QMainWindow>
 #include <QPair>
 #include <functional>
+#include <memory>
 #include <optional>
 
 class QAction;
@@ -51,6 +53,18 @@ public:
     TMailInfoFrame* InfoFrame() const { return m_info; }
     QSplitter* PreviewSplitter() const { return m_previewSplitter; }
     QMenu* FileMenu() const { return m_fileMenu; }
+    QMenu* ViewMenu() const { return m_viewMenu; }
+    QAction* SearchAction() const { return m_miSearch; }
+    QAction* NextPaneAction() const { return m_miNextPane; }
+    QAction* PreviousPaneAction() const { return m_miPreviousPane; }
+
+    // The panes F6 cycles through, in order; the one holding the focus.
+    virtual QList<QWidget*> Panes() const;
+    int FocusedPane() const;
+    // Moves the focus to the next pane (step 1) or the one before (-1).
+    void FocusPane(int step);
+    // A message in a window of its own, as Enter on the list opens it.
+    void OpenMessageWindow(std::shared_ptr<mail::IMailMessage> message);
 
     virtual void LoadSettings();
     virtual void SaveSettings();
@@ -66,7 +80,11 @@ protected:
     TPSTBrowseFrame* m_contactBrowse;
     TMailInfoFrame* m_info;
     QMenu* m_fileMenu;
+    QMenu* m_viewMenu;
     QMenu* m_helpMenu;
+    QAction* m_miSearch;
+    QAction* m_miNextPane;
+    QAction* m_miPreviousPane;
     QLabel* m_statusFiles;
     QLabel* m_statusFolder;
     QProgressBar* m_statusProgress;
@@ -105,6 +123,8 @@ public:
     bool Loading() const { return m_busy.has_value() || !m_queue.isEmpty(); }
     // Blocks (running the event loop) until the queue is empty; false on timeout.
     bool WaitLoaded(int timeoutMs);
+
+    QList<QWidget*> Panes() const override;
 
     TPSTTreeModel* TreeModel() const { return m_model; }
     QTreeView* Tree() const { return m_tree; }
@@ -187,11 +207,15 @@ private:
 class TMessageForm : public QMainWindow {
 public:
     explicit TMessageForm(const QString& fileName, QWidget* parent = nullptr);
+    // A message already read (from a data file's list).
+    explicit TMessageForm(std::shared_ptr<mail::IMailMessage> message, QWidget* parent = nullptr);
     TMailInfoFrame* InfoFrame() const { return m_info; }
     // False when the file could not be read (the window then says why).
     bool Loaded() const { return m_loaded; }
 
 private:
+    void Build();
+    void Show(const std::shared_ptr<mail::IMailMessage>& message, const QString& fallbackTitle);
     TMailInfoFrame* m_info;
     bool m_loaded = false;
 };
