@@ -25,6 +25,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTemporaryDir>
+#include <QTest>
 #include <QTimer>
 #include <limits>
 #include <QTreeView>
@@ -295,6 +296,32 @@ int main(int argc, char** argv)
                 }
             std::printf("attached message opened from %s\n", qUtf8Printable(opened));
         }
+        // Enter on the list: the message in a window of its own; then the
+        // shown message printed to PDF (turned into pictures with pdftoppm).
+        if (attachments.node) {
+            show(attachments, QStringLiteral("attachments.png"));
+            QTreeView* view = form.MailBrowse()->View();
+            form.activateWindow();
+            view->setFocus();
+            Pump(300);
+            QTest::keyClick(view, Qt::Key_Return);
+            Pump(2000);
+            for (QWidget* window : QApplication::topLevelWidgets())
+                if (auto* message = dynamic_cast<app::TMessageForm*>(window); message && message->isVisible()) {
+                    message->resize(900, 640);
+                    Pump(1500);
+                    Shot(*message, shots, QStringLiteral("enter-message-window.png"));
+                    message->close();
+                }
+            bool printed = false;
+            const QString pdf = QDir(shots).filePath(QStringLiteral("message.pdf"));
+            form.InfoFrame()->SaveAsPdf(pdf, [&](bool ok) {
+                printed = true;
+                std::printf("message printed to %s: %s\n", qUtf8Printable(pdf), ok ? "written" : "failed");
+            });
+            for (int i = 0; i < 300 && !printed; ++i)
+                Pump(100);
+        }
         if (attachments.node) {
             form.FocusNode(attachments.node);
             Pump(200);
@@ -317,6 +344,12 @@ int main(int argc, char** argv)
         form.WaitLoaded(600000);
         form.InfoFrame()->ClearView();
         Shot(form, shots, QStringLiteral("three-files.png"));
+        // The file that failed, selected: the status bar says why.
+        if (app::TPSTNode* failed = form.TreeModel()->FindFileNode(broken)) {
+            form.Tree()->setCurrentIndex(form.TreeModel()->IndexOf(failed));
+            Pump(500);
+            Shot(form, shots, QStringLiteral("failed-file.png"));
+        }
     }
     return 0;
 }
