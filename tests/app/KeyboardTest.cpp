@@ -43,6 +43,17 @@ void WaitFor(const std::function<bool()>& done, int ms)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
 }
 
+// Shown and active, so that the window's keys reach it (on a desktop with
+// or without a window manager).
+void ShowActive(QWidget& window)
+{
+    window.show();
+    window.raise();
+    window.activateWindow();
+    QApplication::setActiveWindow(&window);
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+}
+
 QList<TMessageForm*> MessageWindows()
 {
     QList<TMessageForm*> windows;
@@ -59,9 +70,7 @@ TEST_F(MainFormTest, TabAndF6MoveBetweenThePanes)
     auto& form = Form();
     form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
     ASSERT_TRUE(form.WaitLoaded(30000));
-    form.show();
-    QApplication::setActiveWindow(&form);
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
+    ShowActive(form);
     QTreeView* list = form.MailBrowse()->View();
     ASSERT_GT(list->model()->rowCount(), 0);
     const auto focus = [] { return QApplication::focusWidget(); };
@@ -102,9 +111,7 @@ TEST_F(MainFormTest, EnterOpensTheMessageInAWindowThatEscAndCtrlWClose)
     auto& form = Form();
     form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
     ASSERT_TRUE(form.WaitLoaded(30000));
-    form.show();
-    QApplication::setActiveWindow(&form);
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
+    ShowActive(form);
     QTreeView* list = form.MailBrowse()->View();
     ASSERT_GT(list->model()->rowCount(), 0);
     list->setFocus();
@@ -142,9 +149,7 @@ TEST_F(MainFormTest, FindBarFindsTextInTheShownMessage)
     auto& form = Form();
     form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
     ASSERT_TRUE(form.WaitLoaded(30000));
-    form.show();
-    QApplication::setActiveWindow(&form);
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&form));
+    ShowActive(form);
     QTreeView* list = form.MailBrowse()->View();
     // A message with a text body, shown in the preview.
     std::shared_ptr<mail::IMailMessage> message;
@@ -165,6 +170,7 @@ TEST_F(MainFormTest, FindBarFindsTextInTheShownMessage)
 
     // In the text tab: the match is selected; text that is not there says so.
     info->Tabs()->setCurrentWidget(info->TextView());
+    ShowActive(form); // the page's loading may have taken the activation (X without a window manager)
     list->setFocus();
     QTest::keyClick(list, Qt::Key_F, Qt::ControlModifier);
     ASSERT_TRUE(info->FindBar()->isVisible());
