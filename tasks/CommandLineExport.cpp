@@ -3,6 +3,7 @@
 #include "pst/PSTProjectData.h"
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailExportSource.h"
+#include "tasks/MailOtherTasks.h"
 #include "tasks/MailPSTTask.h"
 
 #include <QDir>
@@ -31,7 +32,10 @@ int Fail(std::FILE* err, int code, const QString& text)
 QList<core::TCommandKey> ExportCommandKeys()
 {
     return {{QStringLiteral("dest"), QStringLiteral("Folder the export writes to"), core::TKeyKind::Value, true},
-        {QStringLiteral("format"), QStringLiteral("Output format: eml (one file per message) or pst (one data file)"), core::TKeyKind::Value, false},
+        {QStringLiteral("format"),
+            QStringLiteral("Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), "
+                           "txt (a text file per message), mbox (one mbox file) or pst (one data file)"),
+            core::TKeyKind::Value, false},
         {QStringLiteral("filter"), QStringLiteral("Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
             core::TKeyKind::Value, false},
         {QStringLiteral("jobs"), QStringLiteral("Messages converted at once (default: one per core; 1 for one after another)"),
@@ -49,10 +53,22 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     std::FILE* err)
 {
     const QString format = commandLine.Value(QStringLiteral("format")).toLower();
-    if (!format.isEmpty() && format != QLatin1String("eml") && format != QLatin1String("pst"))
+    static const QList<QPair<QString, TMailConvertType>> Formats = {{QStringLiteral("eml"), mctEML},
+        {QStringLiteral("msg"), mctMSG}, {QStringLiteral("txt"), mctTXT}, {QStringLiteral("mbox"), mctMBox},
+        {QStringLiteral("pst"), mctPST}};
+    TMailConvertType convertType = mctEML;
+    bool known = format.isEmpty();
+    for (const auto& [name, type] : Formats)
+        if (format == name) {
+            convertType = type;
+            known = true;
+        }
+    if (!known)
         return Fail(err, core::crCommandLine,
-            QStringLiteral("unknown format \"%1\": eml and pst are the formats offered").arg(format));
-    const bool toDataFile = format == QLatin1String("pst");
+            QStringLiteral("unknown format \"%1\": eml, msg, txt, mbox and pst are the formats offered").arg(format));
+    // Formats that write one file for the whole run.
+    const bool toDataFile = convertType == mctPST || convertType == mctMBox;
+    const QString oneFileSuffix = convertType == mctPST ? QStringLiteral(".pst") : QStringLiteral(".mbox");
     int workers = 0;
     if (commandLine.HasKey(QStringLiteral("jobs"))) {
         bool ok = false;
@@ -66,12 +82,13 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         return Fail(err, core::crNoSource, QStringLiteral("no destination: give -dest FOLDER"));
 
     TMailProperties properties;
-    properties.SetConvertType(toDataFile ? mctPST : mctEML);
+    properties.SetConvertType(convertType);
     properties.ApplyCommandLine(commandLine);
     properties.KeepFolderStructure = commandLine.HasKey(QStringLiteral("KeepFolders"));
-    // A data file is named by its destination when that ends in ".pst";
-    // otherwise the destination is the folder of "Outlook.pst".
-    if (toDataFile && !destination.endsWith(QLatin1String(".pst"), Qt::CaseInsensitive))
+    // A data file (an mbox file) is named by its destination when that ends
+    // in ".pst" (".mbox"); otherwise the destination is the folder of
+    // "Outlook.pst" ("EMails.mbox").
+    if (toDataFile && !destination.endsWith(oneFileSuffix, Qt::CaseInsensitive))
         destination = QDir(destination).absolutePath() + QLatin1Char('/');
     properties.Destination = destination;
     if (toDataFile)
@@ -81,8 +98,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         properties.Filter.SetCmd(commandLine.Value(QStringLiteral("filter")));
         properties.Filter.Enabled = true;
     }
-    std::unique_ptr<TMailTask> owned = toDataFile ? std::unique_ptr<TMailTask>(std::make_unique<TMailPSTTask>(properties))
-                                                  : std::make_unique<TMailEMLTask>(properties);
+    std::unique_ptr<TMailTask> owned = CreateMailTask(properties);
     TMailTask& task = *owned;
     task.SetWorkers(workers);
 

@@ -231,6 +231,9 @@ bool TMailTask::EndCombine()
 QString TMailTask::OutputFolder(const TTaskEntry& entry) const
 {
     QString folder = m_properties.Destination;
+    // An mbox run writes the one file its destination names.
+    if (m_properties.ConvertType() == mctMBox)
+        return QFileInfo(folder).path();
     if (m_properties.KeepFolderStructure) {
         // Source folders below the level kept, each a safe name.
         for (qsizetype i = std::max(0, m_properties.KeepFolderLevel); i < entry.Folders.size(); ++i) {

@@ -278,7 +278,47 @@ TEST(Export, IntoADataFileFromTheCommandLine)
     const TRun again = RunProgram(QStringLiteral("tessaly"), args);
     EXPECT_EQ(again.exitCode, 0) << again.err.toStdString();
     EXPECT_TRUE(QFileInfo::exists(out.filePath(QStringLiteral("archive (1).pst"))));
-    EXPECT_EQ(RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-dest"), file, QStringLiteral("-format"), QStringLiteral("mbox")}).exitCode, 2);
+    EXPECT_EQ(RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-dest"), file, QStringLiteral("-format"), QStringLiteral("docx")}).exitCode, 2);
+}
+
+// -format msg, txt and mbox from the command line: the files each writes,
+// read back (an .msg by tessaly-inspect, the mbox by Python's mailbox).
+TEST(Export, MsgTextAndMBoxFromTheCommandLine)
+{
+    QTemporaryDir out;
+    const auto run = [&](const QString& format, const QString& dest) {
+        return RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), TestData(QStringLiteral("pst/enron.pst")),
+                                                         QStringLiteral("-dest"), dest, QStringLiteral("-format"), format});
+    };
+    for (const QString& format : {QStringLiteral("msg"), QStringLiteral("txt")}) {
+        const TRun written = run(format, out.filePath(format));
+        ASSERT_EQ(written.exitCode, 0) << written.err.toStdString();
+        EXPECT_TRUE(written.out.startsWith(QStringLiteral("71 messages: 71 written"))) << written.out.toStdString();
+        EXPECT_EQ(QDir(out.filePath(format)).entryList({QStringLiteral("*.") + format}, QDir::Files).size(), 71);
+    }
+    const QString msg = QDir(out.filePath(QStringLiteral("msg"))).entryInfoList({QStringLiteral("*.msg")}, QDir::Files, QDir::Name)
+                            .first()
+                            .absoluteFilePath();
+    const TRun inspect = RunProgram(QStringLiteral("tessaly-inspect"), {QStringLiteral("--json"), msg});
+    ASSERT_EQ(inspect.exitCode, 0) << inspect.err.toStdString();
+    EXPECT_TRUE(inspect.out.contains(QStringLiteral("\"format\": \"message\""))) << inspect.out.toStdString();
+
+    // An mbox destination folder gets "EMails.mbox"; a name ending ".mbox" is the file.
+    const TRun mbox = run(QStringLiteral("mbox"), out.filePath(QStringLiteral("mbox")));
+    ASSERT_EQ(mbox.exitCode, 0) << mbox.err.toStdString();
+    const QString file = out.filePath(QStringLiteral("mbox/EMails.mbox"));
+    ASSERT_TRUE(QFileInfo(file).isFile());
+    const TRun named = run(QStringLiteral("mbox"), out.filePath(QStringLiteral("all.mbox")));
+    ASSERT_EQ(named.exitCode, 0) << named.err.toStdString();
+    ASSERT_TRUE(QFileInfo(out.filePath(QStringLiteral("all.mbox"))).isFile());
+    const TRun python = RunProcess(QStringLiteral("python3"),
+        {QStringLiteral("-c"), QStringLiteral("import mailbox, sys; print(len(mailbox.mbox(sys.argv[1], create=False)))"), file});
+    ASSERT_EQ(python.exitCode, 0) << python.err.toStdString();
+    EXPECT_EQ(python.out.trimmed(), QStringLiteral("71"));
+
+    const TRun unknown = run(QStringLiteral("docx"), out.filePath(QStringLiteral("x")));
+    EXPECT_EQ(unknown.exitCode, 2);
+    EXPECT_TRUE(unknown.err.contains(QStringLiteral("eml, msg, txt, mbox and pst"))) << unknown.err.toStdString();
 }
 
 TEST(Export, DamagedAndFalseMessageFilesAreErrorsWithExitCode7)

@@ -1,0 +1,237 @@
+#include "tasks/MailOtherTasks.h"
+
+#include "core/DateTime.h"
+#include "core/HtmlText.h"
+#include "mail/MimeWriter.h"
+#include "mail/MsgWriter.h"
+#include "platform/StagedFile.h"
+#include "tasks/MailEMLTask.h"
+#include "tasks/MailPSTTask.h"
+
+#include <QDateTime>
+#include <QLocale>
+#include <QTimeZone>
+#include <cstring>
+
+namespace tessaly::tasks {
+
+// --- one file per message -------------------------------------------------------------
+
+std::unique_ptr<TMailContext> TMailBytesTask::CreateContext()
+{
+    return std::make_unique<TContext>();
+}
+
+int TMailBytesTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString&)
+{
+    auto& own = static_cast<TContext&>(context);
+    own.Bytes = Bytes(message);
+    own.Converted = true;
+    return trOK;
+}
+
+int TMailBytesTask::Commit(TMailContext& context, QString& path)
+{
+    auto& own = static_cast<TContext&>(context);
+    if (!own.Converted)
+        return trSkipped;
+    platform::TStagedFile file(path);
+    QString error = file.ErrorString();
+    int result = trError;
+    if (file.IsOpen()) {
+        if (file.Device().write(own.Bytes) == own.Bytes.size())
+            result = CommitOutput(file, path, error, context.Replace);
+        else
+            error = QStringLiteral("Can not write %1: %2").arg(path, file.Device().errorString());
+    }
+    own.Bytes.clear();
+    if (result == trError && context.Entry)
+        context.Entry->Error = error;
+    return result;
+}
+
+QByteArray TMailMSGTask::Bytes(const mail::IMailMessage& message)
+{
+    return mail::TMsgWriter(message).SaveToBytes();
+}
+
+namespace {
+
+QString AddressList(const mail::IMailRecipientList* list)
+{
+    QStringList out;
+    for (int i = 0; list && i < list->Count(); ++i) {
+        const auto recipient = list->GetRecipient(i);
+        if (!recipient)
+            continue;
+        const QString name = recipient->Name().trimmed(), email = recipient->EMail().trimmed();
+        out << (name.isEmpty() ? email : email.isEmpty() || name == email ? name : QStringLiteral("%1 <%2>").arg(name, email));
+    }
+    return out.join(QStringLiteral(", "));
+}
+
+} // namespace
+
+QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml)
+{
+    QString text;
+    const auto line = [&](const QString& caption, const QString& value) {
+        if (!value.trimmed().isEmpty())
+            text += caption + QStringLiteral(": ") + QString(value).replace(QLatin1Char('\n'), QLatin1Char(' ')).remove(QLatin1Char('\r')) + QLatin1Char('\n');
+    };
+    if (const auto sender = message.Sender()) {
+        const QString name = sender->Name().trimmed(), email = sender->EMail().trimmed();
+        line(QStringLiteral("From"), name.isEmpty() ? email : email.isEmpty() || name == email ? name : QStringLiteral("%1 <%2>").arg(name, email));
+    }
+    line(QStringLiteral("To"), AddressList(message.Recipients(mail::mrtTo).get()));
+    line(QStringLiteral("Cc"), AddressList(message.Recipients(mail::mrtCC).get()));
+    line(QStringLiteral("Bcc"), AddressList(message.Recipients(mail::mrtBCC).get()));
+    mail::TDateTime date = message.Date(mail::mdClientSubmit);
+    if (date == 0)
+        date = message.Date(mail::mdDelivery);
+    if (date != 0) {
+        const QDateTime when = core::DateTimeToQDateTime(date);
+        if (when.isValid())
+            line(QStringLiteral("Date"), QLocale::c().toString(when.toUTC(), QStringLiteral("ddd, d MMM yyyy HH:mm:ss")) + QStringLiteral(" +0000"));
+    }
+    line(QStringLiteral("Subject"), message.Subject());
+    const auto attaches = message.Attaches();
+    QStringList names;
+    for (int i = 0; attaches && i < attaches->Count(); ++i)
+        if (const auto attach = attaches->GetAttach(i))
+            names << attach->FileName();
+    line(QStringLiteral("Attachments"), names.join(QStringLiteral(", ")));
+    text += QLatin1Char('\n');
+    QString body = fromHtml ? QString() : message.Body(mail::mbtText);
+    if (body.trimmed().isEmpty())
+        body = core::HtmlToPlainText(message.Body(mail::mbtHTML));
+    body.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+    text += body;
+    if (!text.endsWith(QLatin1Char('\n')))
+        text += QLatin1Char('\n');
+    return text.toUtf8();
+}
+
+QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
+{
+    return MessageText(message, Properties().TextExportOptions.Has(tetUseHTMLBody));
+}
+
+// --- one mbox for the run ---------------------------------------------------------------
+
+QByteArray MBoxEntry(const mail::IMailMessage& message)
+{
+    mail::TAttachNameGenerator names;
+    const mail::TMimeMessage mime(message, names);
+    QByteArray bytes = mime.SaveToBytes();
+    bytes.replace("\r\n", "\n");
+    // The "From " line: the sender's address (no spaces in it) and the date
+    // in the form of C's asctime, in UTC.
+    QString address;
+    if (const auto sender = message.Sender())
+        address = sender->EMail().trimmed();
+    // Readers take the line as ASCII words: an address that is not one
+    // gives way to the name mail programs use for "nobody".
+    bool plain = address.contains(QLatin1Char('@'));
+    for (const QChar c : address)
+        plain = plain && c.unicode() > 32 && c.unicode() < 127;
+    if (!plain)
+        address = QStringLiteral("MAILER-DAEMON");
+    mail::TDateTime date = message.Date(mail::mdDelivery);
+    if (date == 0)
+        date = message.Date(mail::mdClientSubmit);
+    QDateTime when = date != 0 ? core::DateTimeToQDateTime(date).toUTC() : QDateTime();
+    if (!when.isValid())
+        when = QDateTime::fromSecsSinceEpoch(0, QTimeZone::utc());
+    QByteArray entry = "From " + address.toUtf8() + ' '
+        + QLocale::c().toString(when, QStringLiteral("ddd MMM d HH:mm:ss yyyy")).toLatin1() + '\n';
+    entry.reserve(entry.size() + bytes.size() + bytes.size() / 64 + 2);
+    // mboxrd: every line that is ">"s and then "From " gets one more ">".
+    qsizetype at = 0;
+    while (at < bytes.size()) {
+        qsizetype end = bytes.indexOf('\n', at);
+        end = end < 0 ? bytes.size() : end + 1;
+        qsizetype quotes = at;
+        while (quotes < end && bytes[quotes] == '>')
+            ++quotes;
+        if (end - quotes >= 5 && memcmp(bytes.constData() + quotes, "From ", 5) == 0)
+            entry += '>';
+        entry.append(bytes.constData() + at, end - at);
+        at = end;
+    }
+    if (!entry.endsWith('\n'))
+        entry += '\n';
+    entry += '\n';
+    return entry;
+}
+
+class TMailMBoxTask::TContext : public TMailContext {
+public:
+    std::unique_ptr<platform::TStagedFile> File;
+    QString Error;
+    int Messages = 0;
+};
+
+std::unique_ptr<TMailContext> TMailMBoxTask::CreateContext()
+{
+    return std::make_unique<TContext>();
+}
+
+int TMailMBoxTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
+{
+    auto& own = static_cast<TContext&>(context);
+    if (!own.File) {
+        // The whole run goes into one file, written beside its name.
+        own.File = std::make_unique<platform::TStagedFile>(path);
+        if (!own.File->IsOpen())
+            own.Error = own.File->ErrorString();
+    }
+    if (!own.Error.isEmpty()) {
+        if (context.Entry)
+            context.Entry->Error = own.Error;
+        return trError;
+    }
+    const QByteArray entry = MBoxEntry(message);
+    if (own.File->Device().write(entry) != entry.size()) {
+        own.Error = QStringLiteral("Can not write %1: %2").arg(path, own.File->Device().errorString());
+        if (context.Entry)
+            context.Entry->Error = own.Error;
+        return trError;
+    }
+    ++own.Messages;
+    return trOK;
+}
+
+int TMailMBoxTask::Commit(TMailContext& context, QString& path)
+{
+    auto& own = static_cast<TContext&>(context);
+    if (!own.File || own.Messages == 0)
+        return trSkipped;
+    QString error;
+    const int result = CommitOutput(*own.File, path, error, context.Replace);
+    if (result == trError && context.Entry)
+        context.Entry->Error = error;
+    return result;
+}
+
+// --- the writer of a format ---------------------------------------------------------------
+
+std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties)
+{
+    switch (properties.ConvertType()) {
+    case mctEML:
+        return std::make_unique<TMailEMLTask>(properties);
+    case mctPST:
+        return std::make_unique<TMailPSTTask>(properties);
+    case mctMSG:
+        return std::make_unique<TMailMSGTask>(properties);
+    case mctTXT:
+        return std::make_unique<TMailTXTTask>(properties);
+    case mctMBox:
+        return std::make_unique<TMailMBoxTask>(properties);
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace tessaly::tasks

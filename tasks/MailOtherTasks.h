@@ -1,0 +1,81 @@
+#pragma once
+
+// Writers of the formats besides EML and the data file: an Outlook .msg
+// file per message, one mbox file for the run, a text file per message;
+// and the writer a run of a given format takes.
+
+#include "tasks/MailTask.h"
+
+#include <QByteArray>
+#include <memory>
+
+namespace tessaly::tasks {
+
+// One file per message whose bytes are made while the message converts and
+// written when it is committed (beside the target, linked in when whole).
+class TMailBytesTask : public TMailTask {
+public:
+    using TMailTask::TMailTask;
+
+    class TContext : public TMailContext {
+    public:
+        QByteArray Bytes;
+        bool Converted = false;
+    };
+
+    std::unique_ptr<TMailContext> CreateContext() override;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+    int Commit(TMailContext& context, QString& path) override;
+
+protected:
+    // The file's bytes for the message; throws core::ETessalyError with the
+    // reason when it cannot be made.
+    virtual QByteArray Bytes(const mail::IMailMessage& message) = 0;
+};
+
+// An Outlook .msg file per message ([MS-OXMSG]): attached messages stay
+// attached messages, contacts and meetings keep their properties.
+class TMailMSGTask : public TMailBytesTask {
+public:
+    using TMailBytesTask::TMailBytesTask;
+
+protected:
+    QByteArray Bytes(const mail::IMailMessage& message) override;
+};
+
+// The header lines and the text body of each message (the text made from
+// the HTML body when there is no text body, or when the options ask for
+// it), in UTF-8.
+class TMailTXTTask : public TMailBytesTask {
+public:
+    using TMailBytesTask::TMailBytesTask;
+
+protected:
+    QByteArray Bytes(const mail::IMailMessage& message) override;
+};
+
+// The text file's contents for a message.
+QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml);
+
+// One mbox file for the run (mboxrd: a "From " line before each message,
+// lines of the message that begin with "From " or ">From " quoted with one
+// more ">"), as mail programs and Python's mailbox module read it.
+class TMailMBoxTask : public TMailTask {
+public:
+    using TMailTask::TMailTask;
+
+    class TContext;
+    std::unique_ptr<TMailContext> CreateContext() override;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+    int Commit(TMailContext& context, QString& path) override;
+};
+
+// A message as one entry of an mbox file: the "From " line, the message
+// with LF line ends and its "From " lines quoted, a blank line.
+QByteArray MBoxEntry(const mail::IMailMessage& message);
+
+// The writer of the properties' format; null for a format no writer
+// handles yet.
+std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties);
+
+} // namespace tessaly::tasks

@@ -1,0 +1,221 @@
+// The writers of .msg files, mbox files and text files: every sample data
+// file and message file through each, read back by our own reader and by
+// readers that owe nothing to ours (Python's mailbox module for mbox).
+
+#include "TasksTestUtil.h"
+#include "TestUtil.h"
+#include "mail/FileMailMsg.h"
+#include "pst/PSTFile.h"
+#include "tasks/MailExportSource.h"
+#include "tasks/MailOtherTasks.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QProcess>
+#include <QStandardPaths>
+#include <gtest/gtest.h>
+
+using namespace tessaly;
+using namespace tessaly::tasks;
+using tessaly::test::TestData;
+using tessaly::test::TestMail;
+using tessaly::test::TOptionsTest;
+
+namespace {
+
+QStringList Sources()
+{
+    QStringList sources;
+    for (const QString& dir : {QStringLiteral("pst"), QStringLiteral("msg"), QStringLiteral("eml")})
+        for (const QString& name : QDir(TestData(dir)).entryList(QDir::Files, QDir::Name))
+            sources << TestData(dir + QLatin1Char('/') + name);
+    return sources;
+}
+
+void AddSource(TMailTask& task, const QString& source)
+{
+    if (source.endsWith(QLatin1String(".pst")) || source.endsWith(QLatin1String(".ost"))) {
+        auto file = std::make_shared<pst::TPSTFile>(source);
+        ASSERT_NE(file->RootFolder(), nullptr) << source.toStdString();
+        AddFolderEntries(task, file, file->RootFolder(), {}, true);
+    } else {
+        AddMessageFileEntry(task, source);
+    }
+}
+
+QString Spaced(const QString& text)
+{
+    return text.simplified();
+}
+
+class OtherFormatsTest : public TOptionsTest {};
+
+} // namespace
+
+// Every sample through the .msg writer and back through our reader: the
+// counts add up, nothing fails, subjects and attachment counts agree.
+TEST_F(OtherFormatsTest, MsgFilesOfEverySampleReadBack)
+{
+    int messages = 0;
+    for (const QString& source : Sources()) {
+        SCOPED_TRACE(source.toStdString());
+        QTemporaryDir out;
+        TMailProperties properties;
+        properties.SetConvertType(mctMSG);
+        EXPECT_EQ(properties.Extension(), QStringLiteral("msg"));
+        properties.Destination = out.path();
+        auto task = CreateMailTask(properties);
+        ASSERT_TRUE(task);
+        AddSource(*task, source);
+        task->Run();
+        const int total = int(task->Entries().size());
+        messages += total;
+        EXPECT_EQ(task->Written() + task->Filtered() + task->Failed(), total);
+        EXPECT_EQ(task->Failed(), 0);
+        for (auto& entry : task->Entries()) {
+            if (entry.Output.isEmpty())
+                continue;
+            EXPECT_TRUE(entry.Output.endsWith(QLatin1String(".msg")));
+            const auto original = entry.Load();
+            const auto copy = mail::TFileMailMsgRequest(entry.Output).Message();
+            ASSERT_NE(copy, nullptr) << entry.Output.toStdString();
+            EXPECT_EQ(Spaced(copy->Subject()), Spaced(original->Subject())) << entry.Output.toStdString();
+            const auto attaches = [](const mail::IMailMessage& m) { return m.Attaches() ? m.Attaches()->Count() : 0; };
+            EXPECT_EQ(attaches(*copy), attaches(*original)) << entry.Output.toStdString();
+        }
+    }
+    EXPECT_GT(messages, 300);
+}
+
+// One mbox file per sample, read by Python's mailbox module: as many
+// messages as were written, with their subjects, in order.
+TEST_F(OtherFormatsTest, MBoxOfEverySampleReadByPythonMailbox)
+{
+    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
+    ASSERT_FALSE(python.isEmpty());
+    QTemporaryDir out;
+    QStringList mboxes;
+    std::vector<QStringList> expected;
+    int index = 0;
+    for (const QString& source : Sources()) {
+        SCOPED_TRACE(source.toStdString());
+        TMailProperties properties;
+        properties.SetConvertType(mctMBox);
+        EXPECT_TRUE(properties.CombineFiles);
+        properties.Destination = QDir(out.path()).filePath(QStringLiteral("%1.mbox").arg(++index));
+        properties.InitDestination({}, {});
+        auto task = CreateMailTask(properties);
+        ASSERT_TRUE(task);
+        AddSource(*task, source);
+        task->Run();
+        const int total = int(task->Entries().size());
+        EXPECT_EQ(task->Written() + task->Filtered() + task->Failed(), total);
+        EXPECT_EQ(task->Failed(), 0);
+        QStringList subjects;
+        for (auto& entry : task->Entries())
+            if (entry.Result == trOK)
+                subjects << Spaced(entry.Load()->Subject());
+        if (task->Written() == 0)
+            continue;
+        EXPECT_TRUE(QFileInfo::exists(properties.Destination)) << properties.Destination.toStdString();
+        mboxes << properties.Destination;
+        expected.push_back(subjects);
+    }
+    QProcess process;
+    process.start(python, QStringList{QStringLiteral("-c"), QStringLiteral(R"(
+import json, mailbox, sys
+out = []
+for path in sys.argv[1:]:
+    out.append([' '.join(str(m['subject'] or '').split()) for m in mailbox.mbox(path, create=False)])
+print(json.dumps(out))
+)")} + mboxes);
+    ASSERT_TRUE(process.waitForFinished(120000));
+    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    const QJsonArray read = QJsonDocument::fromJson(process.readAllStandardOutput()).array();
+    ASSERT_EQ(read.size(), mboxes.size());
+    int messages = 0;
+    for (qsizetype i = 0; i < mboxes.size(); ++i) {
+        SCOPED_TRACE(mboxes[i].toStdString());
+        QStringList subjects;
+        for (const auto& subject : read[i].toArray())
+            subjects << subject.toString();
+        ASSERT_EQ(subjects.size(), expected[size_t(i)].size());
+        messages += int(subjects.size());
+        // Python reads the subject as the header says it (encoded words
+        // decoded); bytes it cannot decode it leaves aside, so compare the
+        // subjects that are ASCII.
+        for (qsizetype j = 0; j < subjects.size(); ++j) {
+            const QString ours = expected[size_t(i)][j];
+            bool ascii = true;
+            for (const QChar c : ours)
+                ascii = ascii && c.unicode() < 128;
+            if (ascii)
+                EXPECT_EQ(subjects[j], ours);
+        }
+    }
+    EXPECT_GT(messages, 300);
+}
+
+// mboxrd: a line of the message that begins with "From " (after any ">")
+// gets one more ">"; other lines stay as they are; LF line ends; the entry
+// starts with a "From " line and ends with a blank line.
+TEST(MBoxEntry, FromLinesQuotedAndEntryFramed)
+{
+    auto message = TestMail(QStringLiteral("Quoting"),
+        QStringLiteral("From here\r\n>From there\r\n>>From far\r\nFromage\r\nfrom lower\r\n From spaced\r\nend"));
+    const QByteArray entry = MBoxEntry(*message);
+    EXPECT_TRUE(entry.startsWith("From ann@x.org ")) << entry.left(60).toStdString();
+    const QByteArray first = entry.left(entry.indexOf('\n'));
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^From ann@x\\.org [A-Z][a-z]{2} [A-Z][a-z]{2} +\\d{1,2} \\d\\d:\\d\\d:\\d\\d \\d{4}$"))
+                    .match(QString::fromLatin1(first))
+                    .hasMatch())
+        << first.toStdString();
+    EXPECT_FALSE(entry.contains('\r'));
+    EXPECT_TRUE(entry.endsWith("\n\n"));
+    const QByteArray body = entry.mid(entry.indexOf("\n\n") + 2);
+    // The body is quoted-printable or plain: find the lines as written.
+    for (const char* line : {"\n>From here\n", "\n>>From there\n", "\n>>>From far\n", "\nFromage\n", "\nfrom lower\n", "\n From spaced\n"})
+        EXPECT_TRUE(entry.contains(line)) << line << "\n" << entry.toStdString();
+    EXPECT_EQ(entry.count("\nFrom "), 0); // no line but the first begins "From "
+
+    // A sender address that is no plain ASCII word keeps the line ASCII.
+    message->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("J\u00fcrg"), QStringLiteral("j\u00fcrg@x.org"));
+    EXPECT_TRUE(MBoxEntry(*message).startsWith("From MAILER-DAEMON "));
+    message->sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Ann"), QStringLiteral("ann smith@x.org"));
+    EXPECT_TRUE(MBoxEntry(*message).startsWith("From MAILER-DAEMON "));
+}
+
+// The text file: header lines, a blank line, the text body; the text made
+// from the HTML body when there is no text body or when asked.
+TEST(MessageText, HeaderLinesAndBody)
+{
+    auto message = TestMail(QStringLiteral("Plans \u00e9t\u00e9"), QStringLiteral("Line one\r\nLine two"));
+    message->recipients[mail::mrtCC] = test::Recipients({{QStringLiteral("Cy"), QStringLiteral("cy@x.org")}});
+    message->html = QStringLiteral("<p>From <b>HTML</b></p>");
+    const QString text = QString::fromUtf8(MessageText(*message, false));
+    EXPECT_TRUE(text.startsWith(QStringLiteral("From: Ann <ann@x.org>\nTo: Bob <bob@x.org>\nCc: Cy <cy@x.org>\nDate: ")))
+        << text.toStdString();
+    EXPECT_TRUE(text.contains(QStringLiteral("\nSubject: Plans \u00e9t\u00e9\n\nLine one\nLine two\n"))) << text.toStdString();
+    EXPECT_FALSE(text.contains(QLatin1Char('\r')));
+    const QString fromHtml = QString::fromUtf8(MessageText(*message, true));
+    EXPECT_TRUE(fromHtml.contains(QStringLiteral("From HTML"))) << fromHtml.toStdString();
+    EXPECT_FALSE(fromHtml.contains(QStringLiteral("Line one")));
+    message->text.clear();
+    EXPECT_TRUE(QString::fromUtf8(MessageText(*message, false)).contains(QStringLiteral("From HTML")));
+}
+
+// The writer of each format; formats without one give none.
+TEST(CreateMailTask, WriterOfEachFormat)
+{
+    const struct {
+        TMailConvertType type;
+        bool has;
+    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctDOC, false}};
+    for (const auto& c : cases) {
+        TMailProperties properties;
+        properties.SetConvertType(c.type);
+        EXPECT_EQ(CreateMailTask(properties) != nullptr, c.has) << c.type;
+    }
+}
