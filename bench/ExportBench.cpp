@@ -84,6 +84,7 @@ struct TTool {
     QString program; // empty when not installed
     std::function<QStringList(const QString& file, const QString& out)> args;
     bool keepOut = true;
+    size_t paired = 0; // the tessaly run of the same format, for "ours/theirs"
 };
 
 struct TResult {
@@ -127,7 +128,9 @@ QString Sibling(const QString& relative)
 int Usage()
 {
     std::fprintf(stderr,
-        "Usage: bench-export [--runs N] [--jobs N] [--sizes N,N,...] [--data DIR] [--scratch DIR] [--no-pffexport] [FILE...]\n"
+        "Usage: bench-export [--runs N] [--jobs N] [--formats F,F,...] [--sizes N,N,...] [--data DIR] [--scratch DIR]\n"
+        "                    [--no-pffexport] [FILE...]\n"
+        "  --formats tessaly's formats besides EML (msg, txt, mbox); mbox is compared with readpst's default (mbox)\n"
         "  --sizes   make data files of that many messages with make-pst (50 folders, 0-1 attachment each)\n"
         "  --data    where the made files are kept (default /tmp/tessaly-bench)\n"
         "  --scratch where the outputs go while they are measured (default the system's temporary folder)\n");
@@ -145,6 +148,7 @@ int main(int argc, char** argv)
     QString data = QStringLiteral("/tmp/tessaly-bench");
     QString scratch = QDir::tempPath();
     bool pffexport = true;
+    QStringList formats;
     QList<qint64> sizes;
     QStringList files;
     for (qsizetype i = 0; i < args.size(); ++i) {
@@ -158,6 +162,8 @@ int main(int argc, char** argv)
             data = args[++i];
         else if (arg == QLatin1String("--scratch") && hasValue)
             scratch = args[++i];
+        else if (arg == QLatin1String("--formats") && hasValue)
+            formats = args[++i].split(QLatin1Char(','), Qt::SkipEmptyParts);
         else if (arg == QLatin1String("--no-pffexport"))
             pffexport = false;
         else if (arg == QLatin1String("--sizes") && hasValue) {
@@ -203,6 +209,26 @@ int main(int argc, char** argv)
         [](const QString& file, const QString& out) {
             return QStringList{QStringLiteral("-q"), QStringLiteral("-e"), QStringLiteral("-o"), out, file};
         }});
+    // Tessaly's other formats, each against readpst where it writes the same.
+    for (const QString& format : formats) {
+        tools.push_back({QStringLiteral("tessaly (%1)").arg(format.toUpper()), tessaly, [jobs, format](const QString& file, const QString& out) {
+                             QStringList a{QStringLiteral("Outlook"), QStringLiteral("-pst"), file, QStringLiteral("-dest"), out,
+                                 QStringLiteral("-format"), format};
+                             if (format != QLatin1String("mbox"))
+                                 a << QStringLiteral("-KeepFolders");
+                             if (!jobs.isEmpty())
+                                 a << QStringLiteral("-jobs") << jobs;
+                             return a;
+                         }});
+        tools.back().paired = tools.size() - 1;
+        if (format == QLatin1String("mbox")) {
+            tools.push_back({QStringLiteral("readpst (mbox)"), QStandardPaths::findExecutable(QStringLiteral("readpst")),
+                [](const QString& file, const QString& out) {
+                    return QStringList{QStringLiteral("-q"), QStringLiteral("-o"), out, file};
+                }});
+            tools.back().paired = tools.size() - 2;
+        }
+    }
     if (pffexport)
         tools.push_back({QStringLiteral("pffexport -m items"), QStandardPaths::findExecutable(QStringLiteral("pffexport")),
             [](const QString& file, const QString& out) {
@@ -232,8 +258,8 @@ int main(int argc, char** argv)
         std::printf("%s: %.0f messages (%s written), %d runs, -jobs %s\n", qUtf8Printable(file), messages,
             match.hasMatch() ? qUtf8Printable(match.captured(2)) : "?", runs, jobs.isEmpty() ? "default" : qUtf8Printable(jobs));
         std::printf("%-34s %10s %12s %12s %12s\n", "tool", "s", "messages/s", "ours/theirs", "peak MiB");
-        const double ours = Median(results[0].ms);
         for (size_t i = 0; i < tools.size(); ++i) {
+            const double ours = results[tools[i].paired].ms.empty() ? 0 : Median(results[tools[i].paired].ms);
             if (results[i].ms.empty()) {
                 std::printf("%-34s %10s\n", qUtf8Printable(tools[i].name), "n/a");
                 continue;

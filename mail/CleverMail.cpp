@@ -838,9 +838,9 @@ static void tessaly_bytes_stream_init(TessalyBytesStream* stream)
 // part through a filter and then passes it through another that makes line
 // ends CRLF one byte at a time, a tenth of an export's time when attachments
 // are large, and the encoded copy of the data it would otherwise keep is as
-// large again. With CRLF line ends asked for, this part writes its headers
-// and then its data, encoded a block at a time; every other case is left to
-// GMime, which writes the same bytes.
+// large again. This part writes its headers and then its data, encoded a
+// block at a time with the line ends asked for; a part whose content is
+// not raw data for base64 is left to GMime.
 struct TessalyEncodedPart {
     GMimePart parent;
     QByteArray* data; // the raw bytes, base64-encoded when written
@@ -858,8 +858,7 @@ static ssize_t tessaly_encoded_part_write(GMimeObject* object, GMimeFormatOption
     auto* part = reinterpret_cast<TessalyEncodedPart*>(object);
     GMimeDataWrapper* content = part->parent.content;
     const auto parentWrite = GMIME_OBJECT_CLASS(tessaly_encoded_part_parent_class)->write_to_stream;
-    if (!part->data || !content || g_mime_format_options_get_newline_format(options) != GMIME_NEWLINE_FORMAT_DOS
-        || part->parent.encoding != GMIME_CONTENT_ENCODING_BASE64
+    if (!part->data || !content || part->parent.encoding != GMIME_CONTENT_ENCODING_BASE64
         || g_mime_data_wrapper_get_encoding(content) != GMIME_CONTENT_ENCODING_DEFAULT)
         return parentWrite(object, options, contentOnly, stream);
     ssize_t total = 0;
@@ -867,14 +866,15 @@ static ssize_t tessaly_encoded_part_write(GMimeObject* object, GMimeFormatOption
         const ssize_t headers = g_mime_header_list_write_to_stream(object->headers, options, stream);
         if (headers == -1 || g_mime_stream_write_string(stream, g_mime_format_options_get_newline(options)) == -1)
             return -1;
-        total += headers + 2;
+        total += headers + ssize_t(strlen(g_mime_format_options_get_newline(options)));
     }
+    const bool crlf = g_mime_format_options_get_newline_format(options) == GMIME_NEWLINE_FORMAT_DOS;
     constexpr size_t Lines = 1024; // 57 KiB of data, 78 KiB encoded, at a time
     std::vector<char> block(Lines * 78);
     const auto* in = reinterpret_cast<const uchar*>(part->data->constData());
     const size_t size = size_t(part->data->size());
     for (size_t at = 0; at < size; at += Lines * 57) {
-        const size_t n = Base64LinesInto(in + at, std::min(size - at, Lines * 57), block.data(), true);
+        const size_t n = Base64LinesInto(in + at, std::min(size - at, Lines * 57), block.data(), crlf);
         if (g_mime_stream_write(stream, block.data(), n) != ssize_t(n))
             return -1;
         total += ssize_t(n);

@@ -422,20 +422,20 @@ QByteArray TMimeMessage::AttachData(const QString& partName) const
 
 namespace {
 
-GMimeFormatOptions* CrLfOptions()
+GMimeFormatOptions* CrLfOptions(bool lf = false)
 {
     GMimeFormatOptions* options = g_mime_format_options_new();
-    g_mime_format_options_set_newline_format(options, GMIME_NEWLINE_FORMAT_DOS);
+    g_mime_format_options_set_newline_format(options, lf ? GMIME_NEWLINE_FORMAT_UNIX : GMIME_NEWLINE_FORMAT_DOS);
     return options;
 }
 
 } // namespace
 
-QByteArray TMimeMessage::SaveToBytes() const
+QByteArray TMimeMessage::SaveToBytes(bool lf) const
 {
     if (!m_mime)
         return {};
-    GMimeFormatOptions* options = CrLfOptions();
+    GMimeFormatOptions* options = CrLfOptions(lf);
     TGPtr<GMimeStream> stream(g_mime_stream_mem_new());
     g_mime_object_write_to_stream(GMIME_OBJECT(m_mime.get()), options, stream.get());
     g_mime_format_options_free(options);

@@ -56,7 +56,8 @@ public:
 
     // Lines with CR LF ends; false when not every byte was written.
     bool SaveToStream(QIODevice& stream) const;
-    QByteArray SaveToBytes() const;
+    // With lf, lines end in LF alone (as in mbox files).
+    QByteArray SaveToBytes(bool lf = false) const;
     // The data of an attachment by its part name; empty for an unknown name.
     QByteArray AttachData(const QString& partName) const;
     const QStringList& PartNames() const { return m_partNames; }

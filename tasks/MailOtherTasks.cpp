@@ -123,8 +123,7 @@ QByteArray MBoxEntry(const mail::IMailMessage& message)
 {
     mail::TAttachNameGenerator names;
     const mail::TMimeMessage mime(message, names);
-    QByteArray bytes = mime.SaveToBytes();
-    bytes.replace("\r\n", "\n");
+    const QByteArray bytes = mime.SaveToBytes(true);
     // The "From " line: the sender's address (no spaces in it) and the date
     // in the form of C's asctime, in UTC.
     QString address;
@@ -147,18 +146,24 @@ QByteArray MBoxEntry(const mail::IMailMessage& message)
         + QLocale::c().toString(when, QStringLiteral("ddd MMM d HH:mm:ss yyyy")).toLatin1() + '\n';
     entry.reserve(entry.size() + bytes.size() + bytes.size() / 64 + 2);
     // mboxrd: every line that is ">"s and then "From " gets one more ">".
-    qsizetype at = 0;
-    while (at < bytes.size()) {
-        qsizetype end = bytes.indexOf('\n', at);
-        end = end < 0 ? bytes.size() : end + 1;
-        qsizetype quotes = at;
-        while (quotes < end && bytes[quotes] == '>')
+    // Only lines that begin with ">" or "F" are looked at; the rest is
+    // copied a stretch at a time.
+    const char* const data = bytes.constData();
+    const qsizetype size = bytes.size();
+    qsizetype copied = 0;
+    for (qsizetype line = 0; line < size;) {
+        qsizetype quotes = line;
+        while (quotes < size && data[quotes] == '>')
             ++quotes;
-        if (end - quotes >= 5 && memcmp(bytes.constData() + quotes, "From ", 5) == 0)
+        if (size - quotes >= 5 && memcmp(data + quotes, "From ", 5) == 0) {
+            entry.append(data + copied, line - copied);
             entry += '>';
-        entry.append(bytes.constData() + at, end - at);
-        at = end;
+            copied = line;
+        }
+        const void* end = memchr(data + line, '\n', size_t(size - line));
+        line = end ? static_cast<const char*>(end) - data + 1 : size;
     }
+    entry.append(data + copied, size - copied);
     if (!entry.endsWith('\n'))
         entry += '\n';
     entry += '\n';

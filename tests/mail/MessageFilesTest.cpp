@@ -603,10 +603,10 @@ QByteArray Written(GMimeObject* object, GMimeNewLineFormat format)
 
 } // namespace
 
-// Attachments are encoded by us as the message is written with CRLF line
-// ends, past GMime's encoder and newline filter, and must come out as GMime
-// writes them: the written files do not change. Written with LF line ends
-// the part is GMime's own, encoded by GMime.
+// Attachments are encoded by us as the message is written, past GMime's
+// encoder and newline filter, and must come out as GMime's encoder writes
+// them (its output computed here on its own): the written files do not
+// change, whichever line ends they have.
 TEST(MessageFiles, AttachmentBase64AsGMimeWritesIt)
 {
     EnsureGMime();
