@@ -6,6 +6,7 @@
 #include "tasks/MailOtherTasks.h"
 #include "tasks/MailPSTTask.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -31,16 +32,19 @@ int Fail(std::FILE* err, int code, const QString& text)
 
 QList<core::TCommandKey> ExportCommandKeys()
 {
-    return {{QStringLiteral("dest"), QStringLiteral("Folder the export writes to"), core::TKeyKind::Value, true},
+    return {{QStringLiteral("dest"), QCoreApplication::translate("CommandLineExport", "Folder the export writes to"), core::TKeyKind::Value, true},
         {QStringLiteral("format"),
-            QStringLiteral("Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), "
-                           "txt (a text file per message), mbox (one mbox file) or pst (one data file)"),
+            QCoreApplication::translate("CommandLineExport", "Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), "
+                           "html (a web page per message), txt (a text file per message), mbox (one mbox file) or pst (one data file)"),
             core::TKeyKind::Value, false},
-        {QStringLiteral("filter"), QStringLiteral("Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
+        {QStringLiteral("filter"), QCoreApplication::translate("CommandLineExport", "Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
             core::TKeyKind::Value, false},
-        {QStringLiteral("jobs"), QStringLiteral("Messages converted at once (default: one per core; 1 for one after another)"),
+        {QStringLiteral("jobs"), QCoreApplication::translate("CommandLineExport", "Messages converted at once (default: one per core; 1 for one after another)"),
             core::TKeyKind::Value, false},
-        {QStringLiteral("KeepFolders"), QStringLiteral("Keep the source's folders: below the destination, or inside the data file"),
+        {QStringLiteral("KeepFolders"), QCoreApplication::translate("CommandLineExport", "Keep the source's folders: below the destination, or inside the data file"),
+            core::TKeyKind::Switch, false},
+        {QStringLiteral("RemotePictures"),
+            QCoreApplication::translate("CommandLineExport", "HTML output keeps pictures from other hosts (opening the page then asks those hosts for them)"),
             core::TKeyKind::Switch, false}};
 }
 
@@ -54,8 +58,8 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
 {
     const QString format = commandLine.Value(QStringLiteral("format")).toLower();
     static const QList<QPair<QString, TMailConvertType>> Formats = {{QStringLiteral("eml"), mctEML},
-        {QStringLiteral("msg"), mctMSG}, {QStringLiteral("txt"), mctTXT}, {QStringLiteral("mbox"), mctMBox},
-        {QStringLiteral("pst"), mctPST}};
+        {QStringLiteral("msg"), mctMSG}, {QStringLiteral("html"), mctHTML}, {QStringLiteral("txt"), mctTXT},
+        {QStringLiteral("mbox"), mctMBox}, {QStringLiteral("pst"), mctPST}};
     TMailConvertType convertType = mctEML;
     bool known = format.isEmpty();
     for (const auto& [name, type] : Formats)
@@ -65,7 +69,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         }
     if (!known)
         return Fail(err, core::crCommandLine,
-            QStringLiteral("unknown format \"%1\": eml, msg, txt, mbox and pst are the formats offered").arg(format));
+            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, txt, mbox and pst are the formats offered").arg(format));
     // Formats that write one file for the whole run.
     const bool toDataFile = convertType == mctPST || convertType == mctMBox;
     const QString oneFileSuffix = convertType == mctPST ? QStringLiteral(".pst") : QStringLiteral(".mbox");
@@ -75,16 +79,19 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         workers = commandLine.Value(QStringLiteral("jobs")).toInt(&ok);
         if (!ok || workers < 1 || workers > 256)
             return Fail(err, core::crCommandLine,
-                QStringLiteral("-jobs takes a number from 1 to 256, not \"%1\"").arg(commandLine.Value(QStringLiteral("jobs"))));
+                QCoreApplication::translate("CommandLineExport", "-jobs takes a number from 1 to 256, not \"%1\"").arg(commandLine.Value(QStringLiteral("jobs"))));
     }
     QString destination = commandLine.Value(QStringLiteral("dest"));
     if (destination.isEmpty())
-        return Fail(err, core::crNoSource, QStringLiteral("no destination: give -dest FOLDER"));
+        return Fail(err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "no destination: give -dest FOLDER"));
 
     TMailProperties properties;
     properties.SetConvertType(convertType);
     properties.ApplyCommandLine(commandLine);
-    properties.KeepFolderStructure = commandLine.HasKey(QStringLiteral("KeepFolders"));
+    // Switches: given alone they are on; "-KeepFolders=false" is off.
+    const auto on = [&](const QString& key) { return commandLine.HasKey(key) && commandLine.Switch(key); };
+    properties.KeepFolderStructure = on(QStringLiteral("KeepFolders"));
+    properties.RemotePictures = on(QStringLiteral("RemotePictures"));
     // A data file (an mbox file) is named by its destination when that ends
     // in ".pst" (".mbox"); otherwise the destination is the folder of
     // "Outlook.pst" ("EMails.mbox").
@@ -107,7 +114,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     for (const QString& source : commandLine.Sources()) {
         if (IsMessageFile(source)) {
             if (!QFileInfo::exists(source))
-                return Fail(err, core::crInvalidSource, QStringLiteral("%1 does not exist").arg(source));
+                return Fail(err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "%1 does not exist").arg(source));
             AddMessageFileEntry(task, source);
         } else {
             folderPaths << source;
@@ -116,22 +123,22 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     const bool messageFilesOnly = task.Entries().size() > 0 && folderPaths.isEmpty();
     if (!messageFilesOnly || commandLine.HasKey(QStringLiteral("pst"))) {
         if (projectData.CheckOutlookRunning())
-            return Fail(err, core::crException, QStringLiteral("Outlook is running. Please, close Outlook"));
+            return Fail(err, core::crException, QCoreApplication::translate("CommandLineExport", "Outlook is running. Please, close Outlook"));
         QString fileName = commandLine.Value(QStringLiteral("pst"));
         if (fileName.isEmpty())
             fileName = projectData.FindDefaultPST();
         if (fileName.isEmpty())
-            return Fail(err, core::crNoSource, QStringLiteral("Can not find default outlook data file"));
+            return Fail(err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "Can not find default outlook data file"));
         auto file = std::make_shared<pst::TPSTFile>(fileName);
         if (!file->RootFolder())
-            return Fail(err, core::crInvalidSource, QStringLiteral("Can not load outlook data file - ") + fileName);
+            return Fail(err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "Can not load outlook data file - ") + fileName);
         if (folderPaths.isEmpty())
             folderPaths << QString();
         for (const QString& path : folderPaths) {
             const QStringList names = SplitFolderPath(path);
             pst::TPSTFolder* folder = FindFolderByPath(*file, names);
             if (!folder)
-                return Fail(err, core::crInvalidSource, QStringLiteral("no folder \"%1\" in %2").arg(path, fileName));
+                return Fail(err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "no folder \"%1\" in %2").arg(path, fileName));
             AddFolderEntries(task, file, folder, names.isEmpty() ? QStringList() : FolderNames(folder), true);
         }
     }
@@ -150,8 +157,13 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     for (const QString& line : task.Log())
         std::fprintf(err, "%s\n", qUtf8Printable(line));
     const int total = int(task.Entries().size());
-    std::fprintf(out, "%d messages: %d written, %d skipped by the filter, %d failed; in %s\n", total, task.Written(),
-        task.Filtered(), task.Failed() + task.Existing(), qUtf8Printable(QDir::toNativeSeparators(properties.Destination)));
+    std::fprintf(out, "%s\n",
+        qUtf8Printable(QCoreApplication::translate("CommandLineExport", "%1 messages: %2 written, %3 skipped by the filter, %4 failed; in %5")
+                           .arg(total)
+                           .arg(task.Written())
+                           .arg(task.Filtered())
+                           .arg(task.Failed() + task.Existing())
+                           .arg(QDir::toNativeSeparators(properties.Destination))));
     // The data file is written at the end of the run; it must be there.
     const bool written = !toDataFile || task.Written() == 0 || QFileInfo::exists(properties.Destination);
     // A message file that is no message, or a damaged one, is a bad source.

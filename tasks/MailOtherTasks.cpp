@@ -112,6 +112,11 @@ QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml)
     return text.toUtf8();
 }
 
+QByteArray TMailHTMLTask::Bytes(const mail::IMailMessage& message)
+{
+    return StandaloneHtmlPage(message, Properties().RemotePictures).toUtf8();
+}
+
 QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
 {
     return MessageText(message, Properties().TextExportOptions.Has(tetUseHTMLBody));
@@ -232,6 +237,8 @@ std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties)
         return std::make_unique<TMailMSGTask>(properties);
     case mctTXT:
         return std::make_unique<TMailTXTTask>(properties);
+    case mctHTML:
+        return std::make_unique<TMailHTMLTask>(properties);
     case mctMBox:
         return std::make_unique<TMailMBoxTask>(properties);
     default:

@@ -54,6 +54,18 @@ protected:
     QByteArray Bytes(const mail::IMailMessage& message) override;
 };
 
+// A web page per message: the header block and the body as the preview
+// shows them, the message's pictures inside the page as data URLs, scripts
+// and every reference to another host taken out (pictures kept when the
+// options ask for them).
+class TMailHTMLTask : public TMailBytesTask {
+public:
+    using TMailBytesTask::TMailBytesTask;
+
+protected:
+    QByteArray Bytes(const mail::IMailMessage& message) override;
+};
+
 // The text file's contents for a message.
 QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml);
 

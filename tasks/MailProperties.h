@@ -133,6 +133,10 @@ public:
     bool DeleteOriginals = false;
     bool OpenDestination = false;
     bool CombineFiles = false;
+    // HTML output keeps the message's references to pictures on other hosts
+    // (a page opened later then asks those hosts for them); off, no request
+    // leaves the page.
+    bool RemotePictures = false;
     bool CopyDateStamps = false;
     int LimitCount = 0;
     bool NoGUI = false;

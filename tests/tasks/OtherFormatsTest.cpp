@@ -13,6 +13,7 @@
 #include <QDirIterator>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QStandardPaths>
 #include <gtest/gtest.h>
@@ -212,10 +213,72 @@ TEST(CreateMailTask, WriterOfEachFormat)
     const struct {
         TMailConvertType type;
         bool has;
-    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctDOC, false}};
+    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctDOC, false}};
     for (const auto& c : cases) {
         TMailProperties properties;
         properties.SetConvertType(c.type);
         EXPECT_EQ(CreateMailTask(properties) != nullptr, c.has) << c.type;
+    }
+}
+
+// A page per message of every sample data file, read by Python's
+// html.parser: it parses, and the subject and the body's text are in it.
+TEST_F(OtherFormatsTest, HtmlPagesOfTheSamplesParseWithPython)
+{
+    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
+    ASSERT_FALSE(python.isEmpty());
+    QTemporaryDir out;
+    QStringList pages;
+    QStringList subjects;
+    for (const QString& source : Sources()) {
+        if (!source.endsWith(QLatin1String(".pst")) && !source.endsWith(QLatin1String(".ost")))
+            continue;
+        TMailProperties properties;
+        properties.SetConvertType(mctHTML);
+        properties.Destination = QDir(out.path()).filePath(QFileInfo(source).fileName());
+        auto task = CreateMailTask(properties);
+        ASSERT_TRUE(task);
+        AddSource(*task, source);
+        task->Run();
+        EXPECT_EQ(task->Failed(), 0) << source.toStdString();
+        EXPECT_EQ(task->Written() + task->Filtered(), int(task->Entries().size()));
+        for (auto& entry : task->Entries())
+            if (entry.Result == trOK) {
+                pages << entry.Output;
+                subjects << Spaced(entry.Load()->Subject());
+            }
+    }
+    ASSERT_GT(pages.size(), 250);
+    QProcess process;
+    process.start(python, QStringList{QStringLiteral("-c"), QStringLiteral(R"(
+import json, sys
+from html.parser import HTMLParser
+class Text(HTMLParser):
+    def __init__(self):
+        super().__init__(convert_charrefs=True)
+        self.text, self.skip, self.tags = [], 0, 0
+    def handle_starttag(self, tag, attrs):
+        self.tags += 1
+        if tag in ('style', 'script', 'head'): self.skip += 1
+    def handle_endtag(self, tag):
+        if tag in ('style', 'script', 'head'): self.skip = max(0, self.skip - 1)
+    def handle_data(self, data):
+        if not self.skip: self.text.append(data)
+out = []
+for path in sys.argv[1:]:
+    p = Text()
+    p.feed(open(path, encoding='utf-8').read())
+    p.close()
+    out.append({'tags': p.tags, 'text': ' '.join(''.join(p.text).split())})
+print(json.dumps(out))
+)")} + pages);
+    ASSERT_TRUE(process.waitForFinished(120000));
+    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    const QJsonArray read = QJsonDocument::fromJson(process.readAllStandardOutput()).array();
+    ASSERT_EQ(read.size(), pages.size());
+    for (qsizetype i = 0; i < pages.size(); ++i) {
+        const QJsonObject page = read[i].toObject();
+        EXPECT_GT(page[QLatin1String("tags")].toInt(), 5) << pages[i].toStdString();
+        EXPECT_TRUE(page[QLatin1String("text")].toString().contains(subjects[i])) << pages[i].toStdString() << ": " << subjects[i].toStdString();
     }
 }
