@@ -228,4 +228,94 @@ QVariant TVCardContact::GetField(int field) const
     return ContactMessageField(field, [this](int stored) { return Value(stored); });
 }
 
+namespace {
+
+// A text value: backslash, comma, semicolon and line ends escaped.
+QString VCardText(QString value)
+{
+    value.replace(QStringLiteral("\r\n"), QStringLiteral("\n")).replace(QLatin1Char('\r'), QLatin1Char('\n'));
+    QString out;
+    for (const QChar c : value) {
+        if (c == QLatin1Char('\\') || c == QLatin1Char(',') || c == QLatin1Char(';'))
+            out += QLatin1Char('\\');
+        if (c == QLatin1Char('\n'))
+            out += QStringLiteral("\\n");
+        else
+            out += c;
+    }
+    return out;
+}
+
+// A content line folded at 75 bytes (between characters), CRLF-ended.
+QByteArray Folded(const QString& line)
+{
+    const QByteArray utf8 = line.toUtf8();
+    QByteArray out;
+    qsizetype start = 0, width = 75;
+    while (utf8.size() - start > width) {
+        qsizetype cut = start + width;
+        while (cut > start && (uchar(utf8[cut]) & 0xC0) == 0x80) // not inside a character
+            --cut;
+        out += utf8.mid(start, cut - start) + "\r\n ";
+        start = cut;
+        width = 74; // the leading space counts
+    }
+    return out + utf8.mid(start) + "\r\n";
+}
+
+} // namespace
+
+QByteArray ContactToVCard(const IMailContact& contact)
+{
+    const auto text = [&](int field) { return contact.GetField(field).toString().trimmed(); };
+    QByteArray card = "BEGIN:VCARD\r\nVERSION:3.0\r\n";
+    const auto add = [&](const QString& name, const QString& value) {
+        if (!value.isEmpty())
+            card += Folded(name + QLatin1Char(':') + value);
+    };
+    QString full = text(mcfFullName);
+    const QString surname = text(mcfSurname);
+    if (full.isEmpty())
+        full = text(mcfFileAs);
+    if (full.isEmpty())
+        full = text(mcfSubject);
+    // N is surname;given;additional;prefix;suffix: the given names are what
+    // the full name holds besides the surname.
+    QString given = full;
+    if (!surname.isEmpty() && given.endsWith(surname))
+        given = given.left(given.size() - surname.size()).trimmed();
+    else if (!surname.isEmpty())
+        given.clear();
+    card += Folded(QStringLiteral("FN:") + VCardText(full));
+    card += Folded(QStringLiteral("N:%1;%2;;;").arg(VCardText(surname), VCardText(surname.isEmpty() ? QString() : given)));
+    if (const QString company = text(mcfCompany), department = text(mcfDepartment); !company.isEmpty() || !department.isEmpty())
+        add(QStringLiteral("ORG"), VCardText(company) + (department.isEmpty() ? QString() : QLatin1Char(';') + VCardText(department)));
+    add(QStringLiteral("TITLE"), VCardText(text(mcfJobTitle)));
+    for (const QString& email : text(mcfEMails).split(QLatin1Char(','), Qt::SkipEmptyParts))
+        add(QStringLiteral("EMAIL;TYPE=INTERNET"), VCardText(email.trimmed()));
+    add(QStringLiteral("TEL;TYPE=WORK,VOICE"), VCardText(text(mcfBusinessPhone)));
+    add(QStringLiteral("TEL;TYPE=HOME,VOICE"), VCardText(text(mcfHomePhone)));
+    add(QStringLiteral("TEL;TYPE=CELL"), VCardText(text(mcfMobilePhone)));
+    add(QStringLiteral("TEL;TYPE=WORK,FAX"), VCardText(text(mcfBusinessFax)));
+    // Addresses as stored: one text; it goes in the street part.
+    if (const QString business = text(mcfBusinessAddress); !business.isEmpty())
+        add(QStringLiteral("ADR;TYPE=WORK"), QStringLiteral(";;%1;;;;").arg(VCardText(business)));
+    if (const QString postal = text(mcfPostalAddress); !postal.isEmpty())
+        add(QStringLiteral("ADR;TYPE=HOME"), QStringLiteral(";;%1;;;;").arg(VCardText(postal)));
+    const QDateTime birthday = contact.GetField(mcfBirthday).toDateTime();
+    if (birthday.isValid())
+        add(QStringLiteral("BDAY"), birthday.date().toString(Qt::ISODate));
+    add(QStringLiteral("URL"), text(mcfWebPage));
+    add(QStringLiteral("NOTE"), VCardText(contact.GetField(mcfNotes).toString()));
+    const QVariant picture = contact.GetField(mcfPicture);
+    if (picture.typeId() == QMetaType::QByteArray && !picture.toByteArray().isEmpty()) {
+        const QByteArray bytes = picture.toByteArray();
+        const char* type = bytes.startsWith("\xFF\xD8") ? "JPEG" : bytes.startsWith("\x89PNG") ? "PNG" : bytes.startsWith("GIF8") ? "GIF" : "";
+        add(QStringLiteral("PHOTO;ENCODING=b") + (*type ? QStringLiteral(";TYPE=") + QLatin1String(type) : QString()),
+            QString::fromLatin1(bytes.toBase64()));
+    }
+    card += "END:VCARD\r\n";
+    return card;
+}
+
 } // namespace tessaly::mail

@@ -32,4 +32,9 @@ private:
     std::array<QVariant, cfCount> m_fields;
 };
 
+// A contact as a vCard 3.0 (RFC 2426): name, organisation, e-mail
+// addresses, phones, addresses, birthday, web page, notes and the picture;
+// values escaped, lines folded at 75 bytes, CRLF line ends.
+QByteArray ContactToVCard(const IMailContact& contact);
+
 } // namespace tessaly::mail

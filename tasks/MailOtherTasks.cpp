@@ -4,6 +4,7 @@
 #include "core/HtmlText.h"
 #include "mail/MimeWriter.h"
 #include "mail/MsgWriter.h"
+#include "mail/VCard.h"
 #include "platform/StagedFile.h"
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailPSTTask.h"
@@ -115,6 +116,18 @@ QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml)
 QByteArray TMailHTMLTask::Bytes(const mail::IMailMessage& message)
 {
     return StandaloneHtmlPage(message, Properties().RemotePictures).toUtf8();
+}
+
+int TMailVCardTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
+{
+    if (!dynamic_cast<const mail::IMailContact*>(&message))
+        return trSkipped;
+    return TMailBytesTask::ConvertMail(context, message, path);
+}
+
+QByteArray TMailVCardTask::Bytes(const mail::IMailMessage& message)
+{
+    return mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message));
 }
 
 QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
@@ -239,6 +252,8 @@ std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties)
         return std::make_unique<TMailTXTTask>(properties);
     case mctHTML:
         return std::make_unique<TMailHTMLTask>(properties);
+    case mctVCard:
+        return std::make_unique<TMailVCardTask>(properties);
     case mctMBox:
         return std::make_unique<TMailMBoxTask>(properties);
     default:

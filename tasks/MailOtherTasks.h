@@ -66,6 +66,17 @@ protected:
     QByteArray Bytes(const mail::IMailMessage& message) override;
 };
 
+// A vCard 3.0 per contact; items that are no contacts are left out (and
+// counted as skipped).
+class TMailVCardTask : public TMailBytesTask {
+public:
+    using TMailBytesTask::TMailBytesTask;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+
+protected:
+    QByteArray Bytes(const mail::IMailMessage& message) override;
+};
+
 // The text file's contents for a message.
 QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml);
 

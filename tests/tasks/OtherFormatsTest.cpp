@@ -5,6 +5,7 @@
 #include "TasksTestUtil.h"
 #include "TestUtil.h"
 #include "mail/FileMailMsg.h"
+#include "mail/VCard.h"
 #include "pst/PSTFile.h"
 #include "tasks/MailExportSource.h"
 #include "tasks/MailOtherTasks.h"
@@ -213,7 +214,7 @@ TEST(CreateMailTask, WriterOfEachFormat)
     const struct {
         TMailConvertType type;
         bool has;
-    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctDOC, false}};
+    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctVCard, true}, {mctDOC, false}};
     for (const auto& c : cases) {
         TMailProperties properties;
         properties.SetConvertType(c.type);
@@ -281,4 +282,95 @@ print(json.dumps(out))
         EXPECT_GT(page[QLatin1String("tags")].toInt(), 5) << pages[i].toStdString();
         EXPECT_TRUE(page[QLatin1String("text")].toString().contains(subjects[i])) << pages[i].toStdString() << ": " << subjects[i].toStdString();
     }
+}
+
+// A vCard per contact of the sample .msg files (other items left out), read
+// by Python's vobject and by our own reader: names and e-mail addresses as
+// the source has them.
+TEST_F(OtherFormatsTest, VCardsOfContactsReadByVobjectAndOurReader)
+{
+    const QString python = QStringLiteral("/usr/bin/python3"); // the system's, with python3-vobject
+    QProcess probe;
+    probe.start(python, {QStringLiteral("-c"), QStringLiteral("import vobject")});
+    if (!probe.waitForFinished(30000) || probe.exitCode() != 0)
+        GTEST_SKIP() << "python3-vobject is not installed (scripts/install-deps installs it)";
+    QTemporaryDir out;
+    TMailProperties properties;
+    properties.SetConvertType(mctVCard);
+    properties.Destination = out.path();
+    auto task = CreateMailTask(properties);
+    ASSERT_TRUE(task);
+    const QStringList sources = {TestData(QStringLiteral("msg/contact-plain.msg")), TestData(QStringLiteral("msg/contact-unicode.msg")),
+        TestData(QStringLiteral("msg/contactUnicode.msg")), TestData(QStringLiteral("msg/Simple.msg"))};
+    for (const QString& source : sources)
+        AddSource(*task, source);
+    task->Run();
+    EXPECT_EQ(task->Written(), 3);
+    EXPECT_EQ(task->Filtered(), 1); // the mail item
+    EXPECT_EQ(task->Failed(), 0);
+    QStringList files, names, emails;
+    for (auto& entry : task->Entries()) {
+        if (entry.Result != trOK)
+            continue;
+        files << entry.Output;
+        const auto source = entry.Load();
+        const auto* contact = dynamic_cast<const mail::IMailContact*>(source.get());
+        ASSERT_NE(contact, nullptr);
+        names << contact->GetField(mail::mcfFullName).toString().trimmed();
+        emails << contact->GetField(mail::mcfEMails).toString().remove(QLatin1Char(' '));
+        // Our reader gives the same name back.
+        QFile file(entry.Output);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+        const mail::TVCardContact back(file.readAll());
+        EXPECT_EQ(back.Subject(), names.last());
+    }
+    QProcess process;
+    process.start(python, QStringList{QStringLiteral("-c"), QStringLiteral(R"(
+import json, sys, vobject
+out = []
+for path in sys.argv[1:]:
+    card = vobject.readOne(open(path, encoding='utf-8').read())
+    out.append({'fn': card.fn.value, 'emails': ','.join(e.value for e in card.contents.get('email', []))})
+print(json.dumps(out))
+)")} + files);
+    ASSERT_TRUE(process.waitForFinished(60000));
+    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    const QJsonArray read = QJsonDocument::fromJson(process.readAllStandardOutput()).array();
+    ASSERT_EQ(read.size(), files.size());
+    for (qsizetype i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(read[i].toObject()[QLatin1String("fn")].toString(), names[i]);
+        EXPECT_EQ(read[i].toObject()[QLatin1String("emails")].toString(), emails[i]);
+    }
+}
+
+// Values with the characters vCard escapes, a long line folded between
+// characters, the picture: all read back as they were.
+TEST(ContactToVCard, EscapesFoldsAndKeepsThePicture)
+{
+    class TContact : public mail::IMailContact {
+    public:
+        QVariant GetField(int field) const override
+        {
+            switch (field) {
+            case mail::mcfFullName: return QStringLiteral("Ann; the \\ \"Boss\", Smith");
+            case mail::mcfSurname: return QStringLiteral("Smith");
+            case mail::mcfNotes: return QStringLiteral("Line one\r\nLine two, with comma; and semicolon ") + QString(40, QChar(0x00e9));
+            case mail::mcfEMails: return QStringLiteral("ann@x.org,ann@y.org");
+            case mail::mcfPicture: return QByteArray("\x89PNG\r\n\x1a\n") + QByteArray(300, '\x07');
+            default: return {};
+            }
+        }
+    } contact;
+    const QByteArray card = mail::ContactToVCard(contact);
+    EXPECT_TRUE(card.startsWith("BEGIN:VCARD\r\nVERSION:3.0\r\n"));
+    EXPECT_TRUE(card.endsWith("END:VCARD\r\n"));
+    for (const QByteArray& line : card.split('\n'))
+        EXPECT_LE(line.size(), 76) << line.toStdString(); // 75 and the CR
+    EXPECT_TRUE(card.contains("FN:Ann\\; the \\\\ \"Boss\"\\, Smith\r\n")) << card.toStdString();
+    const mail::TVCardContact back(card);
+    EXPECT_EQ(back.Subject(), contact.GetField(mail::mcfFullName).toString());
+    EXPECT_EQ(back.GetField(mail::mcfNotes).toString().remove(QLatin1Char('\r')),
+        contact.GetField(mail::mcfNotes).toString().remove(QLatin1Char('\r')));
+    EXPECT_EQ(back.GetField(mail::mcfPicture).toByteArray(), contact.GetField(mail::mcfPicture).toByteArray());
+    EXPECT_EQ(back.GetField(mail::mcfEMails).toString().remove(QLatin1Char(' ')), QStringLiteral("ann@x.org,ann@y.org"));
 }
