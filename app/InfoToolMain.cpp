@@ -10,10 +10,11 @@
 #include "tasks/MailProperties.h"
 #include "pst/PSTReport.h"
 
-#include <QJsonArray>
-#include <QLoggingCategory>
+#include <QCoreApplication>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QLoggingCategory>
 #include <QStringList>
 #include <cstdio>
 #include <functional>
@@ -24,7 +25,8 @@ namespace {
 
 void PrintUsage()
 {
-    std::printf("Usage: tessaly-inspect FILE... [--json] [--messages]\n"
+    std::printf("%s", qUtf8Printable(QCoreApplication::translate("InfoTool",
+                "Usage: tessaly-inspect FILE... [--json] [--messages]\n"
                 "       tessaly-inspect --html [--remote-pictures] FILE [FOLDER/PATH:INDEX]\n"
                 "Prints the type and folder tree of each PST or OST file, and the fields of\n"
                 "each .msg, .eml, .emlx, .mim or .vcf file.\n"
@@ -36,7 +38,7 @@ void PrintUsage()
                 "              safe to open: no scripts, handlers, frames or objects, and\n"
                 "              nothing loaded from another host\n"
                 "  --remote-pictures\n"
-                "              with --html: pictures from http and https stay and load\n");
+                "              with --html: pictures from http and https stay and load\n")));
 }
 
 
@@ -51,23 +53,23 @@ std::shared_ptr<tessaly::mail::IMailMessage> FindMessage(
     keep = std::make_unique<pst::TPSTFile>(file);
     pst::TPSTFolder* folder = keep->RootFolder();
     if (!folder)
-        throw core::ETessalyError(QStringLiteral("Can not open %1").arg(file));
+        throw core::ETessalyError(QCoreApplication::translate("InfoTool", "Can not open %1").arg(file));
     const qsizetype colon = item.lastIndexOf(QLatin1Char(':'));
     if (colon < 0)
-        throw core::ETessalyError(QStringLiteral("Name the item as FOLDER/PATH:INDEX"));
+        throw core::ETessalyError(QCoreApplication::translate("InfoTool", "Name the item as FOLDER/PATH:INDEX"));
     for (const QString& name : item.left(colon).split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
         pst::TPSTFolder* next = nullptr;
         for (int i = 0; i < folder->FolderCount() && !next; ++i)
             if (folder->GetFolder(i)->Name() == name)
                 next = folder->GetFolder(i);
         if (!next)
-            throw core::ETessalyError(QStringLiteral("No folder %1 in %2").arg(name, file));
+            throw core::ETessalyError(QCoreApplication::translate("InfoTool", "No folder %1 in %2").arg(name, file));
         folder = next;
     }
     bool ok = false;
     const int index = item.mid(colon + 1).toInt(&ok);
     if (!ok || index < 0 || index >= folder->ItemCount())
-        throw core::ETessalyError(QStringLiteral("No item %1 in that folder").arg(item.mid(colon + 1)));
+        throw core::ETessalyError(QCoreApplication::translate("InfoTool", "No item %1 in that folder").arg(item.mid(colon + 1)));
     return pst::adapter::WrapItem(folder->GetItem(index), false);
 }
 
@@ -78,7 +80,7 @@ int PrintHtml(const QStringList& args, bool remotePictures)
         std::unique_ptr<pst::TPSTFile> file;
         const auto message = FindMessage(args[0], args.value(1), file);
         if (!message)
-            throw core::ETessalyError(QStringLiteral("No message in %1").arg(args[0]));
+            throw core::ETessalyError(QCoreApplication::translate("InfoTool", "No message in %1").arg(args[0]));
         std::printf("%s", qUtf8Printable(tasks::StandaloneHtmlPage(*message, remotePictures)));
         return 0;
     } catch (const core::ETessalyError& e) {
@@ -162,7 +164,7 @@ int main(int argc, char** argv)
             std::printf("tessaly-inspect %s\n", tessaly::core::ProductVersion);
             return 0;
         } else if (arg.startsWith(QLatin1Char('-'))) {
-            std::fprintf(stderr, "Unknown option %s\n", argv[i]);
+            std::fprintf(stderr, "%s\n", qUtf8Printable(QCoreApplication::translate("InfoTool", "Unknown option %1").arg(arg)));
             PrintUsage();
             return 2;
         } else {

@@ -12,6 +12,7 @@
 #include "app/PSTMainForm.h"
 
 #include <QBuffer>
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFile>
@@ -239,9 +240,10 @@ QString HeaderBlockHtml(const mail::IMailMessage& message)
         const auto sender = message.Sender();
         html += QStringLiteral("<h2>") + Escaped(sender ? sender->Caption() : QString()) + QStringLiteral("</h2>");
         const mail::TDateTime sent = message.Date(mail::mdClientSubmit);
-        html += QStringLiteral("<table><tr><td class=\"caption\">Sent: </td><td>")
+        html += QStringLiteral("<table><tr><td class=\"caption\">") + Escaped(QCoreApplication::translate("TMailInfoFrame", "Sent:"))
+            + QStringLiteral(" </td><td>")
             + (sent > 0 ? Escaped(core::FormatDateTime(sent)) : QString()) + QStringLiteral("</td></tr>");
-        html += QStringLiteral("<tr><td class=\"caption\">To: </td><td>");
+        html += QStringLiteral("<tr><td class=\"caption\">") + Escaped(QCoreApplication::translate("TMailInfoFrame", "To:")) + QStringLiteral(" </td><td>");
         for (auto kind : {mail::mrtTo, mail::mrtCC, mail::mrtBCC}) {
             const auto list = message.Recipients(kind);
             for (int i = 0; list && i < list->Count(); ++i)
@@ -273,7 +275,7 @@ QString HeaderBlockHtml(const mail::IMailMessage& message)
 
 QString EmptyViewHtml()
 {
-    return QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;");
+    return QStringLiteral("<font face=Tahoma color=lightgray size=22>") + Escaped(QCoreApplication::translate("TMailInfoFrame", "<No mail to show>"));
 }
 
 QString PreviewBodyHtml(const mail::IMailMessage& message)
@@ -319,7 +321,7 @@ bool WriteAttachment(const mail::IMailAttach& attach, const QString& fileName, Q
     const auto content = attach.Content();
     if (!content) {
         if (error)
-            *error = QStringLiteral("the attachment's data cannot be read");
+            *error = QCoreApplication::translate("TMailInfoFrame", "the attachment's data cannot be read");
         file.remove();
         return false;
     }
@@ -346,7 +348,7 @@ QString ProposedSaveName(const mail::IMailAttach& attach)
     if (name.isEmpty())
         name = message->Subject().trimmed();
     if (name.isEmpty())
-        name = QStringLiteral("Attached message");
+        name = QCoreApplication::translate("TMailInfoFrame", "Attached message");
     if (name.endsWith(QLatin1String(".eml"), Qt::CaseInsensitive))
         name.chop(4);
     if (!name.endsWith(QLatin1String(".msg"), Qt::CaseInsensitive))
@@ -407,7 +409,7 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
     OpenFile = [](const QString& fileName) { return QDesktopServices::openUrl(QUrl::fromLocalFile(fileName)); };
     AskSaveInstead = [this](const QString& name) {
         return QMessageBox::question(this, QStringLiteral("Tessaly"),
-                   QStringLiteral("No application is set to open %1. Save it instead?").arg(name),
+                   QCoreApplication::translate("TMailInfoFrame", "No application is set to open %1. Save it instead?").arg(name),
                    QMessageBox::Save | QMessageBox::Cancel, QMessageBox::Save)
             == QMessageBox::Save;
     };
@@ -452,7 +454,7 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
     m_body->setContextMenuPolicy(Qt::NoContextMenu);
     pageLayout->addWidget(m_body, 1);
     m_htmlStack->addWidget(page);
-    m_tabs->addTab(m_htmlStack, QStringLiteral("HTML"));
+    m_tabs->addTab(m_htmlStack, QCoreApplication::translate("TMailInfoFrame", "HTML"));
 
     const auto textBox = [] {
         auto* box = new QPlainTextEdit;
@@ -464,15 +466,15 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
         return box;
     };
     m_text = textBox();
-    m_tabs->addTab(m_text, QStringLiteral("Text"));
+    m_tabs->addTab(m_text, QCoreApplication::translate("TMailInfoFrame", "Text"));
     m_headers = textBox();
-    m_tabs->addTab(m_headers, QStringLiteral("Headers"));
+    m_tabs->addTab(m_headers, QCoreApplication::translate("TMailInfoFrame", "Headers"));
 
     // The find bar, hidden until asked for.
     m_findBar = new QWidget;
     auto* findLayout = new QHBoxLayout(m_findBar);
     findLayout->setContentsMargins(4, 2, 4, 2);
-    findLayout->addWidget(new QLabel(QStringLiteral("Find:")));
+    findLayout->addWidget(new QLabel(QCoreApplication::translate("TMailInfoFrame", "Find:")));
     m_findEdit = new QLineEdit;
     m_findEdit->setClearButtonEnabled(true);
     m_findEdit->installEventFilter(this);
@@ -485,13 +487,13 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
         connect(button, &QToolButton::clicked, this, [this, backward] { FindNext(backward); });
         findLayout->addWidget(button);
     };
-    findButton(QStringLiteral("\u25B2"), QStringLiteral("Previous match (Shift+Enter)"), true);
-    findButton(QStringLiteral("\u25BC"), QStringLiteral("Next match (Enter)"), false);
+    findButton(QStringLiteral("\u25B2"), QCoreApplication::translate("TMailInfoFrame", "Previous match (Shift+Enter)"), true);
+    findButton(QStringLiteral("\u25BC"), QCoreApplication::translate("TMailInfoFrame", "Next match (Enter)"), false);
     m_findStatus = new QLabel;
     findLayout->addWidget(m_findStatus);
     auto* close = new QToolButton;
     close->setText(QStringLiteral("\u2715"));
-    close->setToolTip(QStringLiteral("Close (Esc)"));
+    close->setToolTip(QCoreApplication::translate("TMailInfoFrame", "Close (Esc)"));
     close->setAutoRaise(true);
     connect(close, &QToolButton::clicked, this, &TMailInfoFrame::HideFindBar);
     findLayout->addWidget(close);
@@ -506,16 +508,16 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
         }
         FindNext();
     });
-    m_miPrint = new QAction(QStringLiteral("&Print..."), this);
+    m_miPrint = new QAction(QCoreApplication::translate("TMailInfoFrame", "&Print..."), this);
     m_miPrint->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_P));
     connect(m_miPrint, &QAction::triggered, this, &TMailInfoFrame::Print);
-    m_miSavePdf = new QAction(QStringLiteral("Save as PDF..."), this);
+    m_miSavePdf = new QAction(QCoreApplication::translate("TMailInfoFrame", "Save as PDF..."), this);
     m_miSavePdf->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
     connect(m_miSavePdf, &QAction::triggered, this, [this] { SaveAsPdf(); });
-    m_miSaveAll = new QAction(QStringLiteral("Save all attachments..."), this);
+    m_miSaveAll = new QAction(QCoreApplication::translate("TMailInfoFrame", "Save all attachments..."), this);
     m_miSaveAll->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
     connect(m_miSaveAll, &QAction::triggered, this, [this] { SaveAllAttachments(); });
-    m_miFind = new QAction(QStringLiteral("Find in message..."), this);
+    m_miFind = new QAction(QCoreApplication::translate("TMailInfoFrame", "Find in message..."), this);
     m_miFind->setShortcut(QKeySequence::Find);
     m_miFind->setShortcutContext(Qt::WindowShortcut);
     connect(m_miFind, &QAction::triggered, this, &TMailInfoFrame::ShowFindBar);
@@ -527,8 +529,8 @@ TMailInfoFrame::TMailInfoFrame(QWidget* parent) : QWidget(parent)
     });
 
     m_pmAttach = new QMenu(this);
-    m_miSaveAttach = m_pmAttach->addAction(QStringLiteral("Save"), this, [this] { SaveAttach(); });
-    m_miOpen = m_pmAttach->addAction(QStringLiteral("Open"), this, [this] { OpenAttach(); });
+    m_miSaveAttach = m_pmAttach->addAction(QCoreApplication::translate("TMailInfoFrame", "Save"), this, [this] { SaveAttach(); });
+    m_miOpen = m_pmAttach->addAction(QCoreApplication::translate("TMailInfoFrame", "Open"), this, [this] { OpenAttach(); });
     connect(m_header, &QTextBrowser::anchorClicked, this, [this](const QUrl& url) {
         bool ok = false;
         const int index = url.toString().toInt(&ok);
@@ -564,7 +566,7 @@ void TMailInfoFrame::FindNext(bool backward)
     if (m_tabs->currentWidget() == m_htmlStack) {
         if (ShowsEmptyView() || text.isEmpty()) {
             m_body->findText(QString());
-            m_findStatus->setText(text.isEmpty() || !ShowsEmptyView() ? QString() : QStringLiteral("Not found"));
+            m_findStatus->setText(text.isEmpty() || !ShowsEmptyView() ? QString() : QCoreApplication::translate("TMailInfoFrame", "Not found"));
             return;
         }
         const QPointer<QLabel> status(m_findStatus);
@@ -572,8 +574,8 @@ void TMailInfoFrame::FindNext(bool backward)
             [status](const QWebEngineFindTextResult& result) {
                 if (status)
                     status->setText(result.numberOfMatches() > 0
-                            ? QStringLiteral("%1 of %2").arg(result.activeMatch()).arg(result.numberOfMatches())
-                            : QStringLiteral("Not found"));
+                            ? QCoreApplication::translate("TMailInfoFrame", "%1 of %2").arg(result.activeMatch()).arg(result.numberOfMatches())
+                            : QCoreApplication::translate("TMailInfoFrame", "Not found"));
             });
         return;
     }
@@ -592,7 +594,7 @@ void TMailInfoFrame::FindNext(bool backward)
         view->setTextCursor(cursor);
         found = view->find(text, flags);
     }
-    m_findStatus->setText(found ? QString() : QStringLiteral("Not found"));
+    m_findStatus->setText(found ? QString() : QCoreApplication::translate("TMailInfoFrame", "Not found"));
 }
 
 bool TMailInfoFrame::eventFilter(QObject* watched, QEvent* event)
@@ -708,7 +710,7 @@ QString TMailInfoFrame::OpenAttach()
     if (!attach)
         return {};
     if (TempFolder.isEmpty() || !QDir().mkpath(TempFolder)) {
-        ShowError(QStringLiteral("Could not make a folder for opened files below %1.").arg(QDir::tempPath()));
+        ShowError(QCoreApplication::translate("TMailInfoFrame", "Could not make a folder for opened files below %1.").arg(QDir::tempPath()));
         return {};
     }
     // An attached message opens in a message window of its own, from an
@@ -717,7 +719,7 @@ QString TMailInfoFrame::OpenAttach()
     const QString fileName = FreeFileName(TempFolder, message ? ProposedSaveName(*attach) : tasks::SafeAttachName(attach->FileName()));
     QString error;
     if (message ? !WriteAttachedMessage(*message, fileName, false, &error) : !WriteAttachment(*attach, fileName, &error)) {
-        ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
+        ShowError(QCoreApplication::translate("TMailInfoFrame", "Could not write %1: %2").arg(fileName, error));
         return {};
     }
     if (message) {
@@ -733,7 +735,7 @@ QStringList TMailInfoFrame::SaveAllAttachments(QString folder)
     if (!m_message || !m_message->Attaches() || m_message->Attaches()->Count() == 0)
         return {};
     if (folder.isEmpty())
-        folder = AskFolder(QStringLiteral("Save all attachments into"));
+        folder = AskFolder(QCoreApplication::translate("TMailInfoFrame", "Save all attachments into"));
     if (folder.isEmpty())
         return {};
     QStringList written, failed;
@@ -749,10 +751,10 @@ QStringList TMailInfoFrame::SaveAllAttachments(QString folder)
         if (message ? WriteAttachedMessage(*message, fileName, false, &error) : WriteAttachment(*attach, fileName, &error))
             written << fileName;
         else
-            failed << QStringLiteral("%1: %2").arg(QFileInfo(fileName).fileName(), error);
+            failed << QCoreApplication::translate("TMailInfoFrame", "%1: %2").arg(QFileInfo(fileName).fileName(), error);
     }
     if (!failed.isEmpty())
-        ShowError(QStringLiteral("Could not write every attachment into %1:\n%2").arg(QDir::toNativeSeparators(folder), failed.join(QLatin1Char('\n'))));
+        ShowError(QCoreApplication::translate("TMailInfoFrame", "Could not write every attachment into %1:\n%2").arg(QDir::toNativeSeparators(folder), failed.join(QLatin1Char('\n'))));
     return written;
 }
 
@@ -783,8 +785,8 @@ void TMailInfoFrame::SaveAsPdf(QString fileName, const std::function<void(bool)>
     if (!m_message)
         return;
     if (fileName.isEmpty())
-        fileName = AskSaveName(QStringLiteral("Save as PDF"), tasks::SafeAttachName(m_message->Subject().isEmpty()
-                                                                   ? QStringLiteral("message") : m_message->Subject())
+        fileName = AskSaveName(QCoreApplication::translate("TMailInfoFrame", "Save as PDF"), tasks::SafeAttachName(m_message->Subject().isEmpty()
+                                                                   ? QCoreApplication::translate("TMailInfoFrame", "message") : m_message->Subject())
                                                                    + QStringLiteral(".pdf"));
     if (fileName.isEmpty())
         return;
@@ -792,7 +794,7 @@ void TMailInfoFrame::SaveAsPdf(QString fileName, const std::function<void(bool)>
         QObject::disconnect(view->page(), &QWebEnginePage::pdfPrintingFinished, nullptr, nullptr);
         connect(view->page(), &QWebEnginePage::pdfPrintingFinished, this, [this, done](const QString& path, bool ok) {
             if (!ok)
-                ShowError(QStringLiteral("Could not write %1.").arg(QDir::toNativeSeparators(path)));
+                ShowError(QCoreApplication::translate("TMailInfoFrame", "Could not write %1.").arg(QDir::toNativeSeparators(path)));
             if (done)
                 done(ok);
         });
@@ -806,7 +808,7 @@ void TMailInfoFrame::Print()
         return;
     auto printer = std::make_shared<QPrinter>(QPrinter::HighResolution);
     QPrintDialog dialog(printer.get(), this);
-    dialog.setWindowTitle(QStringLiteral("Print message"));
+    dialog.setWindowTitle(QCoreApplication::translate("TMailInfoFrame", "Print message"));
     if (dialog.exec() != QDialog::Accepted)
         return;
     RenderForPrint([this, printer](QWebEngineView* view) {
@@ -814,7 +816,7 @@ void TMailInfoFrame::Print()
         // The printer lives until the page is printed.
         connect(view, &QWebEngineView::printFinished, this, [this, printer](bool ok) {
             if (!ok)
-                ShowError(QStringLiteral("The message could not be printed."));
+                ShowError(QCoreApplication::translate("TMailInfoFrame", "The message could not be printed."));
         });
         view->print(printer.get());
     });
@@ -825,7 +827,7 @@ QString TMailInfoFrame::SaveAttach()
     const auto attach = ActiveAttach();
     if (!attach)
         return {};
-    const QString fileName = AskSaveName(QStringLiteral("Save attach as"), ProposedSaveName(*attach));
+    const QString fileName = AskSaveName(QCoreApplication::translate("TMailInfoFrame", "Save attach as"), ProposedSaveName(*attach));
     if (fileName.isEmpty())
         return {};
     // The user confirmed the name: an existing file is replaced.
@@ -839,7 +841,7 @@ QString TMailInfoFrame::SaveAttach()
         written = WriteAttachment(*attach, fileName, &error);
     }
     if (!written) {
-        ShowError(QStringLiteral("Could not write %1: %2").arg(fileName, error));
+        ShowError(QCoreApplication::translate("TMailInfoFrame", "Could not write %1: %2").arg(fileName, error));
         return {};
     }
     return fileName;

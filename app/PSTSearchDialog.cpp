@@ -1,5 +1,6 @@
 #include "app/PSTSearchDialog.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QHBoxLayout>
 #include <QHeaderView>
@@ -26,7 +27,7 @@ constexpr int LoadedRole = Qt::UserRole + 2;
 TPSTSearchDialog::TPSTSearchDialog(QWidget* parent)
     : QDialog(parent, Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint)
 {
-    setWindowTitle(QStringLiteral("Search Outlook data files"));
+    setWindowTitle(QCoreApplication::translate("TPSTSearchDialog", "Search Outlook data files"));
     setSizeGripEnabled(true);
     resize(760, 460);
     ShowMessage = [this](const QString& text) { QMessageBox::information(this, windowTitle(), text); };
@@ -35,7 +36,7 @@ TPSTSearchDialog::TPSTSearchDialog(QWidget* parent)
     auto* left = new QWidget;
     auto* leftLayout = new QVBoxLayout(left);
     leftLayout->setContentsMargins(0, 0, 0, 0);
-    leftLayout->addWidget(new QLabel(QStringLiteral("Drives")));
+    leftLayout->addWidget(new QLabel(QCoreApplication::translate("TPSTSearchDialog", "Drives")));
     m_model = new QStandardItemModel(this);
     m_tree = new QTreeView;
     m_tree->setModel(m_model);
@@ -47,7 +48,7 @@ TPSTSearchDialog::TPSTSearchDialog(QWidget* parent)
     auto* right = new QWidget;
     auto* rightLayout = new QVBoxLayout(right);
     rightLayout->setContentsMargins(0, 0, 0, 0);
-    rightLayout->addWidget(new QLabel(QStringLiteral("Found outlook data files")));
+    rightLayout->addWidget(new QLabel(QCoreApplication::translate("TPSTSearchDialog", "Found outlook data files")));
     m_progress = new QWidget;
     auto* progressLayout = new QHBoxLayout(m_progress);
     progressLayout->setContentsMargins(0, 0, 0, 0);
@@ -58,8 +59,8 @@ TPSTSearchDialog::TPSTSearchDialog(QWidget* parent)
     m_found = new QListWidget;
     rightLayout->addWidget(m_found);
     auto* toolbar = new QToolBar;
-    m_checkAll = toolbar->addAction(QStringLiteral("Check all"));
-    m_uncheckAll = toolbar->addAction(QStringLiteral("Uncheck all"));
+    m_checkAll = toolbar->addAction(QCoreApplication::translate("TPSTSearchDialog", "Check all"));
+    m_uncheckAll = toolbar->addAction(QCoreApplication::translate("TPSTSearchDialog", "Uncheck all"));
     rightLayout->addWidget(toolbar);
     connect(m_checkAll, &QAction::triggered, this, [this] {
         for (int i = 0; i < m_found->count(); ++i)
@@ -75,10 +76,10 @@ TPSTSearchDialog::TPSTSearchDialog(QWidget* parent)
     splitter->addWidget(right);
     splitter->setStretchFactor(1, 1);
 
-    m_start = new QPushButton(QStringLiteral("Start search"));
+    m_start = new QPushButton(QCoreApplication::translate("TPSTSearchDialog", "Start search"));
     m_start->setDefault(true);
-    m_stop = new QPushButton(QStringLiteral("Stop"));
-    m_close = new QPushButton(QStringLiteral("&Close"));
+    m_stop = new QPushButton(QCoreApplication::translate("TPSTSearchDialog", "Stop"));
+    m_close = new QPushButton(QCoreApplication::translate("TPSTSearchDialog", "&Close"));
     connect(m_start, &QPushButton::clicked, this, &TPSTSearchDialog::StartSearch);
     connect(m_stop, &QPushButton::clicked, this, &TPSTSearchDialog::StopSearch);
     connect(m_close, &QPushButton::clicked, this, &TPSTSearchDialog::reject);
@@ -98,11 +99,11 @@ TPSTSearchDialog::TPSTSearchDialog(QWidget* parent)
     connect(&m_search, &TVirtualFileSearch::Found, this, &TPSTSearchDialog::AddFound);
     connect(&m_search, &TVirtualFileSearch::Complete, this, [this] {
         SetIdle(true);
-        ShowMessage(QStringLiteral("Search complete"));
+        ShowMessage(QCoreApplication::translate("TPSTSearchDialog", "Search complete"));
     });
 
     // The home folder and the mounted volumes.
-    AddRoot(QDir::homePath(), QStringLiteral("Home (%1)").arg(QDir::homePath()));
+    AddRoot(QDir::homePath(), QCoreApplication::translate("TPSTSearchDialog", "Home (%1)").arg(QDir::homePath()));
     for (const QStorageInfo& volume : QStorageInfo::mountedVolumes())
         if (volume.isValid() && volume.isReady() && volume.rootPath() != QDir::homePath())
             AddRoot(volume.rootPath(), volume.displayName() == volume.rootPath()

@@ -3,6 +3,7 @@
 #include "app/ProjectData.h"
 
 #include <QApplication>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QPainter>
@@ -75,11 +76,11 @@ QString TPSTNode::Caption() const
     const QString name = QFileInfo(Name).fileName();
     switch (State) {
     case nsLoading:
-        return QStringLiteral("Loading %1...").arg(name);
+        return QCoreApplication::translate("TPSTTree", "Loading %1...").arg(name);
     case nsOpenFailed:
-        return QStringLiteral("Error open %1").arg(name);
+        return QCoreApplication::translate("TPSTTree", "Error open %1").arg(name);
     case nsDisabled:
-        return QStringLiteral("Disabled: %1").arg(name);
+        return QCoreApplication::translate("TPSTTree", "Disabled: %1").arg(name);
     default:
         return name;
     }

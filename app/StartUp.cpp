@@ -13,8 +13,8 @@
 #include "tasks/CommandLineExport.h"
 #include "tasks/MailProperties.h"
 
-#include <QFileInfo>
 #include <QCoreApplication>
+#include <QFileInfo>
 #include <cstdio>
 
 namespace tessaly::app {
@@ -100,7 +100,8 @@ int Run(int argc, char** argv, const TWindowHooks& hooks)
     }
     if (commandLine.WantsMainWindow()) {
         if (!platform::CanShowWindows()) {
-            std::fprintf(stderr, "tessaly: no display to show the window on (set DISPLAY or WAYLAND_DISPLAY)\n");
+            std::fprintf(stderr, "%s\n", qUtf8Printable(QCoreApplication::translate("StartUp",
+                "tessaly: no display to show the window on (set DISPLAY or WAYLAND_DISPLAY)")));
             return core::crNothing;
         }
         const int result = hooks.RunWindow(argc, argv, projectData);
@@ -133,12 +134,13 @@ int StartWindowProgram(char** argv)
         }
     }
     if (program.isEmpty()) {
-        std::fprintf(stderr, "tessaly: the window program %s is missing beside %s; reinstall Tessaly\n", qUtf8Printable(name),
-            qUtf8Printable(folder));
+        std::fprintf(stderr, "%s\n", qUtf8Printable(QCoreApplication::translate("StartUp",
+            "tessaly: the window program %1 is missing beside %2; reinstall Tessaly").arg(name, folder)));
         return core::crNothing;
     }
     const QString failure = platform::ReplaceProcess(program, argv);
-    std::fprintf(stderr, "tessaly: cannot start %s: %s\n", qUtf8Printable(program), qUtf8Printable(failure));
+    std::fprintf(stderr, "%s\n",
+        qUtf8Printable(QCoreApplication::translate("StartUp", "tessaly: cannot start %1: %2").arg(program, failure)));
     return core::crNothing;
 }
 

@@ -8,6 +8,7 @@
 #include "core/SettingsStore.h"
 #include "platform/Terminal.h"
 
+#include <QCoreApplication>
 #include <QMessageBox>
 #include <cstdio>
 
@@ -23,7 +24,8 @@ int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
     if (platform::RunsAsAdministrator() && !qEnvironmentVariableIsSet("QTWEBENGINE_DISABLE_SANDBOX")
         && !qEnvironmentVariable("QTWEBENGINE_CHROMIUM_FLAGS").contains(QLatin1String("--no-sandbox"))) {
         qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
-        std::fprintf(stderr, "tessaly: running as root, so the message view runs without its sandbox\n");
+        std::fprintf(stderr, "%s\n", qUtf8Printable(QCoreApplication::translate("WindowStart",
+            "tessaly: running as root, so the message view runs without its sandbox")));
     }
     RegisterPreviewSchemes();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);

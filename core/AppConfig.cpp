@@ -2,6 +2,7 @@
 
 #include "core/Exceptions.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QXmlStreamReader>
 
@@ -55,7 +56,7 @@ TAppConfig TAppConfig::Parse(const QByteArray& data)
         }
     }
     if (xml.hasError())
-        throw ETessalyError(QStringLiteral("Invalid configuration: %1 (line %2)").arg(xml.errorString()).arg(xml.lineNumber()));
+        throw ETessalyError(QCoreApplication::translate("TAppConfig", "Invalid configuration: %1 (line %2)").arg(xml.errorString()).arg(xml.lineNumber()));
     return config;
 }
 
@@ -72,7 +73,7 @@ const TAppConfig& TAppConfig::BuiltIn()
         InitTessalyResources();
         QFile file(QStringLiteral(":/TESSALYXML"));
         if (!file.open(QIODevice::ReadOnly))
-            throw ETessalyError(QStringLiteral("The built-in configuration is missing"));
+            throw ETessalyError(QCoreApplication::translate("TAppConfig", "The built-in configuration is missing"));
         return Parse(file.readAll());
     }();
     return config;

@@ -3,6 +3,7 @@
 #include "core/AppConfig.h"
 #include "core/HtmlText.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 
 namespace tessaly::core {
@@ -141,19 +142,19 @@ void TCommandLine::Parse(const QStringList& args, const QString& workingDir)
             hasValue = true;
         }
         if (name.isEmpty())
-            throw ECommandLineError(crCommandLine, QStringLiteral("a key without a name: %1").arg(arg));
+            throw ECommandLineError(crCommandLine, QCoreApplication::translate("TCommandLine", "a key without a name: %1").arg(arg));
         const TCommandKey* key = FindKey(name);
         if (!key)
-            throw ECommandLineError(crCommandLine, QStringLiteral("unknown key -%1").arg(name));
+            throw ECommandLineError(crCommandLine, QCoreApplication::translate("TCommandLine", "unknown key -%1").arg(name));
         if (key->Kind == TKeyKind::Switch) {
             bool on = true;
             if (hasValue && !ParseSwitchValue(value, on))
                 throw ECommandLineError(crCommandLine,
-                    QStringLiteral("the key -%1 takes true or false, not \"%2\"").arg(key->Name, value));
+                    QCoreApplication::translate("TCommandLine", "the key -%1 takes true or false, not \"%2\"").arg(key->Name, value));
             value = on ? QStringLiteral("true") : QStringLiteral("false");
         } else if (!hasValue) {
             if (i + 1 >= args.size())
-                throw ECommandLineError(crCommandLine, QStringLiteral("the key -%1 needs a value").arg(key->Name));
+                throw ECommandLineError(crCommandLine, QCoreApplication::translate("TCommandLine", "the key -%1 needs a value").arg(key->Name));
             value = args[++i];
         }
         if (key->IsPath && !value.isEmpty() && QFileInfo(value).isRelative())
@@ -229,8 +230,8 @@ QString TCommandLine::HelpText() const
     qsizetype width = 0;
     for (const auto& l : lines)
         width = std::max(width, l.first.size());
-    QString text = QStringLiteral("Usage: tessaly [FILE...] [-key value] [-switch]\n"
-                                  "Keys may also be written --key, --key=value or -switch=false.\n\nKeys:\n");
+    QString text = QCoreApplication::translate("TCommandLine", "Usage: tessaly [FILE...] [-key value] [-switch]\n"
+                                                               "Keys may also be written --key, --key=value or -switch=false.\n\nKeys:\n");
     for (const auto& l : lines)
         text += QLatin1String("  ") + l.first.leftJustified(width + 2) + l.second + QLatin1Char('\n');
     return text;
@@ -238,7 +239,7 @@ QString TCommandLine::HelpText() const
 
 QString TCommandLine::HelpHtml() const
 {
-    QString html = QStringLiteral("<b>Keys:</b><br>");
+    QString html = QLatin1String("<b>") + HtmlEncode(QCoreApplication::translate("TCommandLine", "Keys:")) + QLatin1String("</b><br>");
     for (const auto& l : HelpLines())
         html += QLatin1String("&nbsp;&nbsp;<b>") + HtmlEncode(l.first) + QLatin1String("</b>&nbsp;&nbsp;")
             + HtmlEncode(l.second) + QLatin1String("<br>");
@@ -248,11 +249,11 @@ QString TCommandLine::HelpHtml() const
 QString TCommandLine::ErrorMessage(int code)
 {
     switch (code) {
-    case crCommandLine: return QStringLiteral("Error in command line");
-    case crNoSource: return QStringLiteral("No source or destination");
-    case crException: return QStringLiteral("Exception");
-    case crInternal: return QStringLiteral("Internal error. Please report it to the developers of Tessaly");
-    case crInvalidSource: return QStringLiteral("Invalid source files");
+    case crCommandLine: return QCoreApplication::translate("TCommandLine", "Error in command line");
+    case crNoSource: return QCoreApplication::translate("TCommandLine", "No source or destination");
+    case crException: return QCoreApplication::translate("TCommandLine", "Exception");
+    case crInternal: return QCoreApplication::translate("TCommandLine", "Internal error. Please report it to the developers of Tessaly");
+    case crInvalidSource: return QCoreApplication::translate("TCommandLine", "Invalid source files");
     default: return {};
     }
 }
@@ -264,8 +265,10 @@ QString TCommandLine::ErrorPage(int code, const QString& detail) const
     QString message = HtmlEncode(ErrorMessage(code));
     if (!detail.isEmpty())
         message += QLatin1String("<br>&nbsp;&nbsp;") + HtmlEncode(detail);
-    return QLatin1String("<b><font color=clRed>Error:</font></b><br>&nbsp;&nbsp;") + message
-        + QLatin1String("<br>&nbsp;<br>") + QLatin1String("<b>Command line: </b><br>&nbsp;&nbsp;") + HtmlEncode(m_text)
+    return QLatin1String("<b><font color=clRed>") + HtmlEncode(QCoreApplication::translate("TCommandLine", "Error:"))
+        + QLatin1String("</font></b><br>&nbsp;&nbsp;") + message + QLatin1String("<br>&nbsp;<br>") + QLatin1String("<b>")
+        + HtmlEncode(QCoreApplication::translate("TCommandLine", "Command line:")) + QLatin1String(" </b><br>&nbsp;&nbsp;")
+        + HtmlEncode(m_text)
         + QLatin1String("<p>&nbsp;<p><hr><p>") + HelpHtml();
 }
 

@@ -3,6 +3,7 @@
 #include "core/Exceptions.h"
 #include "core/Version.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -102,7 +103,7 @@ void TCrashReporter::Report(const std::exception& e, const QString& where)
 
 void TCrashReporter::ReportUnknown(const QString& where)
 {
-    Record(QStringLiteral("unknown exception"), QString(), where, true);
+    Record(QCoreApplication::translate("TCrashReporter", "unknown exception"), QString(), where, true);
 }
 
 void TCrashReporter::Record(const QString& kind, const QString& message, const QString& where, bool log)
@@ -134,10 +135,10 @@ void TCrashReporter::Record(const QString& kind, const QString& message, const Q
         show(QLatin1String(ProductName), message);
         return;
     }
-    QString text = QStringLiteral("An unexpected error occurred:\n%1").arg(message.isEmpty() ? kind : message);
-    text += logged ? QStringLiteral("\n\nThe details were written to %1. Please send that file to the developers.").arg(logFile)
-                   : QStringLiteral("\n\nThe details could not be written to %1.").arg(logFile);
-    show(QStringLiteral("%1 error").arg(QLatin1String(ProductName)), text);
+    QString text = QCoreApplication::translate("TCrashReporter", "An unexpected error occurred:\n%1").arg(message.isEmpty() ? kind : message);
+    text += logged ? QCoreApplication::translate("TCrashReporter", "\n\nThe details were written to %1. Please send that file to the developers.").arg(logFile)
+                   : QCoreApplication::translate("TCrashReporter", "\n\nThe details could not be written to %1.").arg(logFile);
+    show(QCoreApplication::translate("TCrashReporter", "%1 error").arg(QLatin1String(ProductName)), text);
 }
 
 void TCrashReporter::InstallTerminateHandler()

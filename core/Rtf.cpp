@@ -2,6 +2,7 @@
 
 #include "core/Charset.h"
 
+#include <QCoreApplication>
 #include <QHash>
 #include <array>
 #include <cstring>
@@ -52,7 +53,7 @@ uint32_t Crc32(const char* data, qsizetype size)
 QByteArray DecompressRtf(const QByteArray& data)
 {
     if (data.size() < 16)
-        throw ERtfError(QStringLiteral("Compressed RTF is shorter than its header"));
+        throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF is shorter than its header"));
     const char* p = data.constData();
     const uint32_t compSize = ReadLE32(p);
     const uint32_t rawSize = ReadLE32(p + 4);
@@ -61,18 +62,18 @@ QByteArray DecompressRtf(const QByteArray& data)
     // COMPSIZE counts the 12 header bytes after it; some writers pad the
     // stream, so more data than that is tolerated.
     if (compSize < 12 || qint64(compSize) + 4 > data.size())
-        throw ERtfError(QStringLiteral("Compressed RTF has a wrong size"));
+        throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF has a wrong size"));
     if (rawSize > MaxRawSize)
-        throw ERtfError(QStringLiteral("Compressed RTF claims an implausible size"));
+        throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF claims an implausible size"));
     const char* contents = p + 16;
     const qsizetype contentsSize = qsizetype(compSize) - 12;
 
     if (type == UncompressedMagic)
         return QByteArray(contents, std::min<qsizetype>(contentsSize, rawSize));
     if (type != CompressedMagic)
-        throw ERtfError(QStringLiteral("Compressed RTF has an unknown type"));
+        throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF has an unknown type"));
     if (Crc32(contents, contentsSize) != crc)
-        throw ERtfError(QStringLiteral("Compressed RTF fails its CRC check"));
+        throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF fails its CRC check"));
 
     std::array<char, DictionarySize> dictionary {};
     const int initialSize = int(sizeof InitialDictionary) - 1;
@@ -95,7 +96,7 @@ QByteArray DecompressRtf(const QByteArray& data)
                 continue;
             }
             if (pos + 1 >= contentsSize)
-                throw ERtfError(QStringLiteral("Compressed RTF ends inside a reference"));
+                throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF ends inside a reference"));
             const uint16_t reference = uint16_t(uchar(contents[pos]) << 8 | uchar(contents[pos + 1]));
             pos += 2;
             int offset = reference >> 4;
@@ -110,7 +111,7 @@ QByteArray DecompressRtf(const QByteArray& data)
                 offset = (offset + 1) % DictionarySize;
             }
             if (out.size() > qsizetype(MaxRawSize))
-                throw ERtfError(QStringLiteral("Compressed RTF expands beyond its size"));
+                throw ERtfError(QCoreApplication::translate("Rtf", "Compressed RTF expands beyond its size"));
         }
     }
     return out;

@@ -5,6 +5,7 @@
 #include "mail/OutlookMessage.h"
 #include "mail/VCard.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -38,10 +39,10 @@ std::shared_ptr<IMailMessage> FromOutlook(const QByteArray& data, const QString&
 {
     auto reader = std::make_shared<TOutlookMessage>();
     if (!reader->LoadFromBytes(data))
-        throw EInvalidMailFormat(NamedError(name, QStringLiteral("damaged message file")));
+        throw EInvalidMailFormat(NamedError(name, QCoreApplication::translate("TFileMailMsgRequest", "damaged message file")));
     if (!reader->HasMessage())
         throw EInvalidMailFormat(NamedError(name,
-            reader->HasMessageEntries() || TOutlookMessage::LooksTruncated(data) ? QStringLiteral("damaged message file") : QStringLiteral("not a message file")));
+            reader->HasMessageEntries() || TOutlookMessage::LooksTruncated(data) ? QCoreApplication::translate("TFileMailMsgRequest", "damaged message file") : QCoreApplication::translate("TFileMailMsgRequest", "not a message file")));
     if (reader->IsContact())
         return std::make_shared<TMailOutlookContact>(reader);
     if (reader->IsMeeting())
@@ -81,7 +82,7 @@ TFileMailMsgRequest::TFileMailMsgRequest(QIODevice& stream) : m_stream(&stream) 
 std::shared_ptr<IMailMessage> TFileMailMsgRequest::FromBytes(const QByteArray& data, const QString& extension)
 {
     if (data.isEmpty())
-        throw EInvalidMailFormat(NamedError(m_fileName, QStringLiteral("not a message file (the file is empty)")));
+        throw EInvalidMailFormat(NamedError(m_fileName, QCoreApplication::translate("TFileMailMsgRequest", "not a message file (the file is empty)")));
     if (TOutlookMessage::HasCompoundSignature(data))
         return FromOutlook(data, m_fileName);
     if (extension == QLatin1String("vcf") && !m_stream)
@@ -92,14 +93,14 @@ std::shared_ptr<IMailMessage> TFileMailMsgRequest::FromBytes(const QByteArray& d
         const QByteArray text = emlx ? StripEmlxLength(data) : data;
         const qsizetype first = FirstHeaderField(text);
         if (first < 0)
-            throw EInvalidMailFormat(NamedError(m_fileName, QStringLiteral("not a message file")));
+            throw EInvalidMailFormat(NamedError(m_fileName, QCoreApplication::translate("TFileMailMsgRequest", "not a message file")));
         // The mbox "From " line is the parser's to take; other lines before
         // the header fields would hide them.
         if (first > 0 && !text.startsWith("From "))
             return ParseEMLMessage(text.mid(first));
         return ParseEMLMessage(text);
     }
-    throw EInvalidMailFormat(QStringLiteral("Can not determine format of file ") + m_fileName);
+    throw EInvalidMailFormat(QCoreApplication::translate("TFileMailMsgRequest", "Can not determine format of file ") + m_fileName);
 }
 
 std::shared_ptr<IMailMessage> TFileMailMsgRequest::Message()
@@ -112,7 +113,7 @@ std::shared_ptr<IMailMessage> TFileMailMsgRequest::Message()
     }
     QFile file(m_fileName);
     if (!file.open(QIODevice::ReadOnly))
-        throw EFileReadError(QStringLiteral("Can not read file %1: %2").arg(m_fileName, file.errorString()));
+        throw EFileReadError(QCoreApplication::translate("TFileMailMsgRequest", "Can not read file %1: %2").arg(m_fileName, file.errorString()));
     m_message = FromBytes(file.readAll(), QFileInfo(m_fileName).suffix().toLower());
     return m_message;
 }

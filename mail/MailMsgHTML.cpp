@@ -8,6 +8,7 @@
 #include "mail/MailMsgObj.h"
 #include "mail/Pictures.h"
 
+#include <QCoreApplication>
 #include <QFile>
 #include <QLocale>
 #include <QRegularExpression>
@@ -215,7 +216,8 @@ QString TMailMsgHTML::LinkURL(const QString& url) const
 void TMailMsgHTML::WriteSenderRow(const std::shared_ptr<IMailRecipient>& sender, bool withIP)
 {
     QString line = QStringLiteral("<tr id=%1>").arg(NextRowId()) + CaptionCell(QStringLiteral("from"))
-        + QStringLiteral("<b>From: </b></td><td id=from_text><a href=\"mailto:")
+        + QStringLiteral("<b>") + QCoreApplication::translate("TMailMsgHTML", "From")
+        + QStringLiteral(": </b></td><td id=from_text><a href=\"mailto:")
         + Encode(sender ? sender->EMail() : QString()) + QStringLiteral("\">")
         + Encode(sender ? sender->Caption() : QString()) + QStringLiteral("</a>");
     if (withIP && m_options.SenderIP) {
@@ -276,7 +278,8 @@ void TMailMsgHTML::WriteAttachRows(const std::vector<std::shared_ptr<IMailAttach
         }
         const QString name = Encode(attach->FileName());
         if (m_attachCaption) {
-            m_lines << QStringLiteral("<tr id=%1><td id=attach_caption><b>Attachments: </b></td><td>").arg(rowId) + start
+            m_lines << QStringLiteral("<tr id=%1><td id=attach_caption><b>").arg(rowId)
+                    + QCoreApplication::translate("TMailMsgHTML", "Attachments") + QStringLiteral(": </b></td><td>") + start
                     + name + end + QStringLiteral("</td></tr>");
             m_attachCaption = false;
         } else {
@@ -291,18 +294,18 @@ void TMailMsgHTML::WriteAttachRows(const std::vector<std::shared_ptr<IMailAttach
 void TMailMsgHTML::WriteMeetingRows(const IMailMeeting& meeting, bool inHeader)
 {
     WriteSenderRow(m_message.Sender(), false);
-    WriteRecipientRows(QStringLiteral("to"), QStringLiteral("Required"), inHeader, m_message.Recipients(mrtTo));
-    WriteRecipientRows(QStringLiteral("cc"), QStringLiteral("Optional"), false, m_message.Recipients(mrtCC));
-    WriteRecipientRows(QStringLiteral("bcc"), QStringLiteral("Resource"), false, m_message.Recipients(mrtBCC));
+    WriteRecipientRows(QStringLiteral("to"), QCoreApplication::translate("TMailMsgHTML", "Required"), inHeader, m_message.Recipients(mrtTo));
+    WriteRecipientRows(QStringLiteral("cc"), QCoreApplication::translate("TMailMsgHTML", "Optional"), false, m_message.Recipients(mrtCC));
+    WriteRecipientRows(QStringLiteral("bcc"), QCoreApplication::translate("TMailMsgHTML", "Resource"), false, m_message.Recipients(mrtBCC));
     if (inHeader)
-        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Subject"), Encode(m_message.Subject()));
+        WriteTextRow(QStringLiteral("subject"), QCoreApplication::translate("TMailMsgHTML", "Subject"), Encode(m_message.Subject()));
     if (inHeader || !meeting.Location().isEmpty())
-        WriteTextRow(QStringLiteral("subject"), QStringLiteral("Location"), Encode(meeting.Location()));
+        WriteTextRow(QStringLiteral("subject"), QCoreApplication::translate("TMailMsgHTML", "Location"), Encode(meeting.Location()));
     QString when = DateText(meeting.AppoitmentStart());
     if (meeting.AppoitmentEnd() > 0)
         when += QStringLiteral(" - ") + DateText(meeting.AppoitmentEnd());
     if (inHeader || !when.isEmpty())
-        WriteTextRow(QStringLiteral("date"), QStringLiteral("When"), when);
+        WriteTextRow(QStringLiteral("date"), QCoreApplication::translate("TMailMsgHTML", "When"), when);
 }
 
 namespace {
@@ -339,35 +342,35 @@ void TMailMsgHTML::WriteContactCard(const IMailContact& contact)
     std::vector<TRow> rows;
     const auto add = [&rows](const char* field, const char* caption, const QString& html) {
         if (!html.isEmpty())
-            rows.push_back({QLatin1String(field), QLatin1String(caption), html});
+            rows.push_back({QLatin1String(field), QCoreApplication::translate("TMailMsgHTML", caption), html});
     };
     QString name = text(mcfFullName);
     if (name.isEmpty())
         name = m_message.Subject().trimmed();
-    add("name", "Name", Encode(name));
-    add("company", "Company", Encode(text(mcfCompany)));
-    add("jobtitle", "Job title", Encode(text(mcfJobTitle)));
-    add("department", "Department", Encode(text(mcfDepartment)));
+    add("name", QT_TRANSLATE_NOOP("TMailMsgHTML", "Name"), Encode(name));
+    add("company", QT_TRANSLATE_NOOP("TMailMsgHTML", "Company"), Encode(text(mcfCompany)));
+    add("jobtitle", QT_TRANSLATE_NOOP("TMailMsgHTML", "Job title"), Encode(text(mcfJobTitle)));
+    add("department", QT_TRANSLATE_NOOP("TMailMsgHTML", "Department"), Encode(text(mcfDepartment)));
     QStringList emails;
     for (const QString& address : text(mcfEMails).split(QLatin1Char(','), Qt::SkipEmptyParts))
         emails << QStringLiteral("<a href=\"mailto:") + Encode(address.trimmed()) + QStringLiteral("\">")
                 + Encode(address.trimmed()) + QStringLiteral("</a>");
-    add("email", "E-mail", emails.join(QStringLiteral("<br>")));
-    add("businessphone", "Business phone", Encode(text(mcfBusinessPhone)));
-    add("homephone", "Home phone", Encode(text(mcfHomePhone)));
-    add("mobilephone", "Mobile phone", Encode(text(mcfMobilePhone)));
-    add("businessfax", "Business fax", Encode(text(mcfBusinessFax)));
+    add("email", QT_TRANSLATE_NOOP("TMailMsgHTML", "E-mail"), emails.join(QStringLiteral("<br>")));
+    add("businessphone", QT_TRANSLATE_NOOP("TMailMsgHTML", "Business phone"), Encode(text(mcfBusinessPhone)));
+    add("homephone", QT_TRANSLATE_NOOP("TMailMsgHTML", "Home phone"), Encode(text(mcfHomePhone)));
+    add("mobilephone", QT_TRANSLATE_NOOP("TMailMsgHTML", "Mobile phone"), Encode(text(mcfMobilePhone)));
+    add("businessfax", QT_TRANSLATE_NOOP("TMailMsgHTML", "Business fax"), Encode(text(mcfBusinessFax)));
     const QString businessAddress = text(mcfBusinessAddress);
-    add("businessaddress", "Business address", TextLinesToHtml(businessAddress));
+    add("businessaddress", QT_TRANSLATE_NOOP("TMailMsgHTML", "Business address"), TextLinesToHtml(businessAddress));
     // The mailing address is often a copy of the business address.
     if (text(mcfPostalAddress) != businessAddress)
-        add("address", "Address", TextLinesToHtml(text(mcfPostalAddress)));
+        add("address", QT_TRANSLATE_NOOP("TMailMsgHTML", "Address"), TextLinesToHtml(text(mcfPostalAddress)));
     const QDateTime birthday = contact.GetField(mcfBirthday).toDateTime();
     if (birthday.isValid())
-        add("birthday", "Birthday", Encode(QLocale().toString(birthday.date(), QLocale::ShortFormat)));
+        add("birthday", QT_TRANSLATE_NOOP("TMailMsgHTML", "Birthday"), Encode(QLocale().toString(birthday.date(), QLocale::ShortFormat)));
     if (const QString page = text(mcfWebPage); !page.isEmpty())
-        add("webpage", "Web page", WebPageHtml(page));
-    add("notes", "Notes", TextLinesToHtml(text(mcfNotes)));
+        add("webpage", QT_TRANSLATE_NOOP("TMailMsgHTML", "Web page"), WebPageHtml(page));
+    add("notes", QT_TRANSLATE_NOOP("TMailMsgHTML", "Notes"), TextLinesToHtml(text(mcfNotes)));
 
     QString picture;
     const QVariant pictureField = contact.GetField(mcfPicture);
@@ -387,7 +390,7 @@ void TMailMsgHTML::WriteContactCard(const IMailContact& contact)
         return;
     m_lines << QStringLiteral("<table id=header_table class=contact_card>");
     if (rows.empty())
-        rows.push_back({QStringLiteral("name"), QStringLiteral("Name"), QString()});
+        rows.push_back({QStringLiteral("name"), QCoreApplication::translate("TMailMsgHTML", "Name"), QString()});
     for (size_t i = 0; i < rows.size(); ++i) {
         QString line = QStringLiteral("<tr id=%1>").arg(NextRowId()) + CaptionCell(rows[i].field) + QStringLiteral("<b>")
             + rows[i].caption + QStringLiteral(": </b></td><td id=%1_text>").arg(rows[i].field) + rows[i].html
@@ -424,15 +427,15 @@ void TMailMsgHTML::CreateHeader()
         if (m_options.Sender)
             WriteSenderRow(m_message.Sender(), true);
         if (m_options.Recipient)
-            WriteRecipientRows(QStringLiteral("to"), QStringLiteral("To"), true, m_message.Recipients(mrtTo));
+            WriteRecipientRows(QStringLiteral("to"), QCoreApplication::translate("TMailMsgHTML", "To"), true, m_message.Recipients(mrtTo));
         if (m_options.CC)
-            WriteRecipientRows(QStringLiteral("cc"), QStringLiteral("CC"), false, m_message.Recipients(mrtCC));
+            WriteRecipientRows(QStringLiteral("cc"), QCoreApplication::translate("TMailMsgHTML", "CC"), false, m_message.Recipients(mrtCC));
         if (m_options.BCC)
-            WriteRecipientRows(QStringLiteral("bcc"), QStringLiteral("BCC"), false, m_message.Recipients(mrtBCC));
+            WriteRecipientRows(QStringLiteral("bcc"), QCoreApplication::translate("TMailMsgHTML", "BCC"), false, m_message.Recipients(mrtBCC));
         if (m_options.Date)
-            WriteTextRow(QStringLiteral("date"), QStringLiteral("Date"), DateText(m_message.Date(mdClientSubmit)));
+            WriteTextRow(QStringLiteral("date"), QCoreApplication::translate("TMailMsgHTML", "Date"), DateText(m_message.Date(mdClientSubmit)));
         if (m_options.Subject)
-            WriteTextRow(QStringLiteral("subject"), QStringLiteral("Subject"), Encode(m_message.Subject()));
+            WriteTextRow(QStringLiteral("subject"), QCoreApplication::translate("TMailMsgHTML", "Subject"), Encode(m_message.Subject()));
     }
     const auto lists = m_task.AttachLists();
     const bool anyAttachments = std::any_of(lists.begin(), lists.end(), [](const auto& l) { return !l.empty(); });
@@ -447,7 +450,8 @@ void TMailMsgHTML::CreateHeader()
         QString headers = Encode(m_message.Headers());
         headers.replace(QStringLiteral("\r\n"), QStringLiteral("&#13;&#10;"));
         headers.replace(QStringLiteral("&#13;&#10;"), QStringLiteral("<br>") + CRLF);
-        m_lines << QStringLiteral("<tr><td align=right valign=top><b>Headers: </b></td><td>") + headers
+        m_lines << QStringLiteral("<tr><td align=right valign=top><b>") + QCoreApplication::translate("TMailMsgHTML", "Headers")
+                + QStringLiteral(": </b></td><td>") + headers
                 + QStringLiteral("</td></tr>");
         m_empty = false;
     }

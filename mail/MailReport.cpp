@@ -7,6 +7,7 @@
 #include "mail/MailMsgHTML.h"
 #include "mail/MailMsgObj.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QJsonArray>
 
@@ -103,7 +104,7 @@ QJsonObject MessageReport(const IMailMessage& message, int depth)
 QJsonObject ReportMessageFile(const QString& fileName)
 {
     if (!QFileInfo(fileName).isFile())
-        throw core::ETessalyError(QStringLiteral("File not found: %1").arg(fileName));
+        throw core::ETessalyError(QCoreApplication::translate("MailReport", "File not found: %1").arg(fileName));
     TFileMailMsgRequest request(fileName);
     const auto message = request.Message();
     QJsonObject report{{QStringLiteral("file"), fileName}, {QStringLiteral("format"), QStringLiteral("message")}};

@@ -1,5 +1,6 @@
 #include "mail/MailStringList.h"
 
+#include <QCoreApplication>
 #include <QFile>
 
 namespace tessaly::mail {
@@ -85,7 +86,7 @@ void TMailStringList::LoadFromFile(const QString& fileName, int maxLines)
 {
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
-        throw EFileReadError(QStringLiteral("Can not read file %1: %2").arg(fileName, file.errorString()));
+        throw EFileReadError(QCoreApplication::translate("TMailStringList", "Can not read file %1: %2").arg(fileName, file.errorString()));
     Clear();
     LoadFromStream(file, maxLines);
 }

@@ -4,6 +4,8 @@
 #include "pstfile/Crypt.h"
 #include "pstfile/Endian.h"
 
+#include <QCoreApplication>
+
 #include <gsf/gsf-outfile-msole.h>
 #include <gsf/gsf-outfile.h>
 #include <gsf/gsf-output-memory.h>
@@ -60,7 +62,7 @@ public:
                 return uint16_t(0x8000 + i);
         }
         if (m_entries.size() >= 0x7FFF)
-            throw EMsgWriteError(QStringLiteral("too many named properties"));
+            throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "too many named properties"));
         m_entries.push_back({property.set, property.lid, property.name, 0, {}});
         return uint16_t(0x8000 + m_entries.size() - 1);
     }
@@ -103,7 +105,7 @@ public:
         GsfOutfile* root = gsf_outfile_msole_new(sink);
         if (!root) {
             g_object_unref(sink);
-            throw EMsgWriteError(QStringLiteral("the compound file could not be made"));
+            throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "the compound file could not be made"));
         }
         try {
             WriteMessage(root, message, 0);
@@ -125,7 +127,7 @@ public:
                 qsizetype(gsf_output_size(sink)));
         g_object_unref(sink); // closed with the compound file
         if (!m_ok)
-            throw EMsgWriteError(QStringLiteral("the compound file could not be written"));
+            throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "the compound file could not be written"));
         return bytes;
     }
 
@@ -134,7 +136,7 @@ private:
     {
         GsfOutput* child = gsf_outfile_new_child(parent, name.toLatin1().constData(), TRUE);
         if (!child)
-            throw EMsgWriteError(QStringLiteral("the storage %1 could not be made").arg(name));
+            throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "the storage %1 could not be made").arg(name));
         return GSF_OUTFILE(child);
     }
 
@@ -148,7 +150,7 @@ private:
     {
         GsfOutput* child = gsf_outfile_new_child(storage, name.toLatin1().constData(), FALSE);
         if (!child)
-            throw EMsgWriteError(QStringLiteral("the stream %1 could not be made").arg(name));
+            throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "the stream %1 could not be made").arg(name));
         if (!data.isEmpty())
             m_ok = gsf_output_write(child, size_t(data.size()), reinterpret_cast<const guint8*>(data.constData()))
                 && m_ok;
@@ -189,7 +191,7 @@ private:
                 // stream leaves out.
                 const qsizetype size = e.value.size() + (type == ptUnicode ? 2 : type == ptString8 ? 1 : 0);
                 if (size > qsizetype(UINT32_MAX - 1))
-                    throw EMsgWriteError(QStringLiteral("a value is too large for a message file"));
+                    throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "a value is too large for a message file"));
                 pstfile::Add32(stream, uint32_t(size));
                 pstfile::Add32(stream, 0);
                 WriteStream(storage, StreamName(e.tag), e.value);
@@ -201,7 +203,7 @@ private:
     void WriteMessage(GsfOutfile* storage, const TPSTMessage& message, int depth)
     {
         if (depth > MaxMsgEmbeddingDepth + 1)
-            throw EMsgWriteError(QStringLiteral("attached messages are nested too deeply"));
+            throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "attached messages are nested too deeply"));
         const auto recipients = uint32_t(message.recipients.size());
         const auto attachments = uint32_t(message.attachments.size());
         // [MS-OXMSG] 2.4.1: 32 bytes at the top level, 24 in an attached message.
@@ -257,7 +259,7 @@ TMsgWriter::TMsgWriter(const IMailMessage& message) : m_model(ToMsgModel(message
 QByteArray TMsgWriter::SaveToBytes() const
 {
     if (!m_model)
-        throw EMsgWriteError(QStringLiteral("no message to write"));
+        throw EMsgWriteError(QCoreApplication::translate("TMsgWriter", "no message to write"));
     return TCompoundBuilder().Build(*m_model);
 }
 

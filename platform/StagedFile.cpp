@@ -1,5 +1,6 @@
 #include "platform/StagedFile.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QRandomGenerator>
@@ -35,7 +36,7 @@ TStagedFile::TStagedFile(const QString& target, bool privateToUser, bool named)
         m_handle = CreateLocked(m_temporary, privateToUser);
     }
     if (m_handle < 0) {
-        m_error = QStringLiteral("Can not create a file in %1").arg(QDir::toNativeSeparators(folder.path()));
+        m_error = QCoreApplication::translate("TStagedFile", "Can not create a file in %1").arg(QDir::toNativeSeparators(folder.path()));
         m_temporary.clear();
         return;
     }
@@ -82,13 +83,13 @@ TLinkResult TStagedFile::Commit(QString& target, const std::function<QString(con
                 m_temporary = name;
         }
         if (m_temporary.isEmpty()) {
-            m_error = QStringLiteral("Can not name the file %1").arg(QDir::toNativeSeparators(target));
+            m_error = QCoreApplication::translate("TStagedFile", "Can not name the file %1").arg(QDir::toNativeSeparators(target));
             return lrFailed;
         }
     }
     if (replace) {
         if (!RenameReplace(m_temporary, target)) {
-            m_error = QStringLiteral("Can not replace %1").arg(QDir::toNativeSeparators(target));
+            m_error = QCoreApplication::translate("TStagedFile", "Can not replace %1").arg(QDir::toNativeSeparators(target));
             return lrFailed;
         }
     } else {
@@ -99,7 +100,7 @@ TLinkResult TStagedFile::Commit(QString& target, const std::function<QString(con
             const QString next = result == lrTaken && nextName ? nextName(target) : QString();
             if (next.isEmpty() || next == target) {
                 m_error = result == lrTaken ? QStringLiteral("%1 exists").arg(QDir::toNativeSeparators(target))
-                                            : QStringLiteral("Can not name the file %1").arg(QDir::toNativeSeparators(target));
+                                            : QCoreApplication::translate("TStagedFile", "Can not name the file %1").arg(QDir::toNativeSeparators(target));
                 return result == lrTaken ? lrTaken : lrFailed;
             }
             target = next;

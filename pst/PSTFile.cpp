@@ -5,6 +5,7 @@
 #include "pstfile/Endian.h"
 #include "pstfile/PropTags.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
@@ -100,21 +101,21 @@ QString OpenErrorText(TPSTOpenError error)
     case oeNone:
         break;
     case oeNotFound:
-        return QStringLiteral("The file does not exist.");
+        return QCoreApplication::translate("TPSTFile", "The file does not exist.");
     case oeFolder:
-        return QStringLiteral("This is a folder, not a file.");
+        return QCoreApplication::translate("TPSTFile", "This is a folder, not a file.");
     case oeNoPermission:
-        return QStringLiteral("Permission denied: the file cannot be read.");
+        return QCoreApplication::translate("TPSTFile", "Permission denied: the file cannot be read.");
     case oeEmpty:
-        return QStringLiteral("The file is empty.");
+        return QCoreApplication::translate("TPSTFile", "The file is empty.");
     case oeNotDataFile:
-        return QStringLiteral("This is not an Outlook data file (.pst or .ost).");
+        return QCoreApplication::translate("TPSTFile", "This is not an Outlook data file (.pst or .ost).");
     case oeDamagedHeader:
-        return QStringLiteral("The file's header is damaged.");
+        return QCoreApplication::translate("TPSTFile", "The file's header is damaged.");
     case oeCannotOpen:
-        return QStringLiteral("The system could not open the file.");
+        return QCoreApplication::translate("TPSTFile", "The system could not open the file.");
     case oeNoFolders:
-        return QStringLiteral("The file is damaged: its folders cannot be read.");
+        return QCoreApplication::translate("TPSTFile", "The file is damaged: its folders cannot be read.");
     }
     return {};
 }

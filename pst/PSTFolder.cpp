@@ -4,6 +4,8 @@
 #include "pst/PSTProperty.h"
 #include "pstfile/PropTags.h"
 
+#include <QCoreApplication>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -68,7 +70,7 @@ TPSTFolder* TPSTFolder::GetFolder(int index) const
 
 QString FoldersLeftOutText()
 {
-    return QStringLiteral("Folders nested deeper than %1 levels, or inside themselves, are left out").arg(MaxFolderDepth);
+    return QCoreApplication::translate("TPSTFolder", "Folders nested deeper than %1 levels, or inside themselves, are left out").arg(MaxFolderDepth);
 }
 
 void TPSTFolder::LoadFolders()

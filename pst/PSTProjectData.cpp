@@ -5,6 +5,7 @@
 #include "core/MessageBus.h"
 #include "pst/PSTFile.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 
 namespace tessaly::pst {
@@ -136,15 +137,15 @@ bool TPSTProjectData::CheckOutlookRunning() const
 std::shared_ptr<mail::IMailFolder> TPSTProjectData::RequestMail()
 {
     if (CheckOutlookRunning())
-        throw EOutlookRunning(QStringLiteral("Outlook is running. Please, close Outlook"));
+        throw EOutlookRunning(QCoreApplication::translate("TPSTProjectData", "Outlook is running. Please, close Outlook"));
     QString file = m_commandLine.Value(QStringLiteral("pst"));
     if (file.isEmpty())
         file = FindDefaultPST();
     if (file.isEmpty())
-        throw core::ETessalyError(QStringLiteral("Can not find default outlook data file"));
+        throw core::ETessalyError(QCoreApplication::translate("TPSTProjectData", "Can not find default outlook data file"));
     auto pstFile = std::make_shared<TPSTFile>(file);
     if (!pstFile->RootFolder())
-        throw core::ETessalyError(QStringLiteral("Can not load outlook data file - ") + file);
+        throw core::ETessalyError(QCoreApplication::translate("TPSTProjectData", "Can not load outlook data file - ") + file);
     return std::make_shared<TPSTFileMailFolder>(std::move(pstFile));
 }
 

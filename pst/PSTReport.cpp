@@ -3,6 +3,7 @@
 #include "core/Exceptions.h"
 #include "pst/PSTFile.h"
 
+#include <QCoreApplication>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -203,9 +204,9 @@ void CheckReadable(TPSTFile& file)
 {
     if (!file.IsOpen())
         throw core::ETessalyError(
-            QStringLiteral("Can not open %1: it is not an Outlook data file, or it is damaged").arg(file.FileName()));
+            QCoreApplication::translate("PSTReport", "Can not open %1: it is not an Outlook data file, or it is damaged").arg(file.FileName()));
     if (!file.RootFolder())
-        throw core::ETessalyError(QStringLiteral("Can not read the folders of %1").arg(file.FileName()));
+        throw core::ETessalyError(QCoreApplication::translate("PSTReport", "Can not read the folders of %1").arg(file.FileName()));
 }
 
 // A value as QJsonDocument writes it, at `level`: objects and arrays on
@@ -236,7 +237,7 @@ QByteArray Indent(int level)
 std::unique_ptr<TPSTFile> OpenForReport(const QString& fileName)
 {
     if (!QFileInfo(fileName).isFile())
-        throw core::ETessalyError(QStringLiteral("File not found: %1").arg(fileName));
+        throw core::ETessalyError(QCoreApplication::translate("PSTReport", "File not found: %1").arg(fileName));
     auto file = std::make_unique<TPSTFile>(fileName);
     CheckReadable(*file);
     return file;

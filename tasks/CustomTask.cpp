@@ -5,6 +5,7 @@
 #include "platform/StagedFile.h"
 #include "tasks/MailTemplate.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -71,9 +72,9 @@ void TCustomTask::Account(TTaskEntry& entry, TTaskJob* job, int result)
         break;
     default:
         ++m_failed;
-        AddLog(0, QStringLiteral("Error converting message #%1 (%2): %3")
+        AddLog(0, QCoreApplication::translate("TCustomTask", "Error converting message #%1 (%2): %3")
                       .arg(entry.Index + 1)
-                      .arg(entry.Source, entry.Error.isEmpty() ? QStringLiteral("no message") : entry.Error));
+                      .arg(entry.Source, entry.Error.isEmpty() ? QCoreApplication::translate("TCustomTask", "no message") : entry.Error));
         break;
     }
     entry.Mail.reset(); // the messages of a large run are not kept
@@ -227,7 +228,7 @@ int TCustomTask::Run()
     FinishRun();
     // Durable once, at the end, rather than one sync per file.
     if (!m_writtenFolders.isEmpty() && !platform::SyncFolders(m_writtenFolders.values()))
-        AddLog(0, QStringLiteral("Can not flush the written files to disk"));
+        AddLog(0, QCoreApplication::translate("TCustomTask", "Can not flush the written files to disk"));
     return m_failed;
 }
 

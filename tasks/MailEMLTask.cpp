@@ -2,6 +2,8 @@
 
 #include "platform/StagedFile.h"
 
+#include <QCoreApplication>
+
 namespace tessaly::tasks {
 
 // --- the writer -----------------------------------------------------------------------
@@ -34,7 +36,7 @@ int TMailEMLTask::Commit(TMailContext& context, QString& path)
         if (items.front()->SaveToStream(file.Device()))
             result = CommitOutput(file, path, error, context.Replace);
         else
-            error = QStringLiteral("Can not write %1: %2").arg(path, qt_error_string());
+            error = QCoreApplication::translate("TMailEMLTask", "Can not write %1: %2").arg(path, qt_error_string());
     }
     if (result == trError && context.Entry)
         context.Entry->Error = error;

@@ -5,6 +5,7 @@
 #include "mail/MsgModel.h"
 #include "pst/PSTMessage.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
@@ -116,7 +117,7 @@ void TMailPSTTask::StartRun()
     // One file takes every message: its destination is checked once.
     QString output = Properties().Destination;
     if (CheckDestination(output) != trOK || !PrepareFolder(QFileInfo(output).path())) {
-        AddLog(0, QStringLiteral("Nothing written: %1 is not to be replaced").arg(Properties().Destination));
+        AddLog(0, QCoreApplication::translate("TMailPSTTask", "Nothing written: %1 is not to be replaced").arg(Properties().Destination));
         Cancel();
         return;
     }
@@ -196,12 +197,12 @@ int TMailPSTTask::Commit(TMailContext& context, QString& path)
     }
     if (result != trOK) {
         // Every message counted as written is lost with the file.
-        AddLog(0, QStringLiteral("Nothing written to %1: %2")
-                      .arg(path, result == trExists ? QStringLiteral("another file took its name") : error));
+        AddLog(0, QCoreApplication::translate("TMailPSTTask", "Nothing written to %1: %2")
+                      .arg(path, result == trExists ? QCoreApplication::translate("TMailPSTTask", "another file took its name") : error));
         RecountAsFailed(count);
         return result;
     }
-    AddLog(1, QStringLiteral("%1 messages written to %2").arg(count).arg(path));
+    AddLog(1, QCoreApplication::translate("TMailPSTTask", "%1 messages written to %2").arg(count).arg(path));
     return trOK;
 }
 

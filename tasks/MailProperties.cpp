@@ -5,6 +5,7 @@
 #include "mail/MailMsgHTML.h"
 #include "mail/MailMsgObj.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 
@@ -57,7 +58,7 @@ QString SplitExtension(const QString& name, QString* extension)
 QString ConvertTypeExtension(TMailConvertType type)
 {
     static const char* const Extensions[] = {"html", "pdf", "txt", "docx", "rtf", "xlsx", "tiff", "jpg", "emf", "eml",
-        "msg", "html", "pst", "xps", "mbox", "vcf"};
+        "msg", "html", "pst", "xps", "mbox", "vcf", "ics"};
     return QLatin1String(Extensions[type]);
 }
 
@@ -313,7 +314,7 @@ bool TMailProperties::wizardSelectFolder() const
 bool TMailProperties::wizardShowCSS() const
 {
     switch (m_convertType) {
-    case mctTXT: case mctEML: case mctMSG: case mctPST: case mctMBox: case mctVCard: return false;
+    case mctTXT: case mctEML: case mctMSG: case mctPST: case mctMBox: case mctVCard: case mctICal: return false;
     default: return true;
     }
 }
@@ -467,7 +468,7 @@ std::vector<TPropertyInfo> TMailProperties::Properties()
                 // The stored format without its side effects: the options
                 // stored beside it are what the user left them at.
                 const int value = v.toInt();
-                if (value >= mctHTML && value <= mctVCard) {
+                if (value >= mctHTML && value <= mctICal) {
                     m_convertType = TMailConvertType(value);
                     m_extension = ConvertTypeExtension(m_convertType);
                 }
@@ -534,24 +535,24 @@ struct TCmdSwitch {
 };
 
 const TCmdSwitch Switches[] = {
-    {"Sender", "Show the sender", mitSender, {}, {}},
-    {"Recipient", "Show the recipients", mitRecipient, {}, {}},
-    {"CC", "Show the CC recipients", mitCC, {}, {}},
-    {"BCC", "Show the BCC recipients", mitBCC, {}, {}},
-    {"Date", "Show the date", mitDate, {}, {}},
-    {"Subject", "Show the subject", mitSubject, {}, {}},
-    {"Body", "Show the body", mitBody, {}, {}},
-    {"Headers", "Show the internet headers", mitRFCHeaders, {}, {}},
-    {"DateUTC", "Show dates in UTC", mitDateUTC, {}, {}},
-    {"AttachSave", "Save attachments beside the output", {}, aotSave, {}},
-    {"AttachInfo", "List attachments in the header", {}, aotInfo, {}},
-    {"AttachUnpack", "Unpack attached archives", {}, aotUnpack, {}},
-    {"AttachEmbedImages", "Show attached images", {}, aotEmbedImages, {}},
-    {"AttachFitImages", "Fit shown images to the page", {}, aotFitImages, {}},
-    {"AttachConvertMsg", "Convert attached messages", {}, aotConvertMsg, {}},
-    {"AttachSeparateMsg", "Convert attached messages to files of their own", {}, aotSeparateMsg, {}},
-    {"ClearSubject", "Leave RE:, FW: and the like out of file names", {}, {}, fnoClearSubject},
-    {"FileSharepoint", "File names that SharePoint accepts", {}, {}, fnoSharepointCompatible},
+    {"Sender", QT_TRANSLATE_NOOP("TMailProperties", "Show the sender"), mitSender, {}, {}},
+    {"Recipient", QT_TRANSLATE_NOOP("TMailProperties", "Show the recipients"), mitRecipient, {}, {}},
+    {"CC", QT_TRANSLATE_NOOP("TMailProperties", "Show the CC recipients"), mitCC, {}, {}},
+    {"BCC", QT_TRANSLATE_NOOP("TMailProperties", "Show the BCC recipients"), mitBCC, {}, {}},
+    {"Date", QT_TRANSLATE_NOOP("TMailProperties", "Show the date"), mitDate, {}, {}},
+    {"Subject", QT_TRANSLATE_NOOP("TMailProperties", "Show the subject"), mitSubject, {}, {}},
+    {"Body", QT_TRANSLATE_NOOP("TMailProperties", "Show the body"), mitBody, {}, {}},
+    {"Headers", QT_TRANSLATE_NOOP("TMailProperties", "Show the internet headers"), mitRFCHeaders, {}, {}},
+    {"DateUTC", QT_TRANSLATE_NOOP("TMailProperties", "Show dates in UTC"), mitDateUTC, {}, {}},
+    {"AttachSave", QT_TRANSLATE_NOOP("TMailProperties", "Save attachments beside the output"), {}, aotSave, {}},
+    {"AttachInfo", QT_TRANSLATE_NOOP("TMailProperties", "List attachments in the header"), {}, aotInfo, {}},
+    {"AttachUnpack", QT_TRANSLATE_NOOP("TMailProperties", "Unpack attached archives"), {}, aotUnpack, {}},
+    {"AttachEmbedImages", QT_TRANSLATE_NOOP("TMailProperties", "Show attached images"), {}, aotEmbedImages, {}},
+    {"AttachFitImages", QT_TRANSLATE_NOOP("TMailProperties", "Fit shown images to the page"), {}, aotFitImages, {}},
+    {"AttachConvertMsg", QT_TRANSLATE_NOOP("TMailProperties", "Convert attached messages"), {}, aotConvertMsg, {}},
+    {"AttachSeparateMsg", QT_TRANSLATE_NOOP("TMailProperties", "Convert attached messages to files of their own"), {}, aotSeparateMsg, {}},
+    {"ClearSubject", QT_TRANSLATE_NOOP("TMailProperties", "Leave RE:, FW: and the like out of file names"), {}, {}, fnoClearSubject},
+    {"FileSharepoint", QT_TRANSLATE_NOOP("TMailProperties", "File names that SharePoint accepts"), {}, {}, fnoSharepointCompatible},
 };
 
 } // namespace
@@ -560,12 +561,12 @@ QList<core::TCommandKey> TMailProperties::CommandKeys()
 {
     QList<core::TCommandKey> keys;
     for (const auto& s : Switches)
-        keys.append({QLatin1String(s.key), QLatin1String(s.description), core::TKeyKind::Switch, false});
-    keys.append({QStringLiteral("LastCounter"), QStringLiteral("Number outputs on from the last run"),
+        keys.append({QLatin1String(s.key), QCoreApplication::translate("TMailProperties", s.description), core::TKeyKind::Switch, false});
+    keys.append({QStringLiteral("LastCounter"), QCoreApplication::translate("TMailProperties", "Number outputs on from the last run"),
         core::TKeyKind::Switch, false});
-    keys.append({QStringLiteral("HTMLEmbedImages"), QStringLiteral("Put images into HTML output as data URLs"),
+    keys.append({QStringLiteral("HTMLEmbedImages"), QCoreApplication::translate("TMailProperties", "Put images into HTML output as data URLs"),
         core::TKeyKind::Switch, false});
-    keys.append({QStringLiteral("ExternalCSS"), QStringLiteral("Style sheet for HTML output"), core::TKeyKind::Value, true});
+    keys.append({QStringLiteral("ExternalCSS"), QCoreApplication::translate("TMailProperties", "Style sheet for HTML output"), core::TKeyKind::Value, true});
     return keys;
 }
 

@@ -7,6 +7,7 @@
 #include "platform/StagedFile.h"
 #include "mail/MimeWriter.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -195,9 +196,9 @@ void TMailTask::StartRun()
     m_number = m_properties.RunningNumber(0);
     m_properties.Title().CommentLeft.replace(QStringLiteral("[n]"), QString::number(m_number));
     if (m_properties.DeleteOriginals)
-        AddLog(0, QStringLiteral("Originals are never deleted: Tessaly opens every file read only."));
+        AddLog(0, QCoreApplication::translate("TMailTask", "Originals are never deleted: Tessaly opens every file read only."));
     if (m_properties.Attach.Has(aotUnpack))
-        AddLog(1, QStringLiteral("Archives are saved as they are, not unpacked."));
+        AddLog(1, QCoreApplication::translate("TMailTask", "Archives are saved as they are, not unpacked."));
 }
 
 void TMailTask::FinishRun()
@@ -296,7 +297,7 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
     if (!entry.Mail && entry.Load)
         entry.Mail = entry.Load();
     if (!entry.Mail) {
-        entry.Error = QStringLiteral("The message could not be read");
+        entry.Error = QCoreApplication::translate("TMailTask", "The message could not be read");
         return trError;
     }
     const mail::IMailMessage& message = *entry.Mail;
@@ -331,7 +332,7 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
     // The folder, the context. A data file takes every message into
     // itself: no folders are made beside it.
     if (m_properties.ConvertType() != mctPST && !PrepareFolder(QFileInfo(path).path())) {
-        entry.Error = QStringLiteral("Can not create the folder %1").arg(QFileInfo(path).path());
+        entry.Error = QCoreApplication::translate("TMailTask", "Can not create the folder %1").arg(QFileInfo(path).path());
         return trError;
     }
     if (m_properties.CombineFiles && !m_combined)
@@ -413,9 +414,9 @@ int TMailTask::Execute(TMailJob& job)
         const auto next = [this](const QString& taken) { return m_fileNames->GetUnique(taken); };
         if (!file.IsOpen() || file.Device().write(data) != data.size()
             || file.Commit(output.Target, next) != platform::lrLinked) {
-            job.Errors << QStringLiteral("Can not convert \"%1\"").arg(output.Attach->FileName());
+            job.Errors << QCoreApplication::translate("TMailTask", "Can not convert \"%1\"").arg(output.Attach->FileName());
             if (attachmentsSaved)
-                job.Entry.Error = QStringLiteral("Can not save the attachment %1: %2")
+                job.Entry.Error = QCoreApplication::translate("TMailTask", "Can not save the attachment %1: %2")
                                       .arg(QDir::toNativeSeparators(output.Target), file.ErrorString());
             attachmentsSaved = false;
             continue;
