@@ -35,8 +35,8 @@ QList<core::TCommandKey> ExportCommandKeys()
     return {{QStringLiteral("dest"), QCoreApplication::translate("CommandLineExport", "Folder the export writes to"), core::TKeyKind::Value, true},
         {QStringLiteral("format"),
             QCoreApplication::translate("CommandLineExport", "Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), "
-                           "html (a web page per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact) "
-                           "or pst (one data file)"),
+                           "html (a web page per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact), "
+                           "ics (an iCalendar file per meeting or appointment) or pst (one data file)"),
             core::TKeyKind::Value, false},
         {QStringLiteral("filter"), QCoreApplication::translate("CommandLineExport", "Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
             core::TKeyKind::Value, false},
@@ -60,7 +60,8 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     const QString format = commandLine.Value(QStringLiteral("format")).toLower();
     static const QList<QPair<QString, TMailConvertType>> Formats = {{QStringLiteral("eml"), mctEML},
         {QStringLiteral("msg"), mctMSG}, {QStringLiteral("html"), mctHTML}, {QStringLiteral("txt"), mctTXT},
-        {QStringLiteral("mbox"), mctMBox}, {QStringLiteral("vcf"), mctVCard}, {QStringLiteral("pst"), mctPST}};
+        {QStringLiteral("mbox"), mctMBox}, {QStringLiteral("vcf"), mctVCard},
+        {QStringLiteral("ics"), mctICal}, {QStringLiteral("pst"), mctPST}};
     TMailConvertType convertType = mctEML;
     bool known = format.isEmpty();
     for (const auto& [name, type] : Formats)
@@ -70,7 +71,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         }
     if (!known)
         return Fail(err, core::crCommandLine,
-            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, txt, mbox, vcf and pst are the formats offered").arg(format));
+            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, txt, mbox, vcf, ics and pst are the formats offered").arg(format));
     // Formats that write one file for the whole run.
     const bool toDataFile = convertType == mctPST || convertType == mctMBox;
     const QString oneFileSuffix = convertType == mctPST ? QStringLiteral(".pst") : QStringLiteral(".mbox");

@@ -3,6 +3,7 @@
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
 #include "mail/MimeWriter.h"
+#include "mail/ICalendar.h"
 #include "mail/MsgWriter.h"
 #include "mail/VCard.h"
 #include "platform/StagedFile.h"
@@ -130,6 +131,18 @@ QByteArray TMailVCardTask::Bytes(const mail::IMailMessage& message)
     return mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message));
 }
 
+int TMailICalTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
+{
+    if (!dynamic_cast<const mail::IMailMeeting*>(&message))
+        return trSkipped;
+    return TMailBytesTask::ConvertMail(context, message, path);
+}
+
+QByteArray TMailICalTask::Bytes(const mail::IMailMessage& message)
+{
+    return mail::MeetingToICalendar(message, dynamic_cast<const mail::IMailMeeting&>(message));
+}
+
 QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
 {
     return MessageText(message, Properties().TextExportOptions.Has(tetUseHTMLBody));
@@ -254,6 +267,8 @@ std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties)
         return std::make_unique<TMailHTMLTask>(properties);
     case mctVCard:
         return std::make_unique<TMailVCardTask>(properties);
+    case mctICal:
+        return std::make_unique<TMailICalTask>(properties);
     case mctMBox:
         return std::make_unique<TMailMBoxTask>(properties);
     default:

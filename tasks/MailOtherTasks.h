@@ -77,6 +77,17 @@ protected:
     QByteArray Bytes(const mail::IMailMessage& message) override;
 };
 
+// An iCalendar file per meeting or appointment; other items are left out
+// (and counted as skipped).
+class TMailICalTask : public TMailBytesTask {
+public:
+    using TMailBytesTask::TMailBytesTask;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+
+protected:
+    QByteArray Bytes(const mail::IMailMessage& message) override;
+};
+
 // The text file's contents for a message.
 QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml);
 

@@ -19,7 +19,8 @@ namespace tessaly::tasks {
 
 enum TMailConvertType {
     mctHTML, mctPDF, mctTXT, mctDOC, mctRTF, mctXLS, mctTIFF, mctJPEG, mctEMF, mctEML, mctMSG, mctXHTML, mctPST,
-    mctXPS, mctMBox, mctVCard
+    mctXPS, mctMBox, mctVCard,
+    mctICal // meetings and appointments as iCalendar files, after the sixteen
 };
 
 enum THTMLConvertType {

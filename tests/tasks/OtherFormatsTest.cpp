@@ -5,7 +5,9 @@
 #include "TasksTestUtil.h"
 #include "TestUtil.h"
 #include "mail/FileMailMsg.h"
+#include "mail/ICalendar.h"
 #include "mail/VCard.h"
+#include "core/DateTime.h"
 #include "pst/PSTFile.h"
 #include "tasks/MailExportSource.h"
 #include "tasks/MailOtherTasks.h"
@@ -214,7 +216,7 @@ TEST(CreateMailTask, WriterOfEachFormat)
     const struct {
         TMailConvertType type;
         bool has;
-    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctVCard, true}, {mctDOC, false}};
+    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctVCard, true}, {mctICal, true}, {mctDOC, false}};
     for (const auto& c : cases) {
         TMailProperties properties;
         properties.SetConvertType(c.type);
@@ -373,4 +375,129 @@ TEST(ContactToVCard, EscapesFoldsAndKeepsThePicture)
         contact.GetField(mail::mcfNotes).toString().remove(QLatin1Char('\r')));
     EXPECT_EQ(back.GetField(mail::mcfPicture).toByteArray(), contact.GetField(mail::mcfPicture).toByteArray());
     EXPECT_EQ(back.GetField(mail::mcfEMails).toString().remove(QLatin1Char(' ')), QStringLiteral("ann@x.org,ann@y.org"));
+}
+
+namespace {
+
+// A meeting in memory: organizer, required and optional attendees, a room.
+class TTestMeeting : public test::TTestMessage, public mail::IMailMeeting {
+public:
+    mail::TDateTime AppoitmentStart() const override { return start; }
+    mail::TDateTime AppoitmentEnd() const override { return end; }
+    QString Location() const override { return location; }
+    mail::TDateTime start = 0, end = 0;
+    QString location;
+};
+
+// What Python's icalendar reads of each file: summary, location, start and
+// end in UTC, and the attendees with their roles.
+QJsonArray ReadICalendars(const QStringList& files)
+{
+    QProcess process;
+    process.start(QStringLiteral("/usr/bin/python3"), QStringList{QStringLiteral("-c"), QStringLiteral(R"(
+import json, sys, icalendar, datetime
+out = []
+for path in sys.argv[1:]:
+    cal = icalendar.Calendar.from_ical(open(path, 'rb').read())
+    for ev in cal.walk('VEVENT'):
+        def utc(name):
+            if name not in ev: return ''
+            return ev.decoded(name).astimezone(datetime.timezone.utc).strftime('%Y-%m-%dT%H:%M:%SZ')
+        attendees = ev.get('attendee', [])
+        if not isinstance(attendees, list): attendees = [attendees]
+        out.append({'summary': str(ev.get('summary', '')), 'location': str(ev.get('location', '')),
+                    'start': utc('dtstart'), 'end': utc('dtend'), 'organizer': str(ev.get('organizer', '')),
+                    'attendees': [str(a) + ' ' + str(a.params.get('ROLE', '')) for a in attendees]})
+print(json.dumps(out))
+)")} + files);
+    if (!process.waitForFinished(60000) || process.exitCode() != 0) {
+        ADD_FAILURE() << process.readAllStandardError().toStdString();
+        return {};
+    }
+    return QJsonDocument::fromJson(process.readAllStandardOutput()).array();
+}
+
+bool HasICalendar()
+{
+    QProcess probe;
+    probe.start(QStringLiteral("/usr/bin/python3"), {QStringLiteral("-c"), QStringLiteral("import icalendar")});
+    return probe.waitForFinished(30000) && probe.exitCode() == 0;
+}
+
+} // namespace
+
+// An iCalendar file per meeting or appointment (other items left out),
+// read by Python's icalendar: subject, start and end as our reader has them.
+TEST_F(OtherFormatsTest, ICalendarOfAppointmentsReadByPythonIcalendar)
+{
+    if (!HasICalendar())
+        GTEST_SKIP() << "python3-icalendar is not installed (scripts/install-deps installs it)";
+    QTemporaryDir out;
+    TMailProperties properties;
+    properties.SetConvertType(mctICal);
+    EXPECT_EQ(properties.Extension(), QStringLiteral("ics"));
+    properties.Destination = out.path();
+    auto task = CreateMailTask(properties);
+    ASSERT_TRUE(task);
+    AddSource(*task, TestData(QStringLiteral("msg/Appointment sample EST.msg")));
+    AddSource(*task, TestData(QStringLiteral("msg/Simple.msg")));
+    task->Run();
+    EXPECT_EQ(task->Written(), 1);
+    EXPECT_EQ(task->Filtered(), 1);
+    EXPECT_EQ(task->Failed(), 0);
+    const TTaskEntry& entry = task->Entries().front();
+    ASSERT_EQ(entry.Result, trOK);
+    const auto source = entry.Load();
+    const auto* meeting = dynamic_cast<const mail::IMailMeeting*>(source.get());
+    ASSERT_NE(meeting, nullptr);
+    const QJsonArray read = ReadICalendars({entry.Output});
+    ASSERT_EQ(read.size(), 1);
+    const QJsonObject event = read[0].toObject();
+    EXPECT_EQ(event[QLatin1String("summary")].toString(), source->Subject());
+    const auto utc = [](mail::TDateTime value) {
+        return core::DateTimeToQDateTime(value).toUTC().toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'"));
+    };
+    EXPECT_EQ(event[QLatin1String("start")].toString(), utc(meeting->AppoitmentStart()));
+    EXPECT_EQ(event[QLatin1String("end")].toString(), utc(meeting->AppoitmentEnd()));
+}
+
+// A meeting with its organizer, attendees of each kind and a location with
+// the characters iCalendar escapes.
+TEST(MeetingToICalendar, AttendeesRolesAndEscapedTexts)
+{
+    if (!HasICalendar())
+        GTEST_SKIP() << "python3-icalendar is not installed (scripts/install-deps installs it)";
+    TTestMeeting meeting;
+    meeting.subject = QStringLiteral("Quarterly planning, part 2; \u00e9t\u00e9");
+    meeting.sender = std::make_shared<mail::TMailRecipient>(QStringLiteral("Olga Organizer"), QStringLiteral("olga@x.org"));
+    meeting.recipients[mail::mrtTo] = test::Recipients({{QStringLiteral("Rita"), QStringLiteral("rita@x.org")},
+        {QStringLiteral("Ravi"), QStringLiteral("ravi@x.org")}});
+    meeting.recipients[mail::mrtCC] = test::Recipients({{QStringLiteral("Otto"), QStringLiteral("otto@x.org")}});
+    meeting.recipients[mail::mrtBCC] = test::Recipients({{QStringLiteral("Room 7"), QStringLiteral("room7@x.org")}});
+    meeting.text = QStringLiteral("Agenda:\r\n1. Figures\r\n2. Plans ") + QString(60, QLatin1Char('x'));
+    meeting.location = QStringLiteral("Room 7, east wing; floor 2 \\ annex");
+    meeting.start = core::QDateTimeToDateTime(QDateTime(QDate(2025, 5, 6), QTime(9, 0), QTimeZone::utc()).toLocalTime());
+    meeting.end = core::QDateTimeToDateTime(QDateTime(QDate(2025, 5, 6), QTime(10, 30), QTimeZone::utc()).toLocalTime());
+    const QByteArray ics = mail::MeetingToICalendar(meeting, meeting);
+    for (const QByteArray& line : ics.split('\n'))
+        EXPECT_LE(line.size(), 76) << line.toStdString();
+    QTemporaryDir dir;
+    const QString file = dir.filePath(QStringLiteral("m.ics"));
+    QFile out(file);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(ics);
+    out.close();
+    const QJsonArray read = ReadICalendars({file});
+    ASSERT_EQ(read.size(), 1);
+    const QJsonObject event = read[0].toObject();
+    EXPECT_EQ(event[QLatin1String("summary")].toString(), meeting.subject);
+    EXPECT_EQ(event[QLatin1String("location")].toString(), meeting.location);
+    EXPECT_EQ(event[QLatin1String("start")].toString(), QStringLiteral("2025-05-06T09:00:00Z"));
+    EXPECT_EQ(event[QLatin1String("end")].toString(), QStringLiteral("2025-05-06T10:30:00Z"));
+    EXPECT_EQ(event[QLatin1String("organizer")].toString(), QStringLiteral("mailto:olga@x.org"));
+    QStringList attendees;
+    for (const auto& a : event[QLatin1String("attendees")].toArray())
+        attendees << a.toString();
+    EXPECT_EQ(attendees, (QStringList{QStringLiteral("mailto:rita@x.org REQ-PARTICIPANT"), QStringLiteral("mailto:ravi@x.org REQ-PARTICIPANT"),
+                             QStringLiteral("mailto:otto@x.org OPT-PARTICIPANT"), QStringLiteral("mailto:room7@x.org NON-PARTICIPANT")}));
 }
