@@ -17,6 +17,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileDialog>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QHBoxLayout>
@@ -399,6 +400,42 @@ QString OpenedFilesFolder()
         return dir->isValid() ? std::move(dir) : nullptr;
     }();
     return folder ? folder->path() : QString();
+}
+
+QByteArray PrintPageToPdf(const QString& html, const QPageLayout& layout, QString* error)
+{
+    // One closed profile for every page of the run.
+    static QWebEngineProfile* const profile = new QWebEngineProfile(QCoreApplication::instance());
+    static TMessageSchemeHandler* const handler = ClosedProfile(profile);
+    handler->SetMessage(nullptr, html);
+    QWebEnginePage page(profile);
+    QEventLoop loop;
+    bool loaded = false;
+    QObject::connect(&page, &QWebEnginePage::loadFinished, &loop, [&](bool ok) {
+        loaded = ok;
+        loop.quit();
+    });
+    page.setUrl(QUrl(QStringLiteral("%1:print/%2").arg(QLatin1String(BodyScheme)).arg(++g_pageSerial)));
+    loop.exec();
+    if (!loaded) {
+        if (error)
+            *error = QCoreApplication::translate("TMailInfoFrame", "the page could not be loaded for printing");
+        return {};
+    }
+    QByteArray pdf;
+    bool printed = false;
+    page.printToPdf(
+        [&](const QByteArray& bytes) {
+            pdf = bytes;
+            printed = true;
+            loop.quit();
+        },
+        layout);
+    if (!printed)
+        loop.exec();
+    if (pdf.isEmpty() && error)
+        *error = QCoreApplication::translate("TMailInfoFrame", "the page could not be printed");
+    return pdf;
 }
 
 // --- the pane ----------------------------------------------------------------------

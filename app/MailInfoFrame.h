@@ -11,6 +11,7 @@
 #include <functional>
 
 class QMenu;
+class QPageLayout;
 class QAction;
 class QLabel;
 class QLineEdit;
@@ -39,6 +40,11 @@ QString PreviewBodyHtml(const mail::IMailMessage& message);
 // The folder of this run that attachments are opened from: private to the
 // user (mode 0700), below the temporary folder, removed at exit.
 QString OpenedFilesFolder();
+
+// A page printed to PDF by the browser engine, in a profile that reaches
+// nothing outside the page; runs the event loop until done. Empty with the
+// reason in `error` when it fails. Needs the application object.
+QByteArray PrintPageToPdf(const QString& html, const QPageLayout& layout, QString* error = nullptr);
 
 // A name in a folder that is not taken yet: the name itself, else
 // "base(N).ext" with N counting from 1.

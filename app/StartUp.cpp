@@ -108,6 +108,8 @@ int Run(int argc, char** argv, const TWindowHooks& hooks)
         projectData.DataModuleDestroy();
         return result;
     }
+    if (tasks::ExportPrintsPages(commandLine))
+        return hooks.RunPrintingExport(argc, argv, projectData);
     if (tasks::IsExportRun(commandLine))
         return tasks::RunCommandLineExport(commandLine, projectData);
     const QStringList files = DataFiles(commandLine);
@@ -149,7 +151,8 @@ int StartWindowProgram(char** argv)
 TWindowHooks WindowProgramHooks()
 {
     return {[](int, char** argv, TPSTViewerProjectData&) { return StartWindowProgram(argv); },
-        [](int, char** argv, int, const QString&) { return StartWindowProgram(argv); }};
+        [](int, char** argv, int, const QString&) { return StartWindowProgram(argv); },
+        [](int, char** argv, TPSTViewerProjectData&) { return StartWindowProgram(argv); }};
 }
 
 void SetApplicationIdentity()

@@ -18,6 +18,8 @@ struct TWindowHooks {
     std::function<int(int argc, char** argv, TPSTViewerProjectData& projectData)> RunWindow;
     // The error page of a command line that failed with `code`, in a window.
     std::function<int(int argc, char** argv, int code, const QString& page)> ShowErrorPage;
+    // An export that prints pages (PDF): run where the browser engine is.
+    std::function<int(int argc, char** argv, TPSTViewerProjectData& projectData)> RunPrintingExport;
 };
 
 // Everything from the program's start to its exit code. A run that shows

@@ -16,6 +16,10 @@ int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData);
 // The message box that shows the error page of a failed command line.
 std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html);
 
+// An export that prints pages (PDF) with the browser engine: off screen,
+// no window shown.
+int RunPrintingExport(int argc, char** argv, TPSTViewerProjectData& projectData);
+
 // The hooks of the window program: the windows themselves.
 TWindowHooks WindowHooks();
 

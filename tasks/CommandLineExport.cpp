@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QSizeF>
 
 namespace tessaly::tasks {
 
@@ -35,7 +36,7 @@ QList<core::TCommandKey> ExportCommandKeys()
     return {{QStringLiteral("dest"), QCoreApplication::translate("CommandLineExport", "Folder the export writes to"), core::TKeyKind::Value, true},
         {QStringLiteral("format"),
             QCoreApplication::translate("CommandLineExport", "Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), "
-                           "html (a web page per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact), "
+                           "html (a web page per message), pdf (a PDF per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact), "
                            "ics (an iCalendar file per meeting or appointment) or pst (one data file)"),
             core::TKeyKind::Value, false},
         {QStringLiteral("filter"), QCoreApplication::translate("CommandLineExport", "Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
@@ -44,6 +45,9 @@ QList<core::TCommandKey> ExportCommandKeys()
             core::TKeyKind::Value, false},
         {QStringLiteral("KeepFolders"), QCoreApplication::translate("CommandLineExport", "Keep the source's folders: below the destination, or inside the data file"),
             core::TKeyKind::Switch, false},
+        {QStringLiteral("Paper"), QCoreApplication::translate("CommandLineExport", "Paper of PDF output: a4 (the default), a3, a5, letter or legal"),
+            core::TKeyKind::Value, false},
+        {QStringLiteral("Landscape"), QCoreApplication::translate("CommandLineExport", "PDF output in landscape"), core::TKeyKind::Switch, false},
         {QStringLiteral("RemotePictures"),
             QCoreApplication::translate("CommandLineExport", "HTML output keeps pictures from other hosts (opening the page then asks those hosts for them)"),
             core::TKeyKind::Switch, false}};
@@ -54,6 +58,11 @@ bool IsExportRun(const core::TCommandLine& commandLine)
     return commandLine.HasKey(QStringLiteral("dest"));
 }
 
+bool ExportPrintsPages(const core::TCommandLine& commandLine)
+{
+    return IsExportRun(commandLine) && commandLine.Value(QStringLiteral("format")).toLower() == QLatin1String("pdf");
+}
+
 int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& projectData, std::FILE* out,
     std::FILE* err)
 {
@@ -61,7 +70,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     static const QList<QPair<QString, TMailConvertType>> Formats = {{QStringLiteral("eml"), mctEML},
         {QStringLiteral("msg"), mctMSG}, {QStringLiteral("html"), mctHTML}, {QStringLiteral("txt"), mctTXT},
         {QStringLiteral("mbox"), mctMBox}, {QStringLiteral("vcf"), mctVCard},
-        {QStringLiteral("ics"), mctICal}, {QStringLiteral("pst"), mctPST}};
+        {QStringLiteral("ics"), mctICal}, {QStringLiteral("pdf"), mctPDF}, {QStringLiteral("pst"), mctPST}};
     TMailConvertType convertType = mctEML;
     bool known = format.isEmpty();
     for (const auto& [name, type] : Formats)
@@ -71,7 +80,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         }
     if (!known)
         return Fail(err, core::crCommandLine,
-            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, txt, mbox, vcf, ics and pst are the formats offered").arg(format));
+            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, pdf, txt, mbox, vcf, ics and pst are the formats offered").arg(format));
     // Formats that write one file for the whole run.
     const bool toDataFile = convertType == mctPST || convertType == mctMBox;
     const QString oneFileSuffix = convertType == mctPST ? QStringLiteral(".pst") : QStringLiteral(".mbox");
@@ -94,6 +103,24 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     const auto on = [&](const QString& key) { return commandLine.HasKey(key) && commandLine.Switch(key); };
     properties.KeepFolderStructure = on(QStringLiteral("KeepFolders"));
     properties.RemotePictures = on(QStringLiteral("RemotePictures"));
+    // Paper sizes in pixels at 96 dpi, portrait.
+    static const QList<QPair<QString, QSizeF>> Papers = {{QStringLiteral("a4"), {794, 1123}}, {QStringLiteral("a3"), {1123, 1587}},
+        {QStringLiteral("a5"), {559, 794}}, {QStringLiteral("letter"), {816, 1056}}, {QStringLiteral("legal"), {816, 1344}}};
+    if (commandLine.HasKey(QStringLiteral("Paper"))) {
+        const QString paper = commandLine.Value(QStringLiteral("Paper")).toLower();
+        bool found = false;
+        for (const auto& [name, size] : Papers)
+            if (paper == name) {
+                properties.Paper().Width = size.width();
+                properties.Paper().Height = size.height();
+                found = true;
+            }
+        if (!found)
+            return Fail(err, core::crCommandLine,
+                QCoreApplication::translate("CommandLineExport", "unknown paper \"%1\": a4, a3, a5, letter and legal are the sizes offered").arg(paper));
+    }
+    if (on(QStringLiteral("Landscape")))
+        std::swap(properties.Paper().Width, properties.Paper().Height);
     // A data file (an mbox file) is named by its destination when that ends
     // in ".pst" (".mbox"); otherwise the destination is the folder of
     // "Outlook.pst" ("EMails.mbox").

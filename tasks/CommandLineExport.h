@@ -17,6 +17,8 @@ namespace tessaly::tasks {
 // "dest", "format", "filter".
 QList<core::TCommandKey> ExportCommandKeys();
 bool IsExportRun(const core::TCommandLine& commandLine);
+// An export that prints pages (-format pdf): the window program runs it.
+bool ExportPrintsPages(const core::TCommandLine& commandLine);
 
 // Runs the export; progress goes to err, the summary line to out. The exit
 // status: 0 when every message was written or skipped by the filter, 1 when

@@ -10,6 +10,7 @@
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailPSTTask.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QLocale>
 #include <QTimeZone>
@@ -143,6 +144,37 @@ QByteArray TMailICalTask::Bytes(const mail::IMailMessage& message)
     return mail::MeetingToICalendar(message, dynamic_cast<const mail::IMailMeeting&>(message));
 }
 
+namespace {
+
+TPagePrinter& PagePrinter()
+{
+    static TPagePrinter printer;
+    return printer;
+}
+
+} // namespace
+
+void SetPagePrinter(TPagePrinter printer)
+{
+    PagePrinter() = std::move(printer);
+}
+
+bool HasPagePrinter()
+{
+    return bool(PagePrinter());
+}
+
+QByteArray TMailPDFTask::Bytes(const mail::IMailMessage& message)
+{
+    if (!HasPagePrinter())
+        throw core::ETessalyError(QCoreApplication::translate("CommandLineExport", "PDF files are printed by the window program, which is missing"));
+    QString error;
+    const QByteArray pdf = PagePrinter()(StandaloneHtmlPage(message, Properties().RemotePictures), Properties().Paper(), &error);
+    if (pdf.isEmpty())
+        throw core::ETessalyError(error.isEmpty() ? QCoreApplication::translate("CommandLineExport", "the page could not be printed") : error);
+    return pdf;
+}
+
 QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
 {
     return MessageText(message, Properties().TextExportOptions.Has(tetUseHTMLBody));
@@ -269,6 +301,8 @@ std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties)
         return std::make_unique<TMailVCardTask>(properties);
     case mctICal:
         return std::make_unique<TMailICalTask>(properties);
+    case mctPDF:
+        return std::make_unique<TMailPDFTask>(properties);
     case mctMBox:
         return std::make_unique<TMailMBoxTask>(properties);
     default:

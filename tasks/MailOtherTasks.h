@@ -7,6 +7,7 @@
 #include "tasks/MailTask.h"
 
 #include <QByteArray>
+#include <functional>
 #include <memory>
 
 namespace tessaly::tasks {
@@ -86,6 +87,25 @@ public:
 
 protected:
     QByteArray Bytes(const mail::IMailMessage& message) override;
+};
+
+// Prints a page to PDF on the paper given; empty with the reason in `error`
+// when it cannot. Printing takes a browser engine, which only the window
+// program loads: it installs the printer; without one there are no PDFs.
+using TPagePrinter = std::function<QByteArray(const QString& html, const TPaperProperties& paper, QString* error)>;
+void SetPagePrinter(TPagePrinter printer);
+bool HasPagePrinter();
+
+// A PDF per message: the web page of the HTML writer, printed on the paper
+// of the options (size, orientation by width and height, margins). One
+// message at a time, on the thread the printer lives on.
+class TMailPDFTask : public TMailBytesTask {
+public:
+    using TMailBytesTask::TMailBytesTask;
+
+protected:
+    QByteArray Bytes(const mail::IMailMessage& message) override;
+    bool RunsInParallel() const override { return false; }
 };
 
 // The text file's contents for a message.

@@ -76,6 +76,7 @@ QString ConvertTypeExtension(TMailConvertType type);
 struct TPaperProperties {
     double Width = 794;  // pixels: A4 at 96 dpi
     double Height = 1123;
+    double Margin = 15; // millimetres on every side
 };
 struct TPDFProperties {
     bool EmbedFonts = true;

@@ -238,7 +238,7 @@ TEST(Export, FolderFilterAndMessageFilesFromTheCommandLine)
     EXPECT_EQ(CountFiles(files.path(), QStringLiteral(".eml")), 2);
 
     const TRun format = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample1.pst")),
-        QStringLiteral("-dest"), files.path(), QStringLiteral("-format"), QStringLiteral("pdf")});
+        QStringLiteral("-dest"), files.path(), QStringLiteral("-format"), QStringLiteral("xlsx")});
     EXPECT_EQ(format.exitCode, 2);
     for (const QString& jobs : {QStringLiteral("0"), QStringLiteral("many"), QStringLiteral("257")}) {
         const TRun bad = RunProgram(QStringLiteral("tessaly"),
@@ -281,6 +281,45 @@ TEST(Export, IntoADataFileFromTheCommandLine)
     EXPECT_EQ(RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-dest"), file, QStringLiteral("-format"), QStringLiteral("docx")}).exitCode, 2);
 }
 
+// -format pdf: the command-line program hands the run to the window
+// program, which prints each page off screen (no display needed): a PDF per
+// message that pdftotext reads the subject from, on the paper asked for.
+TEST(Export, PdfFilesFromTheCommandLine)
+{
+    QTemporaryDir out;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove(QStringLiteral("DISPLAY"));
+    env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    env.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    QProcess run;
+    run.setProcessEnvironment(env);
+    run.start(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
+        {QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample2.pst")), QStringLiteral("-dest"), out.path(), QStringLiteral("-format"),
+            QStringLiteral("pdf"), QStringLiteral("-Paper"), QStringLiteral("letter"), QStringLiteral("-Landscape")});
+    ASSERT_TRUE(run.waitForFinished(120000));
+    const QString err = QString::fromUtf8(run.readAllStandardError());
+    ASSERT_EQ(run.exitCode(), 0) << err.toStdString();
+    const QString summary = QString::fromUtf8(run.readAllStandardOutput());
+    EXPECT_TRUE(summary.contains(QStringLiteral(" written, 0 skipped by the filter, 0 failed"))) << summary.toStdString();
+    const QFileInfoList pdfs = QDir(out.path()).entryInfoList({QStringLiteral("*.pdf")}, QDir::Files, QDir::Name);
+    ASSERT_FALSE(pdfs.isEmpty());
+    const TRun inspect = RunProgram(QStringLiteral("tessaly-inspect"), {QStringLiteral("--json"), QStringLiteral("--messages"), TestData(QStringLiteral("pst/sample2.pst"))});
+    for (const QFileInfo& pdf : pdfs) {
+        const TRun text = RunProcess(QStringLiteral("pdftotext"), {pdf.absoluteFilePath(), QStringLiteral("-")});
+        ASSERT_EQ(text.exitCode, 0) << "pdftotext (poppler-utils) is needed";
+        // The subject is the file name's tail ("NN. date - subject.pdf").
+        const QString subject = pdf.completeBaseName().section(QStringLiteral(" - "), 1).simplified();
+        EXPECT_TRUE(text.out.simplified().contains(subject)) << subject.toStdString() << "\n" << text.out.toStdString();
+        const TRun info = RunProcess(QStringLiteral("pdfinfo"), {pdf.absoluteFilePath()});
+        EXPECT_TRUE(info.out.contains(QStringLiteral("792 x 612 pts"))) << info.out.toStdString();
+    }
+    const TRun paper = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), TestData(QStringLiteral("pst/sample2.pst")),
+                                                              QStringLiteral("-dest"), out.path(), QStringLiteral("-format"),
+                                                              QStringLiteral("pdf"), QStringLiteral("-Paper"), QStringLiteral("b9")});
+    EXPECT_EQ(paper.exitCode, 2);
+    EXPECT_TRUE(paper.err.contains(QStringLiteral("unknown paper \"b9\""))) << paper.err.toStdString();
+}
+
 // -format msg, txt and mbox from the command line: the files each writes,
 // read back (an .msg by tessaly-inspect, the mbox by Python's mailbox).
 TEST(Export, MsgTextAndMBoxFromTheCommandLine)
@@ -318,7 +357,7 @@ TEST(Export, MsgTextAndMBoxFromTheCommandLine)
 
     const TRun unknown = run(QStringLiteral("docx"), out.filePath(QStringLiteral("x")));
     EXPECT_EQ(unknown.exitCode, 2);
-    EXPECT_TRUE(unknown.err.contains(QStringLiteral("eml, msg, html, txt, mbox, vcf, ics and pst"))) << unknown.err.toStdString();
+    EXPECT_TRUE(unknown.err.contains(QStringLiteral("eml, msg, html, pdf, txt, mbox, vcf, ics and pst"))) << unknown.err.toStdString();
 }
 
 TEST(Export, DamagedAndFalseMessageFilesAreErrorsWithExitCode7)

@@ -216,7 +216,7 @@ TEST(CreateMailTask, WriterOfEachFormat)
     const struct {
         TMailConvertType type;
         bool has;
-    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctVCard, true}, {mctICal, true}, {mctDOC, false}};
+    } cases[] = {{mctEML, true}, {mctMSG, true}, {mctTXT, true}, {mctMBox, true}, {mctPST, true}, {mctHTML, true}, {mctVCard, true}, {mctICal, true}, {mctPDF, true}, {mctDOC, false}};
     for (const auto& c : cases) {
         TMailProperties properties;
         properties.SetConvertType(c.type);
