@@ -1,6 +1,7 @@
 #include "tasks/CommandLineExport.h"
 
 #include "pst/PSTProjectData.h"
+#include "tasks/ExportReport.h"
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailExportSource.h"
 #include "tasks/MailOtherTasks.h"
@@ -10,6 +11,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
+#include <QJsonObject>
 #include <QSizeF>
 
 namespace tessaly::tasks {
@@ -23,9 +25,10 @@ bool IsMessageFile(const QString& fileName)
     return suffixes.contains(QFileInfo(fileName).suffix().toLower());
 }
 
-int Fail(std::FILE* err, int code, const QString& text)
+int Fail(TExportReport& report, std::FILE* err, int code, const QString& text)
 {
     std::fprintf(err, "tessaly: %s\n", qUtf8Printable(text));
+    report.Error = text;
     return code;
 }
 
@@ -45,6 +48,8 @@ QList<core::TCommandKey> ExportCommandKeys()
             core::TKeyKind::Value, false},
         {QStringLiteral("KeepFolders"), QCoreApplication::translate("CommandLineExport", "Keep the source's folders: below the destination, or inside the data file"),
             core::TKeyKind::Switch, false},
+        {QStringLiteral("report"), QCoreApplication::translate("CommandLineExport", "Write a JSON report of the run to FILE"),
+            core::TKeyKind::Value, false},
         {QStringLiteral("Paper"), QCoreApplication::translate("CommandLineExport", "Paper of PDF output: a4 (the default), a3, a5, letter or legal"),
             core::TKeyKind::Value, false},
         {QStringLiteral("Landscape"), QCoreApplication::translate("CommandLineExport", "PDF output in landscape"), core::TKeyKind::Switch, false},
@@ -63,8 +68,10 @@ bool ExportPrintsPages(const core::TCommandLine& commandLine)
     return IsExportRun(commandLine) && commandLine.Value(QStringLiteral("format")).toLower() == QLatin1String("pdf");
 }
 
-int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& projectData, std::FILE* out,
-    std::FILE* err)
+namespace {
+
+int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& projectData, std::FILE* out, std::FILE* err,
+    TExportReport& report, std::unique_ptr<TMailTask>& owned)
 {
     const QString format = commandLine.Value(QStringLiteral("format")).toLower();
     static const QList<QPair<QString, TMailConvertType>> Formats = {{QStringLiteral("eml"), mctEML},
@@ -79,7 +86,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
             known = true;
         }
     if (!known)
-        return Fail(err, core::crCommandLine,
+        return Fail(report, err, core::crCommandLine,
             QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, pdf, txt, mbox, vcf, ics and pst are the formats offered").arg(format));
     // Formats that write one file for the whole run.
     const bool toDataFile = convertType == mctPST || convertType == mctMBox;
@@ -89,12 +96,12 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         bool ok = false;
         workers = commandLine.Value(QStringLiteral("jobs")).toInt(&ok);
         if (!ok || workers < 1 || workers > 256)
-            return Fail(err, core::crCommandLine,
+            return Fail(report, err, core::crCommandLine,
                 QCoreApplication::translate("CommandLineExport", "-jobs takes a number from 1 to 256, not \"%1\"").arg(commandLine.Value(QStringLiteral("jobs"))));
     }
     QString destination = commandLine.Value(QStringLiteral("dest"));
     if (destination.isEmpty())
-        return Fail(err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "no destination: give -dest FOLDER"));
+        return Fail(report, err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "no destination: give -dest FOLDER"));
 
     TMailProperties properties;
     properties.SetConvertType(convertType);
@@ -116,7 +123,7 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
                 found = true;
             }
         if (!found)
-            return Fail(err, core::crCommandLine,
+            return Fail(report, err, core::crCommandLine,
                 QCoreApplication::translate("CommandLineExport", "unknown paper \"%1\": a4, a3, a5, letter and legal are the sizes offered").arg(paper));
     }
     if (on(QStringLiteral("Landscape")))
@@ -134,8 +141,15 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         properties.Filter.SetCmd(commandLine.Value(QStringLiteral("filter")));
         properties.Filter.Enabled = true;
     }
-    std::unique_ptr<TMailTask> owned = CreateMailTask(properties);
+    owned = CreateMailTask(properties);
     TMailTask& task = *owned;
+    report.Task = &task;
+    report.Format = format.isEmpty() ? QStringLiteral("eml") : format;
+    report.Destination = QFileInfo(properties.Destination).absoluteFilePath();
+    report.Options = QJsonObject{{QLatin1String("jobs"), workers}, {QLatin1String("keepFolders"), properties.KeepFolderStructure},
+        {QLatin1String("filter"), commandLine.Value(QStringLiteral("filter"))},
+        {QLatin1String("remotePictures"), properties.RemotePictures},
+        {QLatin1String("attachSave"), properties.Attach.Has(aotSave)}};
     task.SetWorkers(workers);
 
     // The sources: message files, and folder paths of the data file.
@@ -143,8 +157,9 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     for (const QString& source : commandLine.Sources()) {
         if (IsMessageFile(source)) {
             if (!QFileInfo::exists(source))
-                return Fail(err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "%1 does not exist").arg(source));
+                return Fail(report, err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "%1 does not exist").arg(source));
             AddMessageFileEntry(task, source);
+            report.Sources << QFileInfo(source).absoluteFilePath();
         } else {
             folderPaths << source;
         }
@@ -152,22 +167,24 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
     const bool messageFilesOnly = task.Entries().size() > 0 && folderPaths.isEmpty();
     if (!messageFilesOnly || commandLine.HasKey(QStringLiteral("pst"))) {
         if (projectData.CheckOutlookRunning())
-            return Fail(err, core::crException, QCoreApplication::translate("CommandLineExport", "Outlook is running. Please, close Outlook"));
+            return Fail(report, err, core::crException, QCoreApplication::translate("CommandLineExport", "Outlook is running. Please, close Outlook"));
         QString fileName = commandLine.Value(QStringLiteral("pst"));
         if (fileName.isEmpty())
             fileName = projectData.FindDefaultPST();
         if (fileName.isEmpty())
-            return Fail(err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "Can not find default outlook data file"));
+            return Fail(report, err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "Can not find default outlook data file"));
+        report.Sources << QFileInfo(fileName).absoluteFilePath();
+        report.Folders = folderPaths;
         auto file = std::make_shared<pst::TPSTFile>(fileName);
         if (!file->RootFolder())
-            return Fail(err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "Can not load outlook data file - ") + fileName);
+            return Fail(report, err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "Can not load outlook data file - ") + fileName);
         if (folderPaths.isEmpty())
             folderPaths << QString();
         for (const QString& path : folderPaths) {
             const QStringList names = SplitFolderPath(path);
             pst::TPSTFolder* folder = FindFolderByPath(*file, names);
             if (!folder)
-                return Fail(err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "no folder \"%1\" in %2").arg(path, fileName));
+                return Fail(report, err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "no folder \"%1\" in %2").arg(path, fileName));
             AddFolderEntries(task, file, folder, names.isEmpty() ? QStringList() : FolderNames(folder), true);
         }
     }
@@ -200,6 +217,30 @@ int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProject
         if (entry.InvalidSource)
             return core::crInvalidSource;
     return task.Failed() + task.Existing() == 0 && !task.Cancelled() && written ? core::crOK : 1;
+}
+
+} // namespace
+
+int RunCommandLineExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& projectData, std::FILE* out,
+    std::FILE* err)
+{
+    TExportReport report;
+    report.Started = QDateTime::currentDateTimeUtc();
+    std::unique_ptr<TMailTask> task;
+    const int code = RunExport(commandLine, projectData, out, err, report, task);
+    report.Ended = QDateTime::currentDateTimeUtc();
+    report.ExitCode = code;
+    // The report of every run, a failed one too.
+    if (commandLine.HasKey(QStringLiteral("report"))) {
+        const QString fileName = commandLine.Value(QStringLiteral("report"));
+        QString error;
+        if (fileName.isEmpty() || !report.Save(fileName, &error)) {
+            std::fprintf(err, "tessaly: %s\n",
+                qUtf8Printable(QCoreApplication::translate("CommandLineExport", "Can not write the report %1: %2").arg(fileName, error)));
+            return code == core::crOK ? 1 : code;
+        }
+    }
+    return code;
 }
 
 } // namespace tessaly::tasks

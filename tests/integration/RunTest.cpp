@@ -382,3 +382,83 @@ TEST(Export, DamagedAndFalseMessageFilesAreErrorsWithExitCode7)
     // Only the good one is written; nothing empty stands for the others.
     EXPECT_EQ(CountFiles(out.path(), QStringLiteral(".eml")), 1);
 }
+
+// -report FILE.json: the run in a form a script reads; its counts agree with
+// the summary line, per folder and in all, and a run that fails has one too.
+TEST(Export, ReportOfARunAndOfAFailedOne)
+{
+    QTemporaryDir out;
+    const QString reportFile = out.filePath(QStringLiteral("report.json"));
+    const QString source = TestData(QStringLiteral("pst/enron.pst"));
+    const TRun run = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), source, QStringLiteral("-dest"), out.filePath(QStringLiteral("eml")),
+                                                            QStringLiteral("-filter"), QStringLiteral("attach=include"), QStringLiteral("-KeepFolders"),
+                                                            QStringLiteral("-report"), reportFile});
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    QFile file(reportFile);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject report = QJsonDocument::fromJson(file.readAll()).object();
+    file.close();
+    const QJsonObject counts = report[QLatin1String("counts")].toObject();
+    static const QRegularExpression Summary(QStringLiteral("^(\\d+) messages: (\\d+) written, (\\d+) skipped by the filter, (\\d+) failed"));
+    const auto summary = Summary.match(run.out);
+    ASSERT_TRUE(summary.hasMatch()) << run.out.toStdString();
+    EXPECT_EQ(counts[QLatin1String("entries")].toInt(), summary.captured(1).toInt());
+    EXPECT_EQ(counts[QLatin1String("written")].toInt(), summary.captured(2).toInt());
+    EXPECT_EQ(counts[QLatin1String("skipped")].toInt(), summary.captured(3).toInt());
+    EXPECT_EQ(counts[QLatin1String("failed")].toInt(), summary.captured(4).toInt());
+    EXPECT_GT(counts[QLatin1String("skipped")].toInt(), 0); // the filter took some
+    EXPECT_EQ(counts[QLatin1String("written")].toInt(), CountFiles(out.filePath(QStringLiteral("eml")), QStringLiteral(".eml")));
+    int entries = 0, written = 0;
+    for (const auto& folder : report[QLatin1String("perFolder")].toArray()) {
+        entries += folder.toObject()[QLatin1String("entries")].toInt();
+        written += folder.toObject()[QLatin1String("written")].toInt();
+        EXPECT_EQ(folder.toObject()[QLatin1String("source")].toString(), QFileInfo(source).absoluteFilePath());
+    }
+    EXPECT_EQ(entries, counts[QLatin1String("entries")].toInt());
+    EXPECT_EQ(written, counts[QLatin1String("written")].toInt());
+    EXPECT_GT(report[QLatin1String("perFolder")].toArray().size(), 1);
+    EXPECT_EQ(report[QLatin1String("sources")].toArray().first().toString(), QFileInfo(source).absoluteFilePath());
+    EXPECT_EQ(report[QLatin1String("format")].toString(), QStringLiteral("eml"));
+    EXPECT_EQ(report[QLatin1String("exitCode")].toInt(), 0);
+    EXPECT_EQ(report[QLatin1String("options")].toObject()[QLatin1String("filter")].toString(), QStringLiteral("attach=include"));
+    EXPECT_TRUE(report[QLatin1String("options")].toObject()[QLatin1String("keepFolders")].toBool());
+    const TRun version = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("--version")});
+    EXPECT_TRUE(version.out.contains(report[QLatin1String("version")].toString())) << version.out.toStdString();
+    const QDateTime started = QDateTime::fromString(report[QLatin1String("started")].toString(), Qt::ISODateWithMs);
+    const QDateTime ended = QDateTime::fromString(report[QLatin1String("ended")].toString(), Qt::ISODateWithMs);
+    ASSERT_TRUE(started.isValid() && ended.isValid());
+    EXPECT_LE(started, ended);
+    EXPECT_TRUE(report[QLatin1String("failures")].toArray().isEmpty());
+
+    // Message files, one of them damaged: its failure with the reason.
+    QFile whole(TestData(QStringLiteral("msg/sent.msg")));
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    const QString damaged = out.filePath(QStringLiteral("cut.msg"));
+    QFile cut(damaged);
+    ASSERT_TRUE(cut.open(QIODevice::WriteOnly));
+    cut.write(whole.readAll().left(5000));
+    cut.close();
+    const TRun mixed = RunProgram(QStringLiteral("tessaly"), {damaged, TestData(QStringLiteral("eml/attachment_emails__attachment_pdf.eml")),
+                                                              QStringLiteral("-dest"), out.filePath(QStringLiteral("files")),
+                                                              QStringLiteral("-report"), reportFile});
+    EXPECT_EQ(mixed.exitCode, 7);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject second = QJsonDocument::fromJson(file.readAll()).object();
+    file.close();
+    EXPECT_EQ(second[QLatin1String("exitCode")].toInt(), 7);
+    const QJsonArray failures = second[QLatin1String("failures")].toArray();
+    ASSERT_EQ(failures.size(), 1);
+    EXPECT_EQ(failures[0].toObject()[QLatin1String("source")].toString(), damaged);
+    EXPECT_TRUE(failures[0].toObject()[QLatin1String("reason")].toString().contains(QStringLiteral("damaged"))) << failures[0].toObject()[QLatin1String("reason")].toString().toStdString();
+    EXPECT_EQ(second[QLatin1String("counts")].toObject()[QLatin1String("written")].toInt(), 1);
+
+    // A run that cannot start: the report says why.
+    const TRun missing = RunProgram(QStringLiteral("tessaly"), {QStringLiteral("-pst"), out.filePath(QStringLiteral("none.pst")),
+                                                                QStringLiteral("-dest"), out.path(), QStringLiteral("-report"), reportFile});
+    EXPECT_EQ(missing.exitCode, 7);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject third = QJsonDocument::fromJson(file.readAll()).object();
+    EXPECT_EQ(third[QLatin1String("exitCode")].toInt(), 7);
+    EXPECT_TRUE(third[QLatin1String("error")].toString().contains(QStringLiteral("none.pst"))) << third[QLatin1String("error")].toString().toStdString();
+    EXPECT_EQ(third[QLatin1String("counts")].toObject()[QLatin1String("written")].toInt(), 0);
+}
