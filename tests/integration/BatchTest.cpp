@@ -1,0 +1,155 @@
+// The batch recipe: every data file below a folder exported by GNU parallel,
+// one job per file, each with its own folder, report and log, and one
+// summary over the reports; and the Slurm array job's script, run as one
+// task of an array would run it.
+
+#include "RunUtil.h"
+#include "TestUtil.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QProcess>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <map>
+
+
+
+
+namespace {
+
+QJsonObject ReadJson(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+// The items of a data file as tessaly-inspect counts them, folder by folder.
+int ItemsOf(const QString& file)
+{
+    const TRun run = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly-inspect"), {QStringLiteral("--json"), file});
+    std::function<int(const QJsonObject&)> count = [&](const QJsonObject& folder) {
+        int items = folder[QLatin1String("items")].toInt();
+        for (const auto& child : folder[QLatin1String("folders")].toArray())
+            items += count(child.toObject());
+        return items;
+    };
+    return count(QJsonDocument::fromJson(run.out.toUtf8()).object()[QLatin1String("root")].toObject());
+}
+
+TRun RunScript(const QString& script, const QStringList& args, const QProcessEnvironment& env)
+{
+    QProcess process;
+    process.setProcessEnvironment(env);
+    process.start(QStringLiteral(TESSALY_SOURCE_DIR "/scripts/") + script, args);
+    process.waitForFinished(600000);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+}
+
+} // namespace
+
+TEST(Batch, GnuParallelRecipeOverTwentyDataFiles)
+{
+    QTemporaryDir dir;
+    const QString source = dir.filePath(QStringLiteral("archive"));
+    // 20 files made here, some in a folder below, two of one name.
+    std::map<QString, int> expected; // relative path -> items
+    for (int i = 1; i <= 20; ++i) {
+        const QString relative = i > 16 ? QStringLiteral("old/m%1.pst").arg(i) : QStringLiteral("m%1.pst").arg(i);
+        const QString file = QDir(source).filePath(relative);
+        QDir().mkpath(QFileInfo(file).path());
+        const TRun made = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/make-pst"),
+            {QStringLiteral("--quiet"), QStringLiteral("--messages"), QString::number(5 + i), QStringLiteral("--folders"), QStringLiteral("2"),
+                QStringLiteral("--attach-count"), QStringLiteral("1"), QStringLiteral("--seed"), QString::number(i), file});
+        ASSERT_EQ(made.exitCode, 0) << made.err.toStdString();
+        expected[relative] = ItemsOf(file);
+        ASSERT_GT(expected[relative], 0);
+    }
+    QFile::copy(QDir(source).filePath(QStringLiteral("m1.pst")), QDir(source).filePath(QStringLiteral("old/m1.pst")));
+    expected[QStringLiteral("old/m1.pst")] = expected[QStringLiteral("m1.pst")];
+
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("TESSALY"), QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"));
+    const QString out = dir.filePath(QStringLiteral("out"));
+    const TRun run = RunScript(QStringLiteral("batch-export"), {QStringLiteral("-j"), QStringLiteral("2"), source, out}, env);
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    EXPECT_TRUE(run.err.contains(QStringLiteral("21 data files"))) << run.err.toStdString();
+
+    // Every job's report: its source, exit status 0, counts equal to the
+    // source's items, the files written in its own folder.
+    int total = 0;
+    for (const auto& [relative, items] : expected) {
+        SCOPED_TRACE(relative.toStdString());
+        const QString name = relative.left(relative.size() - 4) + QStringLiteral("-pst");
+        const QJsonObject report = ReadJson(QDir(out).filePath(name + QStringLiteral(".report.json")));
+        ASSERT_FALSE(report.isEmpty());
+        EXPECT_EQ(report[QLatin1String("exitCode")].toInt(), 0);
+        EXPECT_EQ(report[QLatin1String("sources")].toArray().first().toString(), QDir(source).filePath(relative));
+        const QJsonObject counts = report[QLatin1String("counts")].toObject();
+        EXPECT_EQ(counts[QLatin1String("entries")].toInt(), items);
+        EXPECT_EQ(counts[QLatin1String("written")].toInt(), items);
+        int files = 0;
+        for (QDirIterator it(QDir(out).filePath(name), {QStringLiteral("*.eml")}, QDir::Files, QDirIterator::Subdirectories); it.hasNext(); it.next())
+            ++files;
+        EXPECT_EQ(files, items);
+        EXPECT_TRUE(QFileInfo::exists(QDir(out).filePath(name + QStringLiteral(".log"))));
+        total += items;
+    }
+    // The summary over all reports.
+    const QJsonObject summary = ReadJson(QDir(out).filePath(QStringLiteral("summary.json")));
+    EXPECT_EQ(summary[QLatin1String("jobs")].toInt(), 21);
+    EXPECT_EQ(summary[QLatin1String("failedJobs")].toInt(), 0);
+    EXPECT_EQ(summary[QLatin1String("totals")].toObject()[QLatin1String("written")].toInt(), total);
+    EXPECT_EQ(summary[QLatin1String("totals")].toObject()[QLatin1String("entries")].toInt(), total);
+
+    // A damaged file among them: its job fails, the others are written, the
+    // summary and the exit status say so.
+    QFile damaged(QDir(source).filePath(QStringLiteral("broken.pst")));
+    ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
+    damaged.write(QByteArray(4096, 'x'));
+    damaged.close();
+    const QString again = dir.filePath(QStringLiteral("again"));
+    const TRun second = RunScript(QStringLiteral("batch-export"), {source, again}, env);
+    EXPECT_EQ(second.exitCode, 1);
+    const QJsonObject secondSummary = ReadJson(QDir(again).filePath(QStringLiteral("summary.json")));
+    EXPECT_EQ(secondSummary[QLatin1String("jobs")].toInt(), 22);
+    EXPECT_EQ(secondSummary[QLatin1String("failedJobs")].toInt(), 1);
+    EXPECT_EQ(secondSummary[QLatin1String("totals")].toObject()[QLatin1String("written")].toInt(), total);
+}
+
+// The Slurm array job's script: syntax, and one array task run here as
+// Slurm would run it (the file of its line, into a folder of its own).
+TEST(Batch, SlurmArrayTaskExportsTheFileOfItsLine)
+{
+    const TRun syntax = RunProcess(QStringLiteral("bash"), {QStringLiteral("-n"), QStringLiteral(TESSALY_SOURCE_DIR "/scripts/batch-export.sbatch")});
+    EXPECT_EQ(syntax.exitCode, 0) << syntax.err.toStdString();
+    QTemporaryDir dir;
+    const QString list = dir.filePath(QStringLiteral("files.txt"));
+    QFile listFile(list);
+    ASSERT_TRUE(listFile.open(QIODevice::WriteOnly));
+    listFile.write((tessaly::test::TestData(QStringLiteral("pst/sample1.pst")) + QLatin1Char('\n')
+                       + tessaly::test::TestData(QStringLiteral("pst/enron.pst")) + QLatin1Char('\n'))
+                       .toUtf8());
+    listFile.close();
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("TESSALY"), QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"));
+    env.insert(QStringLiteral("SLURM_ARRAY_TASK_ID"), QStringLiteral("1"));
+    env.insert(QStringLiteral("SLURM_CPUS_PER_TASK"), QStringLiteral("2"));
+    const QString out = dir.filePath(QStringLiteral("results"));
+    const TRun task = RunScript(QStringLiteral("batch-export.sbatch"), {list, out, QStringLiteral("-format"), QStringLiteral("mbox")}, env);
+    ASSERT_EQ(task.exitCode, 0) << task.err.toStdString();
+    const QJsonObject report = ReadJson(QDir(out).filePath(QStringLiteral("000001-enron.report.json")));
+    EXPECT_EQ(report[QLatin1String("counts")].toObject()[QLatin1String("written")].toInt(), 71);
+    EXPECT_EQ(report[QLatin1String("format")].toString(), QStringLiteral("mbox"));
+    EXPECT_TRUE(QFileInfo(QDir(out).filePath(QStringLiteral("000001-enron/EMails.mbox"))).isFile());
+    // Without the array's number it refuses.
+    env.remove(QStringLiteral("SLURM_ARRAY_TASK_ID"));
+    EXPECT_NE(RunScript(QStringLiteral("batch-export.sbatch"), {list, out}, env).exitCode, 0);
+}
