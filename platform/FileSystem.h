@@ -42,6 +42,10 @@ void StartWriteBack(int handle);
 TLinkResult LinkUnnamed(int handle, const QString& to);
 void CloseUnnamed(int handle);
 
+// Takes the exclusive lock of an open file without waiting, held until the
+// handle is closed; false when another process holds it.
+bool TryLockOpenFile(int handle);
+
 // Removes `path` when it is a file no living process holds locked (what a
 // crashed writer left); true when it was removed.
 bool RemoveIfUnlocked(const QString& path);

@@ -6,6 +6,7 @@
 #include "tasks/MailExportSource.h"
 #include "tasks/MailOtherTasks.h"
 #include "tasks/MailPSTTask.h"
+#include "tasks/ResumeManifest.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -50,6 +51,9 @@ QList<core::TCommandKey> ExportCommandKeys()
             core::TKeyKind::Switch, false},
         {QStringLiteral("report"), QCoreApplication::translate("CommandLineExport", "Write a JSON report of the run to FILE"),
             core::TKeyKind::Value, false},
+        {QStringLiteral("resume"),
+            QCoreApplication::translate("CommandLineExport", "Finish a run into the same destination that was stopped: messages it completed are not written again"),
+            core::TKeyKind::Switch, false},
         {QStringLiteral("Paper"), QCoreApplication::translate("CommandLineExport", "Paper of PDF output: a4 (the default), a3, a5, letter or legal"),
             core::TKeyKind::Value, false},
         {QStringLiteral("Landscape"), QCoreApplication::translate("CommandLineExport", "PDF output in landscape"), core::TKeyKind::Switch, false},
@@ -144,6 +148,19 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
     owned = CreateMailTask(properties);
     TMailTask& task = *owned;
     report.Task = &task;
+    // Outputs of their own per message: the run keeps the record of what it
+    // completed in the destination, and -resume reads it.
+    const bool resume = on(QStringLiteral("resume"));
+    if (!toDataFile) {
+        auto manifest = std::make_shared<TResumeManifest>();
+        QString error;
+        if (!manifest->Open(properties.Destination, resume, &error))
+            return Fail(report, err, core::crInvalidSource, error);
+        task.SetManifest(std::move(manifest));
+    } else if (resume) {
+        return Fail(report, err, core::crCommandLine,
+            QCoreApplication::translate("CommandLineExport", "-resume goes with formats that write a file per message, not with %1").arg(format));
+    }
     report.Format = format.isEmpty() ? QStringLiteral("eml") : format;
     report.Destination = QFileInfo(properties.Destination).absoluteFilePath();
     report.Options = QJsonObject{{QLatin1String("jobs"), workers}, {QLatin1String("keepFolders"), properties.KeepFolderStructure},
@@ -200,6 +217,9 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
     if (!toDataFile)
         QDir().mkpath(destination);
     task.Run();
+    if (task.Resumed() > 0)
+        std::fprintf(err, "%s\n",
+            qUtf8Printable(QCoreApplication::translate("CommandLineExport", "%1 messages were complete from the run before").arg(task.Resumed())));
     for (const QString& line : task.Log())
         std::fprintf(err, "%s\n", qUtf8Printable(line));
     const int total = int(task.Entries().size());

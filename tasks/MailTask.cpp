@@ -289,6 +289,7 @@ public:
     std::vector<TAttachOutput> Attachments;
     QStringList Reserved; // names held for the outputs until they are written
     QStringList Errors;   // for the log, in entry order
+    bool Resumed = false; // completed by the run before: counted, not written
 };
 
 int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
@@ -315,6 +316,17 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
     }
     const QString folder = OutputFolder(entry);
     QString path = QDir(folder).filePath(fileName);
+    // Completed by a run before this one (-resume): counted as written, with
+    // the number it had.
+    if (m_manifest && !m_combined && m_properties.ConvertType() != mctPST
+        && m_manifest->Done(TResumeManifest::Key(entry), path)) {
+        auto done = std::make_unique<TMailJob>(*this, entry);
+        done->Path = path;
+        done->Resumed = true;
+        ++m_resumed;
+        job = std::move(done);
+        return trOK;
+    }
     bool replace = false;
     if (m_properties.ConvertType() != mctPST && !m_combined) {
         int check = CheckDestination(path);
@@ -387,10 +399,17 @@ void TMailTask::NameAttachments(TMailJob& job, const mail::IMailMessage& message
 
 int TMailTask::Execute(TMailJob& job)
 {
+    if (job.Resumed) {
+        job.Entry.Output = job.Path;
+        return trOK;
+    }
     const mail::IMailMessage& message = *job.Entry.Mail;
     int result = ConvertMail(*job.Context, message, job.Path);
     if (result != trOK || !job.Own)
         return result;
+    const QString key = m_manifest ? TResumeManifest::Key(job.Entry) : QString();
+    if (m_manifest)
+        m_manifest->Begin(key, job.Path);
     result = Commit(*job.Context, job.Path);
     if (result != trOK)
         return result;
@@ -423,6 +442,8 @@ int TMailTask::Execute(TMailJob& job)
         }
         output.Written = true;
     }
+    if (m_manifest && attachmentsSaved)
+        m_manifest->Finish(key, job.Path);
     if (m_properties.CopyDateStamps) {
         mail::TDateTime date = message.Date(mail::mdClientSubmit);
         if (date == 0)

@@ -6,6 +6,7 @@
 // the conversion and the commit.
 
 #include "tasks/CustomTask.h"
+#include "tasks/ResumeManifest.h"
 
 #include <QHash>
 #include <QMutex>
@@ -109,6 +110,11 @@ public:
     // the file 0600), and that file is named.
     QString GetExceptionSource(const TTaskEntry& entry);
 
+    // The record of completed outputs this run keeps (and, resuming, reads):
+    // messages it holds as complete are counted, not converted again.
+    void SetManifest(std::shared_ptr<TResumeManifest> manifest) { m_manifest = std::move(manifest); }
+    int Resumed() const { return m_resumed; }
+
     // Begins and ends a combined output; EndCombine reports whether the
     // combined file was committed.
     void StartCombine(const QString& path);
@@ -144,6 +150,8 @@ private:
     QString m_combinedPath;
     int m_number = 1;
     int m_lastNumber = 0;
+    std::shared_ptr<TResumeManifest> m_manifest;
+    int m_resumed = 0;
 };
 
 } // namespace tessaly::tasks

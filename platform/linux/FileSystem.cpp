@@ -112,6 +112,11 @@ void CloseLocked(int handle)
         close(handle);
 }
 
+bool TryLockOpenFile(int handle)
+{
+    return handle >= 0 && flock(handle, LOCK_EX | LOCK_NB) == 0;
+}
+
 bool RemoveIfUnlocked(const QString& path)
 {
     const QByteArray name = Native(path);

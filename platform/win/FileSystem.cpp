@@ -61,6 +61,12 @@ void CloseLocked(int handle)
         CloseHandle(reinterpret_cast<HANDLE>(intptr_t(handle)));
 }
 
+bool TryLockOpenFile(int handle)
+{
+    // Files are opened without write sharing there: the open itself is the lock.
+    return handle >= 0;
+}
+
 bool RemoveIfUnlocked(const QString& path)
 {
     // Deleting a file another process holds open without delete sharing fails.

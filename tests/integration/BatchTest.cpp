@@ -8,6 +8,9 @@
 
 #include <QDir>
 #include <QDirIterator>
+#include <QElapsedTimer>
+#include <QRegularExpression>
+#include <QThread>
 #include <QProcess>
 #include <QFile>
 #include <QJsonArray>
@@ -152,4 +155,78 @@ TEST(Batch, SlurmArrayTaskExportsTheFileOfItsLine)
     // Without the array's number it refuses.
     env.remove(QStringLiteral("SLURM_ARRAY_TASK_ID"));
     EXPECT_NE(RunScript(QStringLiteral("batch-export.sbatch"), {list, out}, env).exitCode, 0);
+}
+
+// A run killed in the middle (SIGKILL) and finished with -resume gives the
+// files (names and sizes: only MIME boundaries differ between runs) and the
+// report of a run that was never stopped, and does not write again what
+// the killed run completed.
+TEST(Batch, ResumeAfterAKillGivesTheUninterruptedRun)
+{
+    QTemporaryDir dir;
+    const QString source = dir.filePath(QStringLiteral("big.pst"));
+    const TRun made = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/make-pst"),
+        {QStringLiteral("--quiet"), QStringLiteral("--messages"), QStringLiteral("1500"), QStringLiteral("--folders"), QStringLiteral("4"),
+            QStringLiteral("--attach-count"), QStringLiteral("1"), QStringLiteral("--seed"), QStringLiteral("3"), source});
+    ASSERT_EQ(made.exitCode, 0) << made.err.toStdString();
+    const QString program = QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly");
+    const auto args = [&](const QString& name) {
+        return QStringList{QStringLiteral("-pst"), source, QStringLiteral("-dest"), dir.filePath(name), QStringLiteral("-KeepFolders"),
+            QStringLiteral("-report"), dir.filePath(name + QStringLiteral(".json"))};
+    };
+    const TRun whole = RunProcess(program, args(QStringLiteral("whole")));
+    ASSERT_EQ(whole.exitCode, 0) << whole.err.toStdString();
+
+    const auto files = [&](const QString& name) {
+        QStringList list;
+        const QDir root(dir.filePath(name));
+        for (QDirIterator it(root.path(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
+            const QString path = it.next();
+            if (!path.endsWith(QStringLiteral(".tessaly.manifest")))
+                list << root.relativeFilePath(path) + QLatin1Char(' ') + QString::number(QFileInfo(path).size());
+        }
+        list.sort();
+        return list;
+    };
+    const QStringList expected = files(QStringLiteral("whole"));
+    ASSERT_GT(expected.size(), 1000);
+
+    // Killed once a third of the files are there.
+    QProcess killed;
+    killed.start(program, args(QStringLiteral("resumed")));
+    ASSERT_TRUE(killed.waitForStarted());
+    QElapsedTimer waited;
+    waited.start();
+    while (files(QStringLiteral("resumed")).size() < expected.size() / 3 && waited.elapsed() < 60000 && killed.state() == QProcess::Running)
+        QThread::msleep(5);
+    ASSERT_EQ(killed.state(), QProcess::Running) << "the run ended before it could be killed";
+    killed.kill(); // SIGKILL
+    killed.waitForFinished();
+    const int before = int(files(QStringLiteral("resumed")).size());
+    ASSERT_LT(before, expected.size());
+
+    const TRun resumed = RunProcess(program, args(QStringLiteral("resumed")) << QStringLiteral("-resume"));
+    ASSERT_EQ(resumed.exitCode, 0) << resumed.err.toStdString();
+    static const QRegularExpression Complete(QStringLiteral("(\\d+) messages were complete from the run before"));
+    const auto complete = Complete.match(resumed.err);
+    ASSERT_TRUE(complete.hasMatch()) << resumed.err.toStdString();
+    EXPECT_GE(complete.captured(1).toInt(), before - 2); // at most the files in flight when killed
+    EXPECT_EQ(files(QStringLiteral("resumed")), expected);
+    EXPECT_EQ(resumed.out, QString(whole.out).replace(QStringLiteral("whole"), QStringLiteral("resumed")));
+
+    const QJsonObject a = ReadJson(dir.filePath(QStringLiteral("whole.json")));
+    const QJsonObject b = ReadJson(dir.filePath(QStringLiteral("resumed.json")));
+    EXPECT_EQ(a[QLatin1String("counts")], b[QLatin1String("counts")]);
+    EXPECT_EQ(a[QLatin1String("failures")], b[QLatin1String("failures")]);
+    EXPECT_EQ(a[QLatin1String("perFolder")].toArray().size(), b[QLatin1String("perFolder")].toArray().size());
+    for (qsizetype i = 0; i < a[QLatin1String("perFolder")].toArray().size(); ++i) {
+        QJsonObject x = a[QLatin1String("perFolder")].toArray()[i].toObject(), y = b[QLatin1String("perFolder")].toArray()[i].toObject();
+        EXPECT_EQ(x[QLatin1String("written")], y[QLatin1String("written")]);
+        EXPECT_EQ(x[QLatin1String("folder")], y[QLatin1String("folder")]);
+    }
+
+    // -resume with a format that writes one file is refused.
+    const TRun single = RunProcess(program, {QStringLiteral("-pst"), source, QStringLiteral("-dest"), dir.filePath(QStringLiteral("one")),
+                                                QStringLiteral("-format"), QStringLiteral("mbox"), QStringLiteral("-resume")});
+    EXPECT_EQ(single.exitCode, 2);
 }

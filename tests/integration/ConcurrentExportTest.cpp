@@ -47,7 +47,9 @@ std::map<QString, qint64> Files(const QString& dir)
     std::map<QString, qint64> files;
     for (QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
         it.next();
-        files[QDir(dir).relativeFilePath(it.filePath())] = it.fileInfo().size();
+        // The record an export keeps for -resume is no output.
+        if (it.fileName() != QLatin1String(".tessaly.manifest"))
+            files[QDir(dir).relativeFilePath(it.filePath())] = it.fileInfo().size();
     }
     return files;
 }
