@@ -2,6 +2,7 @@
 
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
+#include "mail/VCard.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>
@@ -11,43 +12,11 @@ namespace tessaly::mail {
 
 namespace {
 
-// A text value: backslash, semicolon, comma and line ends escaped.
-QString Text(QString value)
-{
-    value.replace(QStringLiteral("\r\n"), QStringLiteral("\n")).replace(QLatin1Char('\r'), QLatin1Char('\n'));
-    QString out;
-    for (const QChar c : value) {
-        if (c == QLatin1Char('\\') || c == QLatin1Char(';') || c == QLatin1Char(','))
-            out += QLatin1Char('\\');
-        if (c == QLatin1Char('\n'))
-            out += QStringLiteral("\\n");
-        else
-            out += c;
-    }
-    return out;
-}
-
 // A parameter value: quoted, without the characters a quoted one cannot hold.
 QString Parameter(QString value)
 {
     value.remove(QLatin1Char('"')).replace(QLatin1Char('\r'), QLatin1Char(' ')).replace(QLatin1Char('\n'), QLatin1Char(' '));
     return QLatin1Char('"') + value + QLatin1Char('"');
-}
-
-QByteArray Folded(const QString& line)
-{
-    const QByteArray utf8 = line.toUtf8();
-    QByteArray out;
-    qsizetype start = 0, width = 75;
-    while (utf8.size() - start > width) {
-        qsizetype cut = start + width;
-        while (cut > start && (uchar(utf8[cut]) & 0xC0) == 0x80)
-            --cut;
-        out += utf8.mid(start, cut - start) + "\r\n ";
-        start = cut;
-        width = 74;
-    }
-    return out + utf8.mid(start) + "\r\n";
 }
 
 QString Utc(const QDateTime& when)
@@ -73,14 +42,14 @@ QByteArray MeetingToICalendar(const IMailMessage& message, const IMailMeeting& m
     if (end.isValid() && (!start.isValid() || end >= start))
         out += "DTEND:" + Utc(end).toLatin1() + "\r\n";
     if (!message.Subject().isEmpty())
-        out += Folded(QStringLiteral("SUMMARY:") + Text(message.Subject()));
+        out += FoldedContentLine(QStringLiteral("SUMMARY:") + ContentLineText(message.Subject()));
     if (!meeting.Location().isEmpty())
-        out += Folded(QStringLiteral("LOCATION:") + Text(meeting.Location()));
+        out += FoldedContentLine(QStringLiteral("LOCATION:") + ContentLineText(meeting.Location()));
     QString body = message.Body(mbtText);
     if (body.trimmed().isEmpty())
         body = core::HtmlToPlainText(message.Body(mbtHTML));
     if (!body.trimmed().isEmpty())
-        out += Folded(QStringLiteral("DESCRIPTION:") + Text(body.trimmed()));
+        out += FoldedContentLine(QStringLiteral("DESCRIPTION:") + ContentLineText(body.trimmed()));
     const auto person = [](const IMailRecipient& who) {
         QString line;
         if (!who.Name().trimmed().isEmpty())
@@ -88,7 +57,7 @@ QByteArray MeetingToICalendar(const IMailMessage& message, const IMailMeeting& m
         return line;
     };
     if (const auto sender = message.Sender(); sender && sender->EMail().contains(QLatin1Char('@')))
-        out += Folded(QStringLiteral("ORGANIZER") + person(*sender) + QStringLiteral(":mailto:") + sender->EMail().trimmed());
+        out += FoldedContentLine(QStringLiteral("ORGANIZER") + person(*sender) + QStringLiteral(":mailto:") + sender->EMail().trimmed());
     const struct {
         TMailRecipientType kind;
         const char* role;
@@ -99,7 +68,7 @@ QByteArray MeetingToICalendar(const IMailMessage& message, const IMailMeeting& m
             const auto who = recipients->GetRecipient(i);
             if (!who || !who->EMail().contains(QLatin1Char('@')))
                 continue;
-            out += Folded(QStringLiteral("ATTENDEE") + QLatin1String(list.role) + person(*who) + QStringLiteral(":mailto:")
+            out += FoldedContentLine(QStringLiteral("ATTENDEE") + QLatin1String(list.role) + person(*who) + QStringLiteral(":mailto:")
                 + who->EMail().trimmed());
         }
     }

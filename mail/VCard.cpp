@@ -228,10 +228,7 @@ QVariant TVCardContact::GetField(int field) const
     return ContactMessageField(field, [this](int stored) { return Value(stored); });
 }
 
-namespace {
-
-// A text value: backslash, comma, semicolon and line ends escaped.
-QString VCardText(QString value)
+QString ContentLineText(QString value)
 {
     value.replace(QStringLiteral("\r\n"), QStringLiteral("\n")).replace(QLatin1Char('\r'), QLatin1Char('\n'));
     QString out;
@@ -246,8 +243,7 @@ QString VCardText(QString value)
     return out;
 }
 
-// A content line folded at 75 bytes (between characters), CRLF-ended.
-QByteArray Folded(const QString& line)
+QByteArray FoldedContentLine(const QString& line)
 {
     const QByteArray utf8 = line.toUtf8();
     QByteArray out;
@@ -263,15 +259,13 @@ QByteArray Folded(const QString& line)
     return out + utf8.mid(start) + "\r\n";
 }
 
-} // namespace
-
 QByteArray ContactToVCard(const IMailContact& contact)
 {
     const auto text = [&](int field) { return contact.GetField(field).toString().trimmed(); };
     QByteArray card = "BEGIN:VCARD\r\nVERSION:3.0\r\n";
     const auto add = [&](const QString& name, const QString& value) {
         if (!value.isEmpty())
-            card += Folded(name + QLatin1Char(':') + value);
+            card += FoldedContentLine(name + QLatin1Char(':') + value);
     };
     QString full = text(mcfFullName);
     const QString surname = text(mcfSurname);
@@ -286,27 +280,27 @@ QByteArray ContactToVCard(const IMailContact& contact)
         given = given.left(given.size() - surname.size()).trimmed();
     else if (!surname.isEmpty())
         given.clear();
-    card += Folded(QStringLiteral("FN:") + VCardText(full));
-    card += Folded(QStringLiteral("N:%1;%2;;;").arg(VCardText(surname), VCardText(surname.isEmpty() ? QString() : given)));
+    card += FoldedContentLine(QStringLiteral("FN:") + ContentLineText(full));
+    card += FoldedContentLine(QStringLiteral("N:%1;%2;;;").arg(ContentLineText(surname), ContentLineText(surname.isEmpty() ? QString() : given)));
     if (const QString company = text(mcfCompany), department = text(mcfDepartment); !company.isEmpty() || !department.isEmpty())
-        add(QStringLiteral("ORG"), VCardText(company) + (department.isEmpty() ? QString() : QLatin1Char(';') + VCardText(department)));
-    add(QStringLiteral("TITLE"), VCardText(text(mcfJobTitle)));
+        add(QStringLiteral("ORG"), ContentLineText(company) + (department.isEmpty() ? QString() : QLatin1Char(';') + ContentLineText(department)));
+    add(QStringLiteral("TITLE"), ContentLineText(text(mcfJobTitle)));
     for (const QString& email : text(mcfEMails).split(QLatin1Char(','), Qt::SkipEmptyParts))
-        add(QStringLiteral("EMAIL;TYPE=INTERNET"), VCardText(email.trimmed()));
-    add(QStringLiteral("TEL;TYPE=WORK,VOICE"), VCardText(text(mcfBusinessPhone)));
-    add(QStringLiteral("TEL;TYPE=HOME,VOICE"), VCardText(text(mcfHomePhone)));
-    add(QStringLiteral("TEL;TYPE=CELL"), VCardText(text(mcfMobilePhone)));
-    add(QStringLiteral("TEL;TYPE=WORK,FAX"), VCardText(text(mcfBusinessFax)));
+        add(QStringLiteral("EMAIL;TYPE=INTERNET"), ContentLineText(email.trimmed()));
+    add(QStringLiteral("TEL;TYPE=WORK,VOICE"), ContentLineText(text(mcfBusinessPhone)));
+    add(QStringLiteral("TEL;TYPE=HOME,VOICE"), ContentLineText(text(mcfHomePhone)));
+    add(QStringLiteral("TEL;TYPE=CELL"), ContentLineText(text(mcfMobilePhone)));
+    add(QStringLiteral("TEL;TYPE=WORK,FAX"), ContentLineText(text(mcfBusinessFax)));
     // Addresses as stored: one text; it goes in the street part.
     if (const QString business = text(mcfBusinessAddress); !business.isEmpty())
-        add(QStringLiteral("ADR;TYPE=WORK"), QStringLiteral(";;%1;;;;").arg(VCardText(business)));
+        add(QStringLiteral("ADR;TYPE=WORK"), QStringLiteral(";;%1;;;;").arg(ContentLineText(business)));
     if (const QString postal = text(mcfPostalAddress); !postal.isEmpty())
-        add(QStringLiteral("ADR;TYPE=HOME"), QStringLiteral(";;%1;;;;").arg(VCardText(postal)));
+        add(QStringLiteral("ADR;TYPE=HOME"), QStringLiteral(";;%1;;;;").arg(ContentLineText(postal)));
     const QDateTime birthday = contact.GetField(mcfBirthday).toDateTime();
     if (birthday.isValid())
         add(QStringLiteral("BDAY"), birthday.date().toString(Qt::ISODate));
     add(QStringLiteral("URL"), text(mcfWebPage));
-    add(QStringLiteral("NOTE"), VCardText(contact.GetField(mcfNotes).toString()));
+    add(QStringLiteral("NOTE"), ContentLineText(contact.GetField(mcfNotes).toString()));
     const QVariant picture = contact.GetField(mcfPicture);
     if (picture.typeId() == QMetaType::QByteArray && !picture.toByteArray().isEmpty()) {
         const QByteArray bytes = picture.toByteArray();

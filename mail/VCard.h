@@ -32,6 +32,12 @@ private:
     std::array<QVariant, cfCount> m_fields;
 };
 
+// Content lines as vCards and iCalendar write them: a text value with
+// backslash, comma, semicolon and line ends escaped; a line folded at 75
+// bytes (between characters) and ended by CRLF.
+QString ContentLineText(QString value);
+QByteArray FoldedContentLine(const QString& line);
+
 // A contact as a vCard 3.0 (RFC 2426): name, organisation, e-mail
 // addresses, phones, addresses, birthday, web page, notes and the picture;
 // values escaped, lines folded at 75 bytes, CRLF line ends.
