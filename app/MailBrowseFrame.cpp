@@ -7,6 +7,7 @@
 
 #include <QAction>
 #include <QCheckBox>
+#include <QCoreApplication>
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -69,19 +70,21 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     m_toolbar = new QToolBar;
     m_toolbar->setIconSize(QSize(16, 16));
     m_toolbar->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    m_aCheck = m_toolbar->addAction(QStringLiteral("Check"), this, [this] { CheckSelected(true); });
-    m_aUncheck = m_toolbar->addAction(QStringLiteral("Uncheck"), this, [this] { CheckSelected(false); });
-    m_aCheckAll = m_toolbar->addAction(QStringLiteral("Check All"), this, [this] { CheckAll(true); });
+    m_aCheck = m_toolbar->addAction(QCoreApplication::translate("TMailBrowseFrame", "Check"), this, [this] { CheckSelected(true); });
+    m_aUncheck = m_toolbar->addAction(QCoreApplication::translate("TMailBrowseFrame", "Uncheck"), this, [this] { CheckSelected(false); });
+    m_aCheckAll = m_toolbar->addAction(QCoreApplication::translate("TMailBrowseFrame", "Check All"), this, [this] { CheckAll(true); });
     m_aCheckAll->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_A));
     m_aCheckAll->setShortcutContext(Qt::WidgetWithChildrenShortcut);
-    m_aUncheckAll = m_toolbar->addAction(QStringLiteral("Uncheck all"), this, [this] { CheckAll(false); });
-    m_aCheckRange = m_toolbar->addAction(QStringLiteral("Check range..."), this, [this] { ShowCheckRange(); });
+    m_aUncheckAll = m_toolbar->addAction(QCoreApplication::translate("TMailBrowseFrame", "Uncheck all"), this, [this] { CheckAll(false); });
+    m_aCheckRange = m_toolbar->addAction(QCoreApplication::translate("TMailBrowseFrame", "Check range..."), this, [this] { ShowCheckRange(); });
     // Commands of the general list that this program does not offer.
-    for (const auto& [caption, hint] : {std::pair{"Check by mask...", ""}, {"Restore last selection", ""},
-             {"Move up", "Move up (Ctrl+Up)"}, {"Move down", "Move down (Ctrl+Down)"}}) {
-        QAction* action = m_toolbar->addAction(QLatin1String(caption));
+    for (const auto& [caption, hint] : {std::pair{QT_TRANSLATE_NOOP("TMailBrowseFrame", "Check by mask..."), ""},
+             {QT_TRANSLATE_NOOP("TMailBrowseFrame", "Restore last selection"), ""},
+             {QT_TRANSLATE_NOOP("TMailBrowseFrame", "Move up"), QT_TRANSLATE_NOOP("TMailBrowseFrame", "Move up (Ctrl+Up)")},
+             {QT_TRANSLATE_NOOP("TMailBrowseFrame", "Move down"), QT_TRANSLATE_NOOP("TMailBrowseFrame", "Move down (Ctrl+Down)")}}) {
+        QAction* action = m_toolbar->addAction(QCoreApplication::translate("TMailBrowseFrame", caption));
         if (*hint)
-            action->setToolTip(QLatin1String(hint));
+            action->setToolTip(QCoreApplication::translate("TMailBrowseFrame", hint));
         action->setVisible(false);
         m_hidden << action;
     }
@@ -89,7 +92,7 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     // narrow window the commands go into the toolbar's overflow menu, the
     // search box stays.
     m_search = new QLineEdit;
-    m_search->setPlaceholderText(QStringLiteral("Search..."));
+    m_search->setPlaceholderText(QCoreApplication::translate("TMailBrowseFrame", "Search..."));
     m_search->setClearButtonEnabled(true);
     m_search->setMinimumWidth(QFontMetrics(m_search->font()).horizontalAdvance(QLatin1Char('x')) * 12);
     m_search->setMaximumWidth(260);
@@ -115,7 +118,7 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     layout->addLayout(bottom);
 
     m_popup = new QMenu(this);
-    m_aPopupCheck = m_popup->addAction(QStringLiteral("Check"), this, [this] {
+    m_aPopupCheck = m_popup->addAction(QCoreApplication::translate("TMailBrowseFrame", "Check"), this, [this] {
         const QModelIndexList rows = m_view->selectionModel()->selectedRows();
         bool allChecked = !rows.isEmpty();
         for (const QModelIndex& index : rows)
@@ -123,7 +126,7 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
         CheckSelected(!allChecked);
     });
     m_aPopupCheck->setShortcut(QKeySequence(Qt::Key_Space));
-    m_aCheckToHere = m_popup->addAction(QStringLiteral("Check to here"), this, [this] {
+    m_aCheckToHere = m_popup->addAction(QCoreApplication::translate("TMailBrowseFrame", "Check to here"), this, [this] {
         if (m_popupRow >= 0)
             CheckToHere(m_popupRow);
     });
@@ -134,7 +137,7 @@ TMailBrowseFrame::TMailBrowseFrame(QWidget* parent) : QWidget(parent)
     connect(space, &QAction::triggered, m_aPopupCheck, &QAction::trigger);
     m_view->addAction(space);
     // Enter or a double-click opens the focused message in a window of its own.
-    m_aOpenMessage = m_popup->addAction(QStringLiteral("Open in new window"), this, [this] {
+    m_aOpenMessage = m_popup->addAction(QCoreApplication::translate("TMailBrowseFrame", "Open in new window"), this, [this] {
         if (const auto message = CurrentMessage(); message && OnOpenMessage)
             OnOpenMessage(message);
     });
@@ -377,15 +380,15 @@ QString TMailBrowseFrame::CountText() const
 {
     if (!m_model->Filtered())
         return {};
-    return QStringLiteral("%1 of %2").arg(m_model->rowCount()).arg(m_model->StoreRowCount());
+    return QCoreApplication::translate("TMailBrowseFrame", "%1 of %2").arg(m_model->rowCount()).arg(m_model->StoreRowCount());
 }
 
 QString TMailBrowseFrame::BusyText() const
 {
     if (m_model->Sorting())
-        return QStringLiteral("Sorting…");
+        return QCoreApplication::translate("TMailBrowseFrame", "Sorting…");
     if (m_model->Filtering())
-        return QStringLiteral("Filtering…");
+        return QCoreApplication::translate("TMailBrowseFrame", "Filtering…");
     return {};
 }
 
@@ -606,7 +609,7 @@ void TPSTBrowseFrame::ApplyFileTick()
 
 TCheckRangeDialog::TCheckRangeDialog(int from, int to, int maximum, QWidget* parent) : QDialog(parent)
 {
-    setWindowTitle(QStringLiteral("Check range"));
+    setWindowTitle(QCoreApplication::translate("TCheckRangeDialog", "Check range"));
     if (from > to)
         std::swap(from, to);
     auto* layout = new QFormLayout(this);
@@ -616,13 +619,13 @@ TCheckRangeDialog::TCheckRangeDialog(int from, int to, int maximum, QWidget* par
         box->setRange(1, std::max(1, maximum));
     m_from->setValue(from);
     m_to->setValue(to);
-    layout->addRow(QStringLiteral("Check from:"), m_from);
-    layout->addRow(QStringLiteral("Check to:"), m_to);
-    m_uncheck = new QCheckBox(QStringLiteral("Uncheck"));
+    layout->addRow(QCoreApplication::translate("TCheckRangeDialog", "Check from:"), m_from);
+    layout->addRow(QCoreApplication::translate("TCheckRangeDialog", "Check to:"), m_to);
+    m_uncheck = new QCheckBox(QCoreApplication::translate("TCheckRangeDialog", "Uncheck"));
     layout->addRow(m_uncheck);
     auto* buttons = new QDialogButtonBox;
-    buttons->addButton(QStringLiteral("&OK"), QDialogButtonBox::AcceptRole);
-    buttons->addButton(QStringLiteral("&Cancel"), QDialogButtonBox::RejectRole);
+    buttons->addButton(QCoreApplication::translate("TCheckRangeDialog", "&OK"), QDialogButtonBox::AcceptRole);
+    buttons->addButton(QCoreApplication::translate("TCheckRangeDialog", "&Cancel"), QDialogButtonBox::RejectRole);
     connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
     layout->addRow(buttons);

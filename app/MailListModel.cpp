@@ -93,14 +93,18 @@ QStringList TMailListModel::ColumnCaptions(TListKind kind)
 {
     switch (kind) {
     case lkMeeting:
-        return {QStringLiteral("Subject"), QStringLiteral("Location"), QStringLiteral("Start"),
-            QStringLiteral("End"), QStringLiteral("Organizer")};
+        return {QCoreApplication::translate("TMailListModel", "Subject"), QCoreApplication::translate("TMailListModel", "Location"),
+            QCoreApplication::translate("TMailListModel", "Start"), QCoreApplication::translate("TMailListModel", "End"),
+            QCoreApplication::translate("TMailListModel", "Organizer")};
     case lkContact:
-        return {QStringLiteral("Name"), QStringLiteral("Company"), QStringLiteral("Job title"),
-            QStringLiteral("E-mail"), QStringLiteral("Business phone"), QStringLiteral("Mobile phone")};
+        return {QCoreApplication::translate("TMailListModel", "Name"), QCoreApplication::translate("TMailListModel", "Company"),
+            QCoreApplication::translate("TMailListModel", "Job title"), QCoreApplication::translate("TMailListModel", "E-mail"),
+            QCoreApplication::translate("TMailListModel", "Business phone"), QCoreApplication::translate("TMailListModel", "Mobile phone")};
     default:
-        return {QStringLiteral("Attachment"), QStringLiteral("From"), QStringLiteral("Subject"),
-            QStringLiteral("Received"), QStringLiteral("Sent"), QStringLiteral("Size"), QStringLiteral("To")};
+        return {QCoreApplication::translate("TMailListModel", "Attachment"), QCoreApplication::translate("TMailListModel", "From"),
+            QCoreApplication::translate("TMailListModel", "Subject"), QCoreApplication::translate("TMailListModel", "Received"),
+            QCoreApplication::translate("TMailListModel", "Sent"), QCoreApplication::translate("TMailListModel", "Size"),
+            QCoreApplication::translate("TMailListModel", "To")};
     }
 }
 

@@ -15,6 +15,7 @@
 #include <QAction>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QDragEnterEvent>
@@ -57,7 +58,7 @@ const QString PSTSection = QStringLiteral("Desktop\\PST");
 TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
     : QMainWindow(parent), m_settings(settings)
 {
-    setWindowTitle(QStringLiteral("Tessaly"));
+    setWindowTitle(QCoreApplication::translate("TMailMainForm", "Tessaly"));
     PlaceFirstWindow(*this);
 
     m_tabs = new QTabWidget;
@@ -65,8 +66,8 @@ TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
     m_tabs->setDocumentMode(true);
     m_mailBrowse = new TPSTBrowseFrame;
     m_contactBrowse = new TPSTBrowseFrame;
-    m_tabs->addTab(m_mailBrowse, QStringLiteral("Mail Browse"));
-    m_tabs->addTab(m_contactBrowse, QStringLiteral("Contacts"));
+    m_tabs->addTab(m_mailBrowse, QCoreApplication::translate("TMailMainForm", "Mail Browse"));
+    m_tabs->addTab(m_contactBrowse, QCoreApplication::translate("TMailMainForm", "Contacts"));
     m_info = new TMailInfoFrame;
     m_previewSplitter = new QSplitter(Qt::Horizontal);
     m_previewSplitter->addWidget(m_tabs);
@@ -81,17 +82,17 @@ TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
         frame->OnOpenMessage = [this](std::shared_ptr<mail::IMailMessage> message) { OpenMessageWindow(std::move(message)); };
     }
 
-    m_fileMenu = menuBar()->addMenu(QStringLiteral("&File"));
+    m_fileMenu = menuBar()->addMenu(QCoreApplication::translate("TMailMainForm", "&File"));
     // The keyboard's commands, each with its key shown.
-    m_viewMenu = menuBar()->addMenu(QStringLiteral("&View"));
+    m_viewMenu = menuBar()->addMenu(QCoreApplication::translate("TMailMainForm", "&View"));
     m_viewMenu->addAction(m_info->FindAction());
-    m_miSearch = m_viewMenu->addAction(QStringLiteral("Search the list"), this, [this] {
+    m_miSearch = m_viewMenu->addAction(QCoreApplication::translate("TMailMainForm", "Search the list"), this, [this] {
         auto* frame = m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse;
         frame->SearchBox()->setFocus(Qt::ShortcutFocusReason);
         frame->SearchBox()->selectAll();
     });
     m_miSearch->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_K));
-    QAction* open = m_viewMenu->addAction(QStringLiteral("Open message in new window"), this, [this] {
+    QAction* open = m_viewMenu->addAction(QCoreApplication::translate("TMailMainForm", "Open message in new window"), this, [this] {
         (m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse)->OpenMessageAction()->trigger();
     });
     // Shown here; the list itself takes the key (Enter belongs to the
@@ -99,12 +100,12 @@ TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
     open->setShortcuts({QKeySequence(Qt::Key_Return)});
     open->setShortcutContext(Qt::WidgetShortcut);
     m_viewMenu->addSeparator();
-    m_miNextPane = m_viewMenu->addAction(QStringLiteral("Next pane"), this, [this] { FocusPane(1); });
+    m_miNextPane = m_viewMenu->addAction(QCoreApplication::translate("TMailMainForm", "Next pane"), this, [this] { FocusPane(1); });
     m_miNextPane->setShortcut(QKeySequence(Qt::Key_F6));
-    m_miPreviousPane = m_viewMenu->addAction(QStringLiteral("Previous pane"), this, [this] { FocusPane(-1); });
+    m_miPreviousPane = m_viewMenu->addAction(QCoreApplication::translate("TMailMainForm", "Previous pane"), this, [this] { FocusPane(-1); });
     m_miPreviousPane->setShortcut(QKeySequence(Qt::SHIFT | Qt::Key_F6));
-    m_helpMenu = menuBar()->addMenu(QStringLiteral("&Help"));
-    QAction* about = m_helpMenu->addAction(QStringLiteral("&About Tessaly..."), this, &TMailMainForm::ShowAbout);
+    m_helpMenu = menuBar()->addMenu(QCoreApplication::translate("TMailMainForm", "&Help"));
+    QAction* about = m_helpMenu->addAction(QCoreApplication::translate("TMailMainForm", "&About Tessaly..."), this, &TMailMainForm::ShowAbout);
     about->setShortcut(QKeySequence::HelpContents);
 
     m_statusFiles = new QLabel;
@@ -121,7 +122,7 @@ TMailMainForm::TMailMainForm(core::TSettingsStore& settings, QWidget* parent)
     auto& bus = TMessageBus::Instance();
     bus.Subscribe(this, core::Topic::FileChecked, TMessageBus::THandler([this](const QVariant&) {
         const int count = m_checked.Count();
-        statusBar()->showMessage(count ? QStringLiteral("%1 checked").arg(count) : QString(), 3000);
+        statusBar()->showMessage(count ? QCoreApplication::translate("TMailMainForm", "%1 checked").arg(count) : QString(), 3000);
     }));
     bus.Subscribe(this, core::Topic::GuiFontSize, TMessageBus::THandler([this](const QVariant& data) {
         if (data.toInt() > 0) {
@@ -215,9 +216,9 @@ void TMailMainForm::closeEvent(QCloseEvent* event)
 
 void TMailMainForm::ShowAbout()
 {
-    QMessageBox::about(this, QStringLiteral("About Tessaly"),
-        QStringLiteral("<h3>Tessaly %1</h3><p>A viewer for Outlook data files (PST, OST) and single "
-                       "messages (MSG, EML).</p><p>Every file is opened read only.</p>")
+    QMessageBox::about(this, QCoreApplication::translate("TMailMainForm", "About Tessaly"),
+        QCoreApplication::translate("TMailMainForm", "<h3>Tessaly %1</h3><p>A viewer for Outlook data files (PST, OST) and single "
+                                                     "messages (MSG, EML).</p><p>Every file is opened read only.</p>")
             .arg(QLatin1String(core::ProductVersion)));
 }
 
@@ -243,7 +244,7 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
         dialog.Open(files);
         return files;
     };
-    ShowWarning = [this](const QString& text) { QMessageBox::warning(this, QStringLiteral("Tessaly"), text); };
+    ShowWarning = [this](const QString& text) { QMessageBox::warning(this, QCoreApplication::translate("TPSTMainForm", "Tessaly"), text); };
     OpenMessageFile = [this](const QString& fileName) {
         auto* form = new TMessageForm(fileName, this);
         form->setAttribute(Qt::WA_DeleteOnClose);
@@ -264,26 +265,27 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
     m_mainSplitter->setStretchFactor(1, 1);
     setAcceptDrops(true);
 
-    m_miOpenFile = m_fileMenu->addAction(QStringLiteral("&Open Outlook data file..."), this, &TPSTMainForm::OpenFileCommand);
+    m_miOpenFile = m_fileMenu->addAction(QCoreApplication::translate("TPSTMainForm", "&Open Outlook data file..."), this,
+        &TPSTMainForm::OpenFileCommand);
     m_miOpenFile->setShortcut(QKeySequence::Open);
-    m_miFindPST = m_fileMenu->addAction(QStringLiteral("Find Outlook files"), this, &TPSTMainForm::FindFilesCommand);
+    m_miFindPST = m_fileMenu->addAction(QCoreApplication::translate("TPSTMainForm", "Find Outlook files"), this, &TPSTMainForm::FindFilesCommand);
     m_fileMenu->addSeparator();
-    m_miExport = m_fileMenu->addAction(QStringLiteral("&Export..."), this, &TPSTMainForm::ExportCommand);
+    m_miExport = m_fileMenu->addAction(QCoreApplication::translate("TPSTMainForm", "&Export..."), this, &TPSTMainForm::ExportCommand);
     m_miExport->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
-    m_miExport->setToolTip(QStringLiteral("Export the ticked messages, or the selected folder, to EML files (Ctrl+E)"));
+    m_miExport->setToolTip(QCoreApplication::translate("TPSTMainForm", "Export the ticked messages, or the selected folder, to EML files (Ctrl+E)"));
     m_fileMenu->addSeparator();
     // The shown message.
     m_fileMenu->addAction(m_info->PrintAction());
     m_fileMenu->addAction(m_info->SavePdfAction());
     m_fileMenu->addAction(m_info->SaveAllAction());
     m_fileMenu->addSeparator();
-    m_miClosePst = m_fileMenu->addAction(QStringLiteral("Close Outlook data file"));
+    m_miClosePst = m_fileMenu->addAction(QCoreApplication::translate("TPSTMainForm", "Close Outlook data file"));
     m_miClosePst->setVisible(false);
     m_fileMenu->addSeparator();
-    QAction* quit = m_fileMenu->addAction(QStringLiteral("E&xit"), this, &QWidget::close);
+    QAction* quit = m_fileMenu->addAction(QCoreApplication::translate("TPSTMainForm", "E&xit"), this, &QWidget::close);
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q)); // QKeySequence::Quit is empty on some desktops
 
-    QToolBar* toolbar = addToolBar(QStringLiteral("Main"));
+    QToolBar* toolbar = addToolBar(QCoreApplication::translate("TPSTMainForm", "Main"));
     toolbar->setObjectName(QStringLiteral("MainToolBar"));
     toolbar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     toolbar->addAction(m_miOpenFile);
@@ -296,8 +298,8 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
     }
 
     m_pmTree = new QMenu(this);
-    m_miPSTLanguage = m_pmTree->addMenu(QStringLiteral("File language"));
-    m_miDisablePST = m_pmTree->addAction(QStringLiteral("Disable"), this, [this] {
+    m_miPSTLanguage = m_pmTree->addMenu(QCoreApplication::translate("TPSTMainForm", "File language"));
+    m_miDisablePST = m_pmTree->addAction(QCoreApplication::translate("TPSTMainForm", "Disable"), this, [this] {
         if (!m_menuNode)
             return;
         if (m_menuNode->State == nsDisabled)
@@ -305,7 +307,7 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
         else
             DisableFile(m_menuNode);
     });
-    m_miRemovePST = m_pmTree->addAction(QStringLiteral("Remove"), this, [this] {
+    m_miRemovePST = m_pmTree->addAction(QCoreApplication::translate("TPSTMainForm", "Remove"), this, [this] {
         if (m_menuNode)
             RemoveFile(m_menuNode);
     });
@@ -360,7 +362,7 @@ void TPSTMainForm::FormCreate()
             m_commandLinePaths << path;
     if (!m_commandLineFile.isEmpty()) {
         if (m_projectData.CheckOutlookRunning())
-            ShowWarning(QStringLiteral("Please, close Outlook"));
+            ShowWarning(QCoreApplication::translate("TPSTMainForm", "Please, close Outlook"));
         OpenFiles(m_commandLineFile);
     }
     TMessageBus::Instance().Subscribe(this, core::Topic::PstFolderRequest, TMessageBus::TAnswerHandler([this](const QVariant&) {
@@ -515,8 +517,8 @@ bool TPSTMainForm::WaitLoaded(int timeoutMs)
 
 void TPSTMainForm::OpenFileCommand()
 {
-    const QString fileName = AskOpenFile(QStringLiteral("Open Outlook data file"),
-        QStringLiteral("Outlook data files (*.pst,*.ost)|*.pst;*.ost|Any files (*.*)|*.*"));
+    const QString fileName = AskOpenFile(QCoreApplication::translate("TPSTMainForm", "Open Outlook data file"),
+        QCoreApplication::translate("TPSTMainForm", "Outlook data files (*.pst,*.ost)|*.pst;*.ost|Any files (*.*)|*.*"));
     if (!fileName.isEmpty())
         OpenChosenFile(fileName);
 }
@@ -605,14 +607,23 @@ void TPSTMainForm::SetFileLanguage(TPSTNode* node, int codePage)
 
 QList<QPair<int, QString>> TPSTMainForm::FileLanguages()
 {
-    return {{1250, QStringLiteral("Central European (1250)")}, {1251, QStringLiteral("Cyrillic (1251)")},
-        {1252, QStringLiteral("Western European (1252)")}, {1253, QStringLiteral("Greek (1253)")},
-        {1254, QStringLiteral("Turkish (1254)")}, {1255, QStringLiteral("Hebrew (1255)")},
-        {1256, QStringLiteral("Arabic (1256)")}, {1257, QStringLiteral("Baltic (1257)")},
-        {1258, QStringLiteral("Vietnamese (1258)")}, {874, QStringLiteral("Thai (874)")},
-        {932, QStringLiteral("Japanese (932)")}, {936, QStringLiteral("Chinese Simplified (936)")},
-        {949, QStringLiteral("Korean (949)")}, {950, QStringLiteral("Chinese Traditional (950)")},
-        {866, QStringLiteral("Cyrillic DOS (866)")}, {437, QStringLiteral("US DOS (437)")}};
+    return {
+        {1250, QCoreApplication::translate("TPSTMainForm", "Central European (1250)")},
+        {1251, QCoreApplication::translate("TPSTMainForm", "Cyrillic (1251)")},
+        {1252, QCoreApplication::translate("TPSTMainForm", "Western European (1252)")},
+        {1253, QCoreApplication::translate("TPSTMainForm", "Greek (1253)")},
+        {1254, QCoreApplication::translate("TPSTMainForm", "Turkish (1254)")},
+        {1255, QCoreApplication::translate("TPSTMainForm", "Hebrew (1255)")},
+        {1256, QCoreApplication::translate("TPSTMainForm", "Arabic (1256)")},
+        {1257, QCoreApplication::translate("TPSTMainForm", "Baltic (1257)")},
+        {1258, QCoreApplication::translate("TPSTMainForm", "Vietnamese (1258)")},
+        {874, QCoreApplication::translate("TPSTMainForm", "Thai (874)")},
+        {932, QCoreApplication::translate("TPSTMainForm", "Japanese (932)")},
+        {936, QCoreApplication::translate("TPSTMainForm", "Chinese Simplified (936)")},
+        {949, QCoreApplication::translate("TPSTMainForm", "Korean (949)")},
+        {950, QCoreApplication::translate("TPSTMainForm", "Chinese Traditional (950)")},
+        {866, QCoreApplication::translate("TPSTMainForm", "Cyrillic DOS (866)")},
+        {437, QCoreApplication::translate("TPSTMainForm", "US DOS (437)")}};
 }
 
 bool TPSTMainForm::PrepareTreeMenu(const QPoint& pos)
@@ -637,7 +648,8 @@ bool TPSTMainForm::PrepareTreeMenu(const QPoint& pos)
             connect(action, &QAction::triggered, this, [this, node, cp = codePage] { SetFileLanguage(node, cp); });
         }
     }
-    m_miDisablePST->setText(node->State == nsDisabled ? QStringLiteral("Enable") : QStringLiteral("Disable"));
+    m_miDisablePST->setText(node->State == nsDisabled ? QCoreApplication::translate("TPSTMainForm", "Enable")
+                                                      : QCoreApplication::translate("TPSTMainForm", "Disable"));
     return true;
 }
 
@@ -686,8 +698,8 @@ void TPSTMainForm::FocusChanged(const QModelIndex& index)
     UpdateStatus();
     // What is in view: the folder, the data file, the program.
     const QString file = QFileInfo(CurrentFileName()).fileName();
-    setWindowTitle(node->Folder ? QStringLiteral("%1 - %2 - Tessaly").arg(node->Caption(), file)
-                                : QStringLiteral("%1 - Tessaly").arg(file));
+    setWindowTitle(node->Folder ? QCoreApplication::translate("TPSTMainForm", "%1 - %2 - Tessaly").arg(node->Caption(), file)
+                                : QCoreApplication::translate("TPSTMainForm", "%1 - Tessaly").arg(file));
 }
 
 QString TPSTMainForm::CurrentFileName() const
@@ -727,24 +739,25 @@ void TPSTMainForm::UpdateStatus()
             ++files;
         count(*node);
     }
-    m_statusFiles->setText(QStringLiteral("%1 file(s), %2 folder(s)").arg(files).arg(folders));
+    m_statusFiles->setText(QCoreApplication::translate("TPSTMainForm", "%1 file(s), %2 folder(s)").arg(files).arg(folders));
     const TPSTNode* focused = TPSTTreeModel::NodeOf(m_tree->currentIndex());
     // While a search text or the export filter narrows the list: "N of M".
     const QString shown = (m_tabs->currentIndex() == 1 ? m_contactBrowse : m_mailBrowse)->CountText();
     if (focused && (focused->Folder || focused->File))
         m_statusFolder->setText(QStringLiteral("%1: %2").arg(CurrentFolderPath(),
-            shown.isEmpty() ? QStringLiteral("%1 item(s)").arg(focused->ItemCount) : shown));
+            shown.isEmpty() ? QCoreApplication::translate("TPSTMainForm", "%1 item(s)").arg(focused->ItemCount) : shown));
     else if (focused && focused->State == nsOpenFailed)
         m_statusFolder->setText(QStringLiteral("%1: %2").arg(focused->Name, focused->Error));
     else if (m_model->FileNodes().empty())
-        m_statusFolder->setText(QStringLiteral("Open an Outlook data file with File > Open (Ctrl+O), or drop one here"));
+        m_statusFolder->setText(
+            QCoreApplication::translate("TPSTMainForm", "Open an Outlook data file with File > Open (Ctrl+O), or drop one here"));
     else
         m_statusFolder->clear();
     const int waiting = int(m_queue.size()) + (m_busy ? 1 : 0);
     m_statusProgress->setVisible(waiting > 0);
-    m_statusProgress->setFormat(QStringLiteral("Loading %1").arg(waiting));
+    m_statusProgress->setFormat(QCoreApplication::translate("TPSTMainForm", "Loading %1").arg(waiting));
     m_statusProgress->setTextVisible(false);
-    m_statusProgress->setToolTip(QStringLiteral("%1 file(s) loading").arg(waiting));
+    m_statusProgress->setToolTip(QCoreApplication::translate("TPSTMainForm", "%1 file(s) loading").arg(waiting));
 }
 
 // --- settings --------------------------------------------------------------------
@@ -756,8 +769,8 @@ QString TPSTMainForm::DefaultFile(bool choose)
         return file;
     if (!m_settings.SectionExists(PSTSection) || !m_settings.ReadString(PSTSection, QStringLiteral("files")).isEmpty())
         return {};
-    file = AskOpenFile(QStringLiteral("Open PST file"),
-        QStringLiteral("PST files (*.pst)|*.pst|OST files (*.ost)|*.ost|All files (*.*)|*.*"));
+    file = AskOpenFile(QCoreApplication::translate("TPSTMainForm", "Open PST file"),
+        QCoreApplication::translate("TPSTMainForm", "PST files (*.pst)|*.pst|OST files (*.ost)|*.ost|All files (*.*)|*.*"));
     if (file.isEmpty() || !QFileInfo::exists(file))
         return {};
     m_projectData.Removed().Define(file, false);
@@ -861,8 +874,8 @@ void TPSTMainForm::ExportCommand()
     tasks::TMailEMLTask task(properties);
     const int count = AddExportEntries(task);
     if (count == 0) {
-        QMessageBox::information(this, QStringLiteral("Export messages"),
-            QStringLiteral("Nothing to export: tick messages in the list, or select a folder with messages."));
+        QMessageBox::information(this, QCoreApplication::translate("TPSTMainForm", "Export messages"),
+            QCoreApplication::translate("TPSTMainForm", "Nothing to export: tick messages in the list, or select a folder with messages."));
         return;
     }
     const auto sample = task.Entries().front().Load ? task.Entries().front().Load() : nullptr;
@@ -872,9 +885,9 @@ void TPSTMainForm::ExportCommand()
     properties.Save(m_settings, section);
     m_settings.Sync();
     RunWithProgress(task, this);
-    QMessageBox box(task.Failed() ? QMessageBox::Warning : QMessageBox::Information, QStringLiteral("Export messages"),
+    QMessageBox box(task.Failed() ? QMessageBox::Warning : QMessageBox::Information, QCoreApplication::translate("TPSTMainForm", "Export messages"),
         RunSummary(task), QMessageBox::Ok, this);
-    box.setInformativeText(QStringLiteral("Written to %1").arg(QDir::toNativeSeparators(properties.Destination)));
+    box.setInformativeText(QCoreApplication::translate("TPSTMainForm", "Written to %1").arg(QDir::toNativeSeparators(properties.Destination)));
     if (!task.Log().isEmpty())
         box.setDetailedText(task.Log().join(QLatin1Char('\n')));
     box.exec();
@@ -903,22 +916,23 @@ void TMessageForm::Build()
     m_info = new TMailInfoFrame;
     setCentralWidget(m_info);
     resize(820, 720);
-    QMenu* file = menuBar()->addMenu(QStringLiteral("&File"));
+    QMenu* file = menuBar()->addMenu(QCoreApplication::translate("TMessageForm", "&File"));
     file->addAction(m_info->PrintAction());
     file->addAction(m_info->SavePdfAction());
     file->addAction(m_info->SaveAllAction());
     file->addSeparator();
     // Ctrl+W and Esc close the window, as message windows do.
-    QAction* close = file->addAction(QStringLiteral("&Close"), this, &QWidget::close);
+    QAction* close = file->addAction(QCoreApplication::translate("TMessageForm", "&Close"), this, &QWidget::close);
     close->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_W), QKeySequence(Qt::Key_Escape)});
-    QMenu* view = menuBar()->addMenu(QStringLiteral("&View"));
+    QMenu* view = menuBar()->addMenu(QCoreApplication::translate("TMessageForm", "&View"));
     view->addAction(m_info->FindAction());
 }
 
 void TMessageForm::Show(const std::shared_ptr<mail::IMailMessage>& message, const QString& fallbackTitle)
 {
     m_loaded = message != nullptr;
-    setWindowTitle(QStringLiteral("%1 - Tessaly").arg(message && !message->Subject().isEmpty() ? message->Subject() : fallbackTitle));
+    setWindowTitle(QCoreApplication::translate("TMessageForm", "%1 - Tessaly")
+            .arg(message && !message->Subject().isEmpty() ? message->Subject() : fallbackTitle));
     if (message)
         m_info->Navigate(message);
 }
@@ -944,7 +958,7 @@ TMessageForm::TMessageForm(const QString& fileName, QWidget* parent) : QMainWind
     }
     Show(message, QFileInfo(fileName).fileName());
     if (!message) {
-        statusBar()->showMessage(QStringLiteral("Could not read %1%2. Check that it is a .msg, .eml or .vcf file.")
+        statusBar()->showMessage(QCoreApplication::translate("TMessageForm", "Could not read %1%2. Check that it is a .msg, .eml or .vcf file.")
                 .arg(QDir::toNativeSeparators(fileName), error.isEmpty() ? QString() : QStringLiteral(" (") + error + QLatin1Char(')')));
     }
 }

@@ -4,12 +4,17 @@
 <context>
     <name>CommandLineExport</name>
     <message>
-        <location filename="../tasks/CommandLineExport.cpp" line="+35"/>
+        <location filename="../tasks/CommandLineExport.cpp" line="+40"/>
         <source>Folder the export writes to</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+6"/>
+        <location line="+2"/>
+        <source>Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), html (a web page per message), pdf (a PDF per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact), ics (an iCalendar file per meeting or appointment) or pst (one data file)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+4"/>
         <source>Messages to export, as &quot;sender=..,rcpt=..,subject=..,body=..,attach=include&quot;</source>
         <translation type="unfinished"></translation>
     </message>
@@ -24,22 +29,42 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
+        <location line="+2"/>
+        <source>Write a JSON report of the run to FILE</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
         <location line="+3"/>
+        <source>Finish a run into the same destination that was stopped: messages it completed are not written again</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Paper of PDF output: a4 (the default), a3, a5, letter or legal</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>PDF output in landscape</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
         <source>HTML output keeps pictures from other hosts (opening the page then asks those hosts for them)</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-11"/>
-        <source>Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), html (a web page per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact) or pst (one data file)</source>
+        <location line="+33"/>
+        <source>unknown format &quot;%1&quot;: eml, msg, html, pdf, txt, mbox, vcf, ics and pst are the formats offered</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+36"/>
-        <source>unknown format &quot;%1&quot;: eml, msg, html, txt, mbox, vcf and pst are the formats offered</source>
+        <location line="+165"/>
+        <source>Can not write the report %1: %2</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+10"/>
+        <location line="-155"/>
         <source>-jobs takes a number from 1 to 256, not &quot;%1&quot;</source>
         <translation type="unfinished"></translation>
     </message>
@@ -49,12 +74,22 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
+        <location line="+23"/>
+        <source>unknown paper &quot;%1&quot;: a4, a3, a5, letter and legal are the sizes offered</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
         <location line="+31"/>
+        <source>-resume goes with formats that write a file per message, not with %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+15"/>
         <source>%1 does not exist</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+9"/>
+        <location line="+10"/>
         <source>Outlook is running. Please, close Outlook</source>
         <translation type="unfinished"></translation>
     </message>
@@ -64,7 +99,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+3"/>
+        <location line="+5"/>
         <source>Can not load outlook data file - </source>
         <translation type="unfinished"></translation>
     </message>
@@ -74,8 +109,23 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+20"/>
+        <location line="+18"/>
+        <source>%1 messages were complete from the run before</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+5"/>
         <source>%1 messages: %2 written, %3 skipped by the filter, %4 failed; in %5</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location filename="../tasks/MailOtherTasks.cpp" line="+170"/>
+        <source>PDF files are printed by the window program, which is missing</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>the page could not be printed</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -202,7 +252,7 @@ each .msg, .eml, .emlx, .mim or .vcf file.
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+34"/>
+        <location line="+36"/>
         <source>tessaly: the window program %1 is missing beside %2; reinstall Tessaly</source>
         <translation type="unfinished"></translation>
     </message>
@@ -222,6 +272,39 @@ each .msg, .eml, .emlx, .mim or .vcf file.
     <message>
         <location line="+17"/>
         <source>The built-in configuration is missing</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>TCheckRangeDialog</name>
+    <message>
+        <location filename="../app/MailBrowseFrame.cpp" line="+612"/>
+        <source>Check range</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+10"/>
+        <source>Check from:</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Check to:</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Uncheck</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>&amp;OK</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>&amp;Cancel</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -556,6 +639,95 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
+    <name>TMailBrowseFrame</name>
+    <message>
+        <location filename="../app/MailBrowseFrame.cpp" line="-555"/>
+        <location line="+48"/>
+        <source>Check</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-47"/>
+        <source>Uncheck</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Check All</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Uncheck all</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Check range...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Check by mask...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Restore last selection</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Move up</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Move up (Ctrl+Up)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Move down</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Move down (Ctrl+Down)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>Search...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+34"/>
+        <source>Check to here</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+11"/>
+        <source>Open in new window</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+243"/>
+        <source>%1 of %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Sorting…</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Filtering…</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>TMailEMLTask</name>
     <message>
         <location filename="../tasks/MailEMLTask.cpp" line="+39"/>
@@ -566,7 +738,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>TMailInfoFrame</name>
     <message>
-        <location filename="../app/MailInfoFrame.cpp" line="+243"/>
+        <location filename="../app/MailInfoFrame.cpp" line="+244"/>
         <source>Sent:</source>
         <translation type="unfinished"></translation>
     </message>
@@ -591,7 +763,17 @@ The export was cancelled after %1 of %2 messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+61"/>
+        <location line="+70"/>
+        <source>the page could not be loaded for printing</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>the page could not be printed</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+12"/>
         <source>No application is set to open %1. Save it instead?</source>
         <translation type="unfinished"></translation>
     </message>
@@ -727,6 +909,168 @@ The export was cancelled after %1 of %2 messages.</source>
     <message>
         <location line="+11"/>
         <source>Save attach as</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>TMailListModel</name>
+    <message>
+        <location filename="../app/MailListModel.cpp" line="+96"/>
+        <location line="+9"/>
+        <source>Subject</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-9"/>
+        <source>Location</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Start</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>End</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Organizer</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Name</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Company</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Job title</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>E-mail</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Business phone</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Mobile phone</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Attachment</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>From</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Received</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Sent</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Size</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>To</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>TMailMainForm</name>
+    <message>
+        <location filename="../app/PSTMainForm.cpp" line="+61"/>
+        <source>Tessaly</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Mail Browse</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Contacts</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>&amp;File</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>&amp;View</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Search the list</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>Open message in new window</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>Next pane</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Previous pane</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>&amp;Help</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>&amp;About Tessaly...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+17"/>
+        <source>%1 checked</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+94"/>
+        <source>About Tessaly</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>&lt;h3&gt;Tessaly %1&lt;/h3&gt;&lt;p&gt;A viewer for Outlook data files (PST, OST) and single messages (MSG, EML).&lt;/p&gt;&lt;p&gt;Every file is opened read only.&lt;/p&gt;</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -1022,23 +1366,51 @@ The export was cancelled after %1 of %2 messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+99"/>
+        <location line="+100"/>
         <source>The message could not be read</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+35"/>
+        <location line="+46"/>
         <source>Can not create the folder %1</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+82"/>
+        <location line="+89"/>
         <source>Can not convert &quot;%1&quot;</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
         <location line="+2"/>
         <source>Can not save the attachment %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>TMessageForm</name>
+    <message>
+        <location filename="../app/PSTMainForm.cpp" line="+699"/>
+        <source>&amp;File</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>&amp;Close</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>&amp;View</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+7"/>
+        <source>%1 - Tessaly</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+27"/>
+        <source>Could not read %1%2. Check that it is a .msg, .eml or .vcf file.</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -1137,6 +1509,226 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
+    <name>TPSTMainForm</name>
+    <message>
+        <location filename="../app/PSTMainForm.cpp" line="-714"/>
+        <source>Tessaly</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+21"/>
+        <source>&amp;Open Outlook data file...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Find Outlook files</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>&amp;Export...</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Export the ticked messages, or the selected folder, to EML files (Ctrl+E)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+7"/>
+        <source>Close Outlook data file</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>E&amp;xit</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Main</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+13"/>
+        <source>File language</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <location line="+350"/>
+        <source>Disable</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-342"/>
+        <source>Remove</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+55"/>
+        <source>Please, close Outlook</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+155"/>
+        <source>Open Outlook data file</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Outlook data files (*.pst,*.ost)|*.pst;*.ost|Any files (*.*)|*.*</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+90"/>
+        <source>Central European (1250)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Cyrillic (1251)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Western European (1252)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Greek (1253)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Turkish (1254)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Hebrew (1255)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Arabic (1256)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Baltic (1257)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Vietnamese (1258)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Thai (874)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Japanese (932)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Chinese Simplified (936)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Korean (949)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Chinese Traditional (950)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Cyrillic DOS (866)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>US DOS (437)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+25"/>
+        <source>Enable</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+50"/>
+        <source>%1 - %2 - Tessaly</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>%1 - Tessaly</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+40"/>
+        <source>%1 file(s), %2 folder(s)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+6"/>
+        <source>%1 item(s)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Open an Outlook data file with File &gt; Open (Ctrl+O), or drop one here</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Loading %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>%1 file(s) loading</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+12"/>
+        <source>Open PST file</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>PST files (*.pst)|*.pst|OST files (*.ost)|*.ost|All files (*.*)|*.*</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+104"/>
+        <location line="+11"/>
+        <source>Export messages</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="-10"/>
+        <source>Nothing to export: tick messages in the list, or select a folder with messages.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+12"/>
+        <source>Written to %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>TPSTProjectData</name>
     <message>
         <location filename="../pst/PSTProjectData.cpp" line="+140"/>
@@ -1226,6 +1818,14 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
+    <name>TResumeManifest</name>
+    <message>
+        <location filename="../tasks/ResumeManifest.cpp" line="+51"/>
+        <source>Can not write %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>TStagedFile</name>
     <message>
         <location filename="../platform/StagedFile.cpp" line="+39"/>
@@ -1247,7 +1847,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>WindowStart</name>
     <message>
-        <location filename="../app/WindowStart.cpp" line="+27"/>
+        <location filename="../app/WindowStart.cpp" line="+32"/>
         <source>tessaly: running as root, so the message view runs without its sandbox</source>
         <translation type="unfinished"></translation>
     </message>

@@ -3,7 +3,10 @@
 
 #include "TestUtil.h"
 #include "app/ExportDialog.h"
+#include "app/MailBrowseFrame.h"
 #include "app/MailInfoFrame.h"
+#include "app/MailListModel.h"
+#include "app/PSTMainForm.h"
 #include "core/CommandLine.h"
 #include "mail/FileMailMsg.h"
 #include "tasks/MailProperties.h"
@@ -11,6 +14,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QHash>
+#include <QLineEdit>
 #include <QProcess>
 #include <QSet>
 #include <QTemporaryDir>
@@ -78,6 +82,12 @@ struct TText {
 // command line, the data file's reasons, key descriptions kept in tables.
 const TText ChosenTexts[] = {
     {"TPSTTree", "Error open %1"},
+    {"TMailMainForm", "Next pane"},
+    {"TPSTMainForm", "Open Outlook data file"},
+    {"TMessageForm", "Could not read %1%2. Check that it is a .msg, .eml or .vcf file."},
+    {"TMailBrowseFrame", "Search..."},
+    {"TMailBrowseFrame", "Sorting…"},
+    {"TMailListModel", "Received"},
     {"TMailInfoFrame", "Save attach as"},
     {"TMailInfoFrame", "Find in message..."},
     {"TMailInfoFrame", "Sent:"},
@@ -169,6 +179,15 @@ TEST(Translation, ACatalogueChangesTheWindowThePageAndTheCommandLine)
 <context><name>TCommandLine</name>
   <message><source>Error in command line</source><translation>Fehler in der Befehlszeile</translation></message>
 </context>
+<context><name>TMailBrowseFrame</name>
+  <message><source>Search...</source><translation>Suchen...</translation></message>
+</context>
+<context><name>TMailListModel</name>
+  <message><source>Received</source><translation>Empfangen</translation></message>
+</context>
+<context><name>TPSTMainForm</name>
+  <message><source>Greek (1253)</source><translation>Griechisch (1253)</translation></message>
+</context>
 </TS>
 )");
     }
@@ -195,10 +214,18 @@ TEST(Translation, ACatalogueChangesTheWindowThePageAndTheCommandLine)
         EXPECT_EQ(core::TCommandLine::ErrorMessage(core::crCommandLine), QStringLiteral("Fehler in der Befehlszeile"));
         // A text the catalogue does not hold stays English.
         EXPECT_EQ(core::TCommandLine::ErrorMessage(core::crNoSource), QStringLiteral("No source or destination"));
+        // The message list and the window's file languages.
+        EXPECT_EQ(app::TPSTBrowseFrame().SearchBox()->placeholderText(), QStringLiteral("Suchen..."));
+        EXPECT_EQ(app::TMailListModel::ColumnCaptions(app::lkMail).value(3), QStringLiteral("Empfangen"));
+        // The page's "Subject" is translated in its own context, not the list's.
+        EXPECT_EQ(app::TMailListModel::ColumnCaptions(app::lkMail).value(2), QStringLiteral("Subject"));
+        EXPECT_TRUE(app::TPSTMainForm::FileLanguages().contains(qMakePair(1253, QStringLiteral("Griechisch (1253)"))));
     }
     // Removed, the program speaks English again, byte for byte.
     EXPECT_TRUE(tasks::StandaloneHtmlPage(*message).contains(subjectRow));
     EXPECT_TRUE(app::HeaderBlockHtml(*message).contains(QStringLiteral("<td class=\"caption\">Sent: </td>")));
     EXPECT_EQ(app::EmptyViewHtml(), QStringLiteral("<font face=Tahoma color=lightgray size=22>&lt;No mail to show&gt;"));
     EXPECT_EQ(app::TExportDialog(properties, message, 3).windowTitle(), QStringLiteral("Export messages"));
+    EXPECT_EQ(app::TPSTBrowseFrame().SearchBox()->placeholderText(), QStringLiteral("Search..."));
+    EXPECT_EQ(app::TMailListModel::ColumnCaptions(app::lkMail).value(3), QStringLiteral("Received"));
 }
