@@ -21,9 +21,37 @@ QString TResumeManifest::Key(const TTaskEntry& entry)
     return QString::number(entry.Index) + QLatin1Char('|') + entry.Source + QLatin1Char('|') + entry.Folders.join(QLatin1Char('\\'));
 }
 
+namespace {
+
+// A JSON string: quotes, backslashes and control characters escaped.
+void AppendJsonString(QString& out, const QString& text)
+{
+    out += QLatin1Char('"');
+    for (const QChar c : text) {
+        if (c == QLatin1Char('"') || c == QLatin1Char('\\')) {
+            out += QLatin1Char('\\');
+            out += c;
+        } else if (c.unicode() < 0x20) {
+            out += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        } else {
+            out += c;
+        }
+    }
+    out += QLatin1Char('"');
+}
+
+} // namespace
+
+QString TResumeManifest::Relative(const QString& path) const
+{
+    // Outputs lie below the folder: the common case needs no path arithmetic.
+    return path.startsWith(m_prefix) ? path.mid(m_prefix.size()) : QDir(m_folder).relativeFilePath(path);
+}
+
 bool TResumeManifest::Open(const QString& folder, bool resume, QString* error)
 {
     m_folder = folder;
+    m_prefix = QDir::cleanPath(folder) + QLatin1Char('/');
     m_file.setFileName(QDir(folder).filePath(FileName()));
     // A second export into the folder while one runs keeps no record: the
     // record is the first one's.
@@ -59,7 +87,7 @@ bool TResumeManifest::Open(const QString& folder, bool resume, QString* error)
 
 bool TResumeManifest::Done(const QString& key, const QString& path) const
 {
-    const QString relative = QDir(m_folder).relativeFilePath(path);
+    const QString relative = Relative(path);
     if (m_done.value(key) == relative)
         return true;
     return m_begun.value(key) == relative && !relative.isEmpty() && QFileInfo::exists(path);
@@ -77,9 +105,16 @@ void TResumeManifest::Finish(const QString& key, const QString& path)
 
 void TResumeManifest::Append(const char* kind, const QString& key, const QString& path)
 {
-    const QByteArray line = QJsonDocument(QJsonArray{QLatin1String(kind), key, QDir(m_folder).relativeFilePath(path)})
-                                .toJson(QJsonDocument::Compact)
-        + '\n';
+    // Written once per message on the export's path: the line is put
+    // together by hand, one JSON array as the reader above parses it.
+    if (m_folder.isEmpty())
+        return;
+    QString text = QStringLiteral("[\"") + QLatin1String(kind) + QStringLiteral("\",");
+    AppendJsonString(text, key);
+    text += QLatin1Char(',');
+    AppendJsonString(text, Relative(path));
+    text += QStringLiteral("]\n");
+    const QByteArray line = text.toUtf8();
     QMutexLocker lock(&m_lock);
     if (m_file.isOpen())
         m_file.write(line);

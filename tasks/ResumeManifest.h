@@ -38,10 +38,12 @@ public:
 
 private:
     void Append(const char* kind, const QString& key, const QString& path);
+    QString Relative(const QString& path) const;
 
     QFile m_file;
     QMutex m_lock;
     QString m_folder;
+    QString m_prefix; // the folder with a slash, to cut from output paths
     QHash<QString, QString> m_done;  // key -> output, relative to the folder
     QHash<QString, QString> m_begun;
 };
