@@ -61,7 +61,7 @@ public:
     // The panes F6 cycles through, in order; the one holding the focus.
     virtual QList<QWidget*> Panes() const;
     int FocusedPane() const;
-    // Moves the focus to the next pane (step 1) or the one before (-1).
+    // Moves the focus to the next pane (a step of 1) or to the pane before it (-1).
     void FocusPane(int step);
     // A message in a window of its own, as Enter on the list opens it.
     void OpenMessageWindow(std::shared_ptr<mail::IMailMessage> message);

@@ -63,16 +63,23 @@ QList<TMessageForm*> MessageWindows()
     return windows;
 }
 
+// enron.pst loaded into the window, shown and active, its list holding rows.
+void OpenEnronShown(TPSTMainForm& form)
+{
+    form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
+    ASSERT_TRUE(form.WaitLoaded(30000));
+    ShowActive(form);
+    ASSERT_GT(form.MailBrowse()->View()->model()->rowCount(), 0);
+}
+
 } // namespace
 
 TEST_F(MainFormTest, TabAndF6MoveBetweenThePanes)
 {
     auto& form = Form();
-    form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
-    ASSERT_TRUE(form.WaitLoaded(30000));
-    ShowActive(form);
+    OpenEnronShown(form);
+    ASSERT_FALSE(HasFatalFailure());
     QTreeView* list = form.MailBrowse()->View();
-    ASSERT_GT(list->model()->rowCount(), 0);
     const auto focus = [] { return QApplication::focusWidget(); };
 
     form.Tree()->setFocus();
@@ -109,11 +116,9 @@ TEST_F(MainFormTest, TabAndF6MoveBetweenThePanes)
 TEST_F(MainFormTest, EnterOpensTheMessageInAWindowThatEscAndCtrlWClose)
 {
     auto& form = Form();
-    form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
-    ASSERT_TRUE(form.WaitLoaded(30000));
-    ShowActive(form);
+    OpenEnronShown(form);
+    ASSERT_FALSE(HasFatalFailure());
     QTreeView* list = form.MailBrowse()->View();
-    ASSERT_GT(list->model()->rowCount(), 0);
     list->setFocus();
     list->setCurrentIndex(list->model()->index(0, 1));
     const auto message = form.MailBrowse()->CurrentMessage();
@@ -147,9 +152,8 @@ TEST_F(MainFormTest, EnterOpensTheMessageInAWindowThatEscAndCtrlWClose)
 TEST_F(MainFormTest, FindBarFindsTextInTheShownMessage)
 {
     auto& form = Form();
-    form.OpenFiles(TestData(QStringLiteral("pst/enron.pst")));
-    ASSERT_TRUE(form.WaitLoaded(30000));
-    ShowActive(form);
+    OpenEnronShown(form);
+    ASSERT_FALSE(HasFatalFailure());
     QTreeView* list = form.MailBrowse()->View();
     // A message with a text body, shown in the preview.
     std::shared_ptr<mail::IMailMessage> message;
