@@ -139,6 +139,14 @@ public:
     // (a page opened later then asks those hosts for them); off, no request
     // leaves the page.
     bool RemotePictures = false;
+    // HTML output saves the message's pictures in a folder beside the page
+    // ("NAME_files") instead of putting them inside it as data URLs.
+    bool PicturesBeside = false;
+    // The vCard version of contacts: 3 (RFC 2426) or 4 (RFC 6350).
+    int VCardVersion = 3;
+    // A run into a mail format writes contacts as vCards and meetings and
+    // appointments as iCalendar files; on, they go to the chosen format too.
+    bool OneFormat = false;
     bool CopyDateStamps = false;
     int LimitCount = 0;
     bool NoGUI = false;
