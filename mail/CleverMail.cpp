@@ -138,6 +138,8 @@ TDateTime ToDateTime(GDateTime* date)
 
 // The first of the header fields named name when the message has more than
 // one: mail programs show the first, GMime keeps the last. Null otherwise.
+// A message GMime made (rather than parsed) holds empty placeholders of the
+// common fields, without a value until one is set: they are no fields.
 GMimeHeader* FirstOfSeveral(GMimeMessage* message, const char* name)
 {
     GMimeHeaderList* headers = g_mime_object_get_header_list(GMIME_OBJECT(message));
@@ -145,7 +147,8 @@ GMimeHeader* FirstOfSeveral(GMimeMessage* message, const char* name)
     int count = 0;
     for (int i = 0; headers && i < g_mime_header_list_get_count(headers); ++i) {
         GMimeHeader* header = g_mime_header_list_get_header_at(headers, i);
-        if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) == 0 && count++ == 0)
+        if (g_ascii_strcasecmp(g_mime_header_get_name(header), name) == 0 && g_mime_header_get_value(header)
+            && count++ == 0)
             first = header;
     }
     return count > 1 ? first : nullptr;

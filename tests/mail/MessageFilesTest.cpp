@@ -163,6 +163,28 @@ TEST(MessageFiles, FirstOfTwoSubjectsIsTheSubject)
     EXPECT_EQ(TCleverMailMessage(std::move(parsed)).Subject(), QStringLiteral("café"));
 }
 
+// An .msg whose only date and sender are in its transport headers, the date
+// one no program can read (as in the spam samples with bad dates written
+// out as .msg): GMime's empty placeholder fields of a new message are not
+// taken for the first of two; the sender is the header's, the date none.
+TEST(MessageFiles, OutlookMessageWithOnlyTransportHeaderDateAndSender)
+{
+    for (const char* date : {"Pn, 29 paX 2007 21:13:00 +0100", "", "Mon, 1 Jan 2024 10:00:00 +0000"}) {
+        SCOPED_TRACE(date);
+        tessaly::test::TMsgContent content;
+        content.strings[0x001A] = QStringLiteral("IPM.Note");
+        content.strings[0x0037] = QStringLiteral("Bad date");
+        content.strings[0x007D] = QStringLiteral("Date: %1\r\nFrom: Ann <a@x.org>\r\nX-Mailer: test\r\n").arg(QLatin1String(date));
+        QTemporaryDir dir;
+        const auto message = TFileMailMsgRequest(WriteFile(dir, QStringLiteral("m.msg"), tessaly::test::BuildMsg(content))).Message();
+        ASSERT_TRUE(message);
+        EXPECT_EQ(message->Subject(), QStringLiteral("Bad date"));
+        EXPECT_EQ(Utc(message->Date(mdClientSubmit)), QLatin1String(date).startsWith(QLatin1String("Mon")) ? QStringLiteral("2024-01-01T10:00:00Z") : QString());
+        ASSERT_TRUE(message->Sender());
+        EXPECT_EQ(message->Sender()->EMail(), QStringLiteral("a@x.org"));
+    }
+}
+
 TEST(MessageFiles, EncodedWordsOfHeaders)
 {
     struct TCase {
