@@ -45,12 +45,12 @@ int ShowCommandLineError(int argc, char** argv, int code, const QString& detail,
     return hooks.ShowErrorPage(argc, argv, code, page);
 }
 
-// The files a run names: the value of "pst" and the bare file arguments.
+// The files a run names: the values of "pst" and the bare file arguments.
 QStringList DataFiles(const TCommandLine& commandLine)
 {
     QStringList files;
     if (commandLine.HasKey(QStringLiteral("pst")))
-        files << commandLine.Value(QStringLiteral("pst"));
+        files << commandLine.Values(QStringLiteral("pst"));
     else
         files << commandLine.Sources();
     return files;

@@ -163,11 +163,12 @@ void TCommandLine::Parse(const QStringList& args, const QString& workingDir)
         for (auto& g : m_given) {
             if (g.key == key) {
                 g.value = value;
+                g.values << value;
                 replaced = true;
             }
         }
         if (!replaced)
-            m_given.append({key, value});
+            m_given.append({key, value, {value}});
     }
 }
 
@@ -197,6 +198,12 @@ QString TCommandLine::Value(const QString& name) const
 {
     const TGiven* g = FindGiven(name);
     return g ? g->value : QString();
+}
+
+QStringList TCommandLine::Values(const QString& name) const
+{
+    const TGiven* g = FindGiven(name);
+    return g ? g->values : QStringList();
 }
 
 bool TCommandLine::Switch(const QString& name) const

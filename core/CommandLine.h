@@ -72,7 +72,10 @@ public:
 
     const QStringList& Sources() const { return m_sources; }
     bool HasKey(const QString& name) const;
+    // The value given last.
     QString Value(const QString& name) const;
+    // Every value given, in order ("-pst a.pst -pst b.pst").
+    QStringList Values(const QString& name) const;
     bool Switch(const QString& name) const;
     // Names of the keys given, in their defined spelling and first-given order.
     QStringList KeyNames() const;
@@ -92,6 +95,7 @@ private:
     struct TGiven {
         const TCommandKey* key;
         QString value;
+        QStringList values; // every value, the last one too
     };
     const TGiven* FindGiven(const QString& name) const;
     QList<QPair<QString, QString>> HelpLines() const;

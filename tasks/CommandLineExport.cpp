@@ -6,12 +6,15 @@
 #include "tasks/MailExportSource.h"
 #include "tasks/MailOtherTasks.h"
 #include "tasks/MailPSTTask.h"
+#include "tasks/MailTemplate.h"
 #include "tasks/ResumeManifest.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QFileInfo>
+#include <QSet>
 #include <QJsonObject>
 #include <QSizeF>
 
@@ -33,6 +36,44 @@ int Fail(TExportReport& report, std::FILE* err, int code, const QString& text)
     return code;
 }
 
+// The data files a list names: one per line, relative to the list's
+// folder; blank lines and lines that begin with "#" left out.
+QStringList ReadFileList(const QString& listName, QString* error)
+{
+    QFile list(listName);
+    if (!list.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        *error = QCoreApplication::translate("CommandLineExport", "Can not read the list %1: %2").arg(listName, list.errorString());
+        return {};
+    }
+    const QDir base = QFileInfo(listName).absoluteDir();
+    QStringList files;
+    while (!list.atEnd()) {
+        const QString line = QString::fromUtf8(list.readLine()).trimmed();
+        if (!line.isEmpty() && !line.startsWith(QLatin1Char('#')))
+            files << QDir::cleanPath(base.absoluteFilePath(line));
+    }
+    if (files.isEmpty())
+        *error = QCoreApplication::translate("CommandLineExport", "The list %1 names no data file").arg(listName);
+    return files;
+}
+
+// A folder name per data file: its base name, made safe, with "~2", "~3"...
+// after names that come again (without regard to case).
+QStringList GroupNames(const QStringList& files)
+{
+    QStringList names;
+    QSet<QString> taken;
+    for (const QString& file : files) {
+        const QString base = SafeAttachName(QFileInfo(file).completeBaseName(), QStringLiteral("data file"));
+        QString name = base;
+        for (int k = 2; taken.contains(name.toLower()); ++k)
+            name = base + QLatin1Char('~') + QString::number(k);
+        taken.insert(name.toLower());
+        names << name;
+    }
+    return names;
+}
+
 } // namespace
 
 QList<core::TCommandKey> ExportCommandKeys()
@@ -40,8 +81,10 @@ QList<core::TCommandKey> ExportCommandKeys()
     return {{QStringLiteral("dest"), QCoreApplication::translate("CommandLineExport", "Folder the export writes to"), core::TKeyKind::Value, true},
         {QStringLiteral("format"),
             QCoreApplication::translate("CommandLineExport", "Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), "
-                           "html (a web page per message), pdf (a PDF per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact), "
-                           "ics (an iCalendar file per meeting or appointment) or pst (one data file)"),
+                           "html (a web page per message), xhtml (an XHTML page per message), pdf (a PDF per message), txt (a text file per message), "
+                           "mbox (one mbox file, or one per folder with -KeepFolders), vcf (a vCard per contact), "
+                           "ics (an iCalendar file per meeting or appointment) or pst (one data file). In a mail format, contacts are written as vCards "
+                           "and calendar items as iCalendar files"),
             core::TKeyKind::Value, false},
         {QStringLiteral("filter"), QCoreApplication::translate("CommandLineExport", "Messages to export, as \"sender=..,rcpt=..,subject=..,body=..,attach=include\""),
             core::TKeyKind::Value, false},
@@ -49,6 +92,9 @@ QList<core::TCommandKey> ExportCommandKeys()
             core::TKeyKind::Value, false},
         {QStringLiteral("KeepFolders"), QCoreApplication::translate("CommandLineExport", "Keep the source's folders: below the destination, or inside the data file"),
             core::TKeyKind::Switch, false},
+        {QStringLiteral("list"),
+            QCoreApplication::translate("CommandLineExport", "A text file naming data files, one per line, exported in this run as if each were given with -pst"),
+            core::TKeyKind::Value, true},
         {QStringLiteral("report"), QCoreApplication::translate("CommandLineExport", "Write a JSON report of the run to FILE"),
             core::TKeyKind::Value, false},
         {QStringLiteral("resume"),
@@ -57,6 +103,16 @@ QList<core::TCommandKey> ExportCommandKeys()
         {QStringLiteral("Paper"), QCoreApplication::translate("CommandLineExport", "Paper of PDF output: a4 (the default), a3, a5, letter or legal"),
             core::TKeyKind::Value, false},
         {QStringLiteral("Landscape"), QCoreApplication::translate("CommandLineExport", "PDF output in landscape"), core::TKeyKind::Switch, false},
+        {QStringLiteral("Combine"), QCoreApplication::translate("CommandLineExport", "PDF output: one PDF for the whole run, each message from a new page"),
+            core::TKeyKind::Switch, false},
+        {QStringLiteral("PicturesBeside"),
+            QCoreApplication::translate("CommandLineExport", "HTML output saves the pictures in a folder beside each page instead of inside it"),
+            core::TKeyKind::Switch, false},
+        {QStringLiteral("vCard"), QCoreApplication::translate("CommandLineExport", "vCard version of contacts: 3 (the default) or 4"),
+            core::TKeyKind::Value, false},
+        {QStringLiteral("OneFormat"),
+            QCoreApplication::translate("CommandLineExport", "Write contacts and calendar items in the chosen format too, not as vCard and iCalendar files"),
+            core::TKeyKind::Switch, false},
         {QStringLiteral("RemotePictures"),
             QCoreApplication::translate("CommandLineExport", "HTML output keeps pictures from other hosts (opening the page then asks those hosts for them)"),
             core::TKeyKind::Switch, false}};
@@ -81,7 +137,8 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
     static const QList<QPair<QString, TMailConvertType>> Formats = {{QStringLiteral("eml"), mctEML},
         {QStringLiteral("msg"), mctMSG}, {QStringLiteral("html"), mctHTML}, {QStringLiteral("txt"), mctTXT},
         {QStringLiteral("mbox"), mctMBox}, {QStringLiteral("vcf"), mctVCard},
-        {QStringLiteral("ics"), mctICal}, {QStringLiteral("pdf"), mctPDF}, {QStringLiteral("pst"), mctPST}};
+        {QStringLiteral("ics"), mctICal}, {QStringLiteral("pdf"), mctPDF}, {QStringLiteral("pst"), mctPST},
+        {QStringLiteral("xhtml"), mctXHTML}};
     TMailConvertType convertType = mctEML;
     bool known = format.isEmpty();
     for (const auto& [name, type] : Formats)
@@ -91,7 +148,7 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
         }
     if (!known)
         return Fail(report, err, core::crCommandLine,
-            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, pdf, txt, mbox, vcf, ics and pst are the formats offered").arg(format));
+            QCoreApplication::translate("CommandLineExport", "unknown format \"%1\": eml, msg, html, xhtml, pdf, txt, mbox, vcf, ics and pst are the formats offered").arg(format));
     // Formats that write one file for the whole run.
     const bool toDataFile = convertType == mctPST || convertType == mctMBox;
     const QString oneFileSuffix = convertType == mctPST ? QStringLiteral(".pst") : QStringLiteral(".mbox");
@@ -114,6 +171,22 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
     const auto on = [&](const QString& key) { return commandLine.HasKey(key) && commandLine.Switch(key); };
     properties.KeepFolderStructure = on(QStringLiteral("KeepFolders"));
     properties.RemotePictures = on(QStringLiteral("RemotePictures"));
+    properties.PicturesBeside = on(QStringLiteral("PicturesBeside"));
+    properties.OneFormat = on(QStringLiteral("OneFormat"));
+    if (on(QStringLiteral("Combine"))) {
+        if (convertType != mctPDF)
+            return Fail(report, err, core::crCommandLine,
+                QCoreApplication::translate("CommandLineExport", "-Combine goes with -format pdf"));
+        properties.CombineFiles = true;
+        properties.UseFileNameTemplate = false;
+    }
+    if (commandLine.HasKey(QStringLiteral("vCard"))) {
+        const QString version = commandLine.Value(QStringLiteral("vCard"));
+        if (version != QLatin1String("3") && version != QLatin1String("4"))
+            return Fail(report, err, core::crCommandLine,
+                QCoreApplication::translate("CommandLineExport", "-vCard takes 3 or 4, not \"%1\"").arg(version));
+        properties.VCardVersion = version.toInt();
+    }
     // Paper sizes in pixels at 96 dpi, portrait.
     static const QList<QPair<QString, QSizeF>> Papers = {{QStringLiteral("a4"), {794, 1123}}, {QStringLiteral("a3"), {1123, 1587}},
         {QStringLiteral("a5"), {559, 794}}, {QStringLiteral("letter"), {816, 1056}}, {QStringLiteral("legal"), {816, 1344}}};
@@ -146,12 +219,16 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
         properties.Filter.Enabled = true;
     }
     owned = CreateMailTask(properties);
+    if (!owned)
+        return Fail(report, err, core::crCommandLine,
+            QCoreApplication::translate("CommandLineExport", "this program has no writer of the format \"%1\"").arg(format));
     TMailTask& task = *owned;
     report.Task = &task;
     // Outputs of their own per message: the run keeps the record of what it
     // completed in the destination, and -resume reads it.
     const bool resume = on(QStringLiteral("resume"));
-    if (!toDataFile) {
+    const bool oneFile = toDataFile || properties.CombineFiles;
+    if (!oneFile) {
         auto manifest = std::make_shared<TResumeManifest>();
         QString error;
         if (!manifest->Open(properties.Destination, resume, &error))
@@ -166,6 +243,10 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
     report.Options = QJsonObject{{QLatin1String("jobs"), workers}, {QLatin1String("keepFolders"), properties.KeepFolderStructure},
         {QLatin1String("filter"), commandLine.Value(QStringLiteral("filter"))},
         {QLatin1String("remotePictures"), properties.RemotePictures},
+        {QLatin1String("picturesBeside"), properties.PicturesBeside},
+        {QLatin1String("combine"), properties.CombineFiles && convertType == mctPDF},
+        {QLatin1String("vCard"), properties.VCardVersion},
+        {QLatin1String("oneFormat"), properties.OneFormat},
         {QLatin1String("attachSave"), properties.Attach.Has(aotSave)}};
     task.SetWorkers(workers);
 
@@ -181,28 +262,63 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
             folderPaths << source;
         }
     }
+    // The data files: every -pst, and the files of the -list.
+    QStringList dataFiles = commandLine.Values(QStringLiteral("pst"));
+    if (commandLine.HasKey(QStringLiteral("list"))) {
+        const QString listName = commandLine.Value(QStringLiteral("list"));
+        QString error;
+        const QStringList listed = ReadFileList(listName, &error);
+        if (!error.isEmpty())
+            return Fail(report, err, core::crInvalidSource, error);
+        dataFiles << listed;
+    }
     const bool messageFilesOnly = task.Entries().size() > 0 && folderPaths.isEmpty();
-    if (!messageFilesOnly || commandLine.HasKey(QStringLiteral("pst"))) {
+    bool sourceFailed = false;
+    if (!messageFilesOnly || !dataFiles.isEmpty()) {
         if (projectData.CheckOutlookRunning())
             return Fail(report, err, core::crException, QCoreApplication::translate("CommandLineExport", "Outlook is running. Please, close Outlook"));
-        QString fileName = commandLine.Value(QStringLiteral("pst"));
-        if (fileName.isEmpty())
-            fileName = projectData.FindDefaultPST();
-        if (fileName.isEmpty())
-            return Fail(report, err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "Can not find default outlook data file"));
-        report.Sources << QFileInfo(fileName).absoluteFilePath();
+        if (dataFiles.isEmpty()) {
+            const QString fileName = projectData.FindDefaultPST();
+            if (fileName.isEmpty())
+                return Fail(report, err, core::crNoSource, QCoreApplication::translate("CommandLineExport", "Can not find default outlook data file"));
+            dataFiles << fileName;
+        }
         report.Folders = folderPaths;
-        auto file = std::make_shared<pst::TPSTFile>(fileName);
-        if (!file->RootFolder())
-            return Fail(report, err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "Can not load outlook data file - ") + fileName);
         if (folderPaths.isEmpty())
             folderPaths << QString();
-        for (const QString& path : folderPaths) {
-            const QStringList names = SplitFolderPath(path);
-            pst::TPSTFolder* folder = FindFolderByPath(*file, names);
-            if (!folder)
-                return Fail(report, err, core::crInvalidSource, QCoreApplication::translate("CommandLineExport", "no folder \"%1\" in %2").arg(path, fileName));
-            AddFolderEntries(task, file, folder, names.isEmpty() ? QStringList() : FolderNames(folder), true);
+        // Several data files: the outputs of each go below a folder of its
+        // own, named after the file; their messages share the workers.
+        const QStringList groups = dataFiles.size() > 1 ? GroupNames(dataFiles) : QStringList(QString());
+        for (qsizetype f = 0; f < dataFiles.size(); ++f) {
+            const QString& fileName = dataFiles[f];
+            report.Sources << QFileInfo(fileName).absoluteFilePath();
+            QString error;
+            auto file = std::make_shared<pst::TPSTFile>(fileName);
+            if (!file->RootFolder())
+                error = QCoreApplication::translate("CommandLineExport", "Can not load outlook data file - ") + fileName;
+            const qsizetype first = task.Entries().size();
+            for (const QString& path : folderPaths) {
+                if (!error.isEmpty())
+                    break;
+                const QStringList names = SplitFolderPath(path);
+                pst::TPSTFolder* folder = FindFolderByPath(*file, names);
+                if (!folder)
+                    error = QCoreApplication::translate("CommandLineExport", "no folder \"%1\" in %2").arg(path, fileName);
+                else
+                    AddFolderEntries(task, file, folder, names.isEmpty() ? QStringList() : FolderNames(folder), true);
+            }
+            if (!error.isEmpty()) {
+                // One file that cannot be read ends a run of that file; in a
+                // run of several, the others are exported all the same.
+                if (dataFiles.size() == 1)
+                    return Fail(report, err, core::crInvalidSource, error);
+                std::fprintf(err, "tessaly: %s\n", qUtf8Printable(error));
+                report.Error += (report.Error.isEmpty() ? QString() : QStringLiteral("\n")) + error;
+                sourceFailed = true;
+                continue;
+            }
+            for (qsizetype i = first; i < qsizetype(task.Entries().size()); ++i)
+                task.Entries()[size_t(i)].Group = groups[f];
         }
     }
 
@@ -214,7 +330,7 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
             std::fprintf(err, "%d/%d %s\n", progress.Done, progress.Total, qUtf8Printable(progress.Current.left(70)));
         }
     };
-    if (!toDataFile)
+    if (!oneFile)
         QDir().mkpath(destination);
     task.Run();
     if (task.Resumed() > 0)
@@ -236,6 +352,8 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
     for (const TTaskEntry& entry : task.Entries())
         if (entry.InvalidSource)
             return core::crInvalidSource;
+    if (sourceFailed)
+        return core::crInvalidSource;
     return task.Failed() + task.Existing() == 0 && !task.Cancelled() && written ? core::crOK : 1;
 }
 

@@ -40,6 +40,7 @@ struct TTaskEntry {
     QString Source;        // the file the message belongs to
     bool InStore = false;  // a message inside a data file, not a file of its own
     QStringList Folders;   // folder names from the top of its source
+    QString Group;         // the sub-folder of the destination for its source, in a run of several
     QString FolderClass;   // the container class of its folder, when known
     int Index = 0;         // position in the run, from 0
     std::function<std::shared_ptr<mail::IMailMessage>()> Load;

@@ -2,6 +2,7 @@
 
 #include "core/Version.h"
 #include "platform/StagedFile.h"
+#include "tasks/MailTask.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -48,6 +49,7 @@ QJsonObject TExportReport::ToJson() const
 
     QJsonObject counts;
     QJsonArray perFolder;
+    QJsonArray perSource;
     QJsonArray failures;
     int entries = 0;
     if (Task) {
@@ -89,6 +91,30 @@ QJsonObject TExportReport::ToJson() const
                 failures.append(failure);
             }
         }
+        // Per source: the sums of its folders, in the order first met.
+        std::vector<QString> sourceOrder;
+        std::map<QString, TFolder> sources;
+        for (const auto& [key, folder] : folders) {
+            auto [it, added] = sources.try_emplace(folder.source);
+            TFolder& sum = it->second;
+            if (added || folder.order < sum.order)
+                sum.order = folder.order;
+            sum.source = folder.source;
+            sum.entries += folder.entries;
+            sum.written += folder.written;
+            sum.skipped += folder.skipped;
+            sum.failed += folder.failed;
+        }
+        std::vector<const TFolder*> bySource;
+        for (const auto& [key, sum] : sources)
+            bySource.push_back(&sum);
+        std::sort(bySource.begin(), bySource.end(), [](const TFolder* a, const TFolder* b) { return a->order < b->order; });
+        for (const TFolder* sum : bySource)
+            perSource.append(QJsonObject{{QLatin1String("source"), sum->source}, {QLatin1String("entries"), sum->entries},
+                {QLatin1String("written"), sum->written}, {QLatin1String("skipped"), sum->skipped}, {QLatin1String("failed"), sum->failed}});
+        const auto* mailTask = dynamic_cast<const TMailTask*>(Task);
+        counts[QLatin1String("asVCard")] = mailTask ? mailTask->WrittenByKind().value(mctVCard) : 0;
+        counts[QLatin1String("asICalendar")] = mailTask ? mailTask->WrittenByKind().value(mctICal) : 0;
         std::vector<const TFolder*> ordered;
         for (const auto& [key, folder] : folders)
             ordered.push_back(&folder);
@@ -98,12 +124,13 @@ QJsonObject TExportReport::ToJson() const
                 {QLatin1String("entries"), folder->entries}, {QLatin1String("written"), folder->written},
                 {QLatin1String("skipped"), folder->skipped}, {QLatin1String("failed"), folder->failed}});
     } else {
-        for (const char* name : {"entries", "written", "skipped", "failed", "existing"})
+        for (const char* name : {"entries", "written", "skipped", "failed", "existing", "asVCard", "asICalendar"})
             counts[QLatin1String(name)] = 0;
         counts[QLatin1String("cancelled")] = false;
     }
     report[QLatin1String("counts")] = counts;
     report[QLatin1String("perFolder")] = perFolder;
+    report[QLatin1String("perSource")] = perSource;
     report[QLatin1String("failures")] = failures;
     return report;
 }

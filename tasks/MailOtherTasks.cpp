@@ -2,6 +2,7 @@
 
 #include "core/DateTime.h"
 #include "core/HtmlText.h"
+#include "mail/HtmlTokenizer.h"
 #include "mail/MimeWriter.h"
 #include "mail/ICalendar.h"
 #include "mail/MsgWriter.h"
@@ -12,6 +13,8 @@
 
 #include <QCoreApplication>
 #include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
 #include <QLocale>
 #include <QTimeZone>
 #include <cstring>
@@ -38,18 +41,8 @@ int TMailBytesTask::Commit(TMailContext& context, QString& path)
     auto& own = static_cast<TContext&>(context);
     if (!own.Converted)
         return trSkipped;
-    platform::TStagedFile file(path);
-    QString error = file.ErrorString();
-    int result = trError;
-    if (file.IsOpen()) {
-        if (file.Device().write(own.Bytes) == own.Bytes.size())
-            result = CommitOutput(file, path, error, context.Replace);
-        else
-            error = QStringLiteral("Can not write %1: %2").arg(path, file.Device().errorString());
-    }
+    const int result = WriteOutput(context, path, own.Bytes);
     own.Bytes.clear();
-    if (result == trError && context.Entry)
-        context.Entry->Error = error;
     return result;
 }
 
@@ -164,15 +157,116 @@ bool HasPagePrinter()
     return bool(PagePrinter());
 }
 
-QByteArray TMailPDFTask::Bytes(const mail::IMailMessage& message)
+QByteArray TMailPDFTask::Print(const QString& html)
 {
     if (!HasPagePrinter())
         throw core::ETessalyError(QCoreApplication::translate("CommandLineExport", "PDF files are printed by the window program, which is missing"));
     QString error;
-    const QByteArray pdf = PagePrinter()(StandaloneHtmlPage(message, Properties().RemotePictures), Properties().Paper(), &error);
+    const QByteArray pdf = PagePrinter()(html, Properties().Paper(), &error);
     if (pdf.isEmpty())
         throw core::ETessalyError(error.isEmpty() ? QCoreApplication::translate("CommandLineExport", "the page could not be printed") : error);
     return pdf;
+}
+
+QByteArray TMailPDFTask::Bytes(const mail::IMailMessage& message)
+{
+    return Print(StandaloneHtmlPage(message, Properties().RemotePictures));
+}
+
+class TMailPDFTask::TContext : public TMailBytesTask::TContext {
+public:
+    QStringList Pages; // combined: the page of each message, in order
+};
+
+std::unique_ptr<TMailContext> TMailPDFTask::CreateContext()
+{
+    return std::make_unique<TContext>();
+}
+
+int TMailPDFTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
+{
+    if (!context.Combined)
+        return TMailBytesTask::ConvertMail(context, message, path);
+    static_cast<TContext&>(context).Pages << StandaloneHtmlPage(message, Properties().RemotePictures);
+    return trOK;
+}
+
+int TMailPDFTask::Commit(TMailContext& context, QString& path)
+{
+    if (!context.Combined)
+        return TMailBytesTask::Commit(context, path);
+    auto& own = static_cast<TContext&>(context);
+    if (own.Pages.isEmpty())
+        return trSkipped;
+    const int messages = int(own.Pages.size());
+    int result = trError;
+    QString error;
+    try {
+        const QByteArray pdf = Print(CombinedHtmlPage(own.Pages));
+        own.Pages.clear();
+        result = WriteOutput(context, path, pdf);
+        if (result != trOK && context.Entry)
+            error = context.Entry->Error;
+    } catch (const core::ETessalyError& e) {
+        error = e.Message();
+    }
+    if (result != trOK) {
+        // The messages counted as written are lost with the file.
+        AddLog(0, QCoreApplication::translate("TMailPDFTask", "Nothing written to %1: %2")
+                      .arg(path, result == trExists ? QCoreApplication::translate("TMailPDFTask", "another file took its name") : error));
+        RecountAsFailed(messages);
+    }
+    return result;
+}
+
+QString TMailPDFTask::CombinedOutput(const TTaskEntry&, const QString&) const
+{
+    const QString folder = DestinationFolder();
+    return folder != Properties().Destination ? Properties().Destination : QDir(folder).filePath(QStringLiteral("EMails.pdf"));
+}
+
+QString CombinedHtmlPage(const QStringList& pages)
+{
+    QString out;
+    for (qsizetype i = 0; i < pages.size(); ++i) {
+        const QString& page = pages[i];
+        // Where the head ends and the body's contents begin and end.
+        qsizetype headEnd = -1, bodyStart = -1, bodyEnd = -1;
+        QStringList styles;
+        mail::THtmlTokenizer tokenizer(page);
+        mail::THtmlToken token;
+        bool inHead = true;
+        while (tokenizer.Next(token)) {
+            if (token.Kind == mail::EHtmlToken::StartTag && token.Name == QLatin1String("body") && bodyStart < 0) {
+                bodyStart = token.End;
+                inHead = false;
+                if (headEnd < 0)
+                    headEnd = token.Start;
+            } else if (token.Kind == mail::EHtmlToken::EndTag && token.Name == QLatin1String("head") && headEnd < 0) {
+                headEnd = token.Start;
+            } else if (token.Kind == mail::EHtmlToken::EndTag && token.Name == QLatin1String("body")) {
+                bodyEnd = token.Start;
+            } else if (inHead && token.Kind == mail::EHtmlToken::RawText && token.Name == QLatin1String("style")) {
+                styles << QStringLiteral("<style>") + page.mid(token.Start, token.End - token.Start) + QStringLiteral("</style>");
+            }
+        }
+        if (bodyStart < 0)
+            bodyStart = headEnd < 0 ? 0 : headEnd;
+        if (bodyEnd < bodyStart)
+            bodyEnd = page.size();
+        if (i == 0) {
+            out += headEnd < 0 ? QStringLiteral("<html><head><meta charset=\"utf-8\">") : page.left(headEnd);
+            out += QStringLiteral("<style>section.message+section.message{break-before:page;page-break-before:always}</style>"
+                                  "</head><body>\r\n");
+        }
+        out += QStringLiteral("<section class=\"message\">");
+        if (i > 0)
+            out += styles.join(QString());
+        out += page.mid(bodyStart, bodyEnd - bodyStart);
+        out += QStringLiteral("</section>\r\n");
+    }
+    out += QStringLiteral("</body></html>\r\n");
+    return out;
 }
 
 QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
@@ -277,9 +371,28 @@ int TMailMBoxTask::Commit(TMailContext& context, QString& path)
         return trSkipped;
     QString error;
     const int result = CommitOutput(*own.File, path, error, context.Replace);
-    if (result == trError && context.Entry)
-        context.Entry->Error = error;
+    if (result != trOK) {
+        // The messages counted as written are lost with the file.
+        AddLog(0, QCoreApplication::translate("TMailMBoxTask", "Nothing written to %1: %2")
+                      .arg(path, result == trExists ? QCoreApplication::translate("TMailMBoxTask", "another file took its name") : error));
+        RecountAsFailed(own.Messages);
+        if (context.Entry)
+            context.Entry->Error = error;
+    }
     return result;
+}
+
+QString TMailMBoxTask::CombinedOutput(const TTaskEntry& entry, const QString& path) const
+{
+    if (!Properties().KeepFolderStructure)
+        return path;
+    const QStringList names = entry.Folders.mid(std::max(0, Properties().KeepFolderLevel));
+    if (names.isEmpty())
+        return path;
+    QDir folder(QFileInfo(path).path());
+    for (qsizetype i = 0; i + 1 < names.size(); ++i)
+        folder.setPath(folder.filePath(SafeAttachName(names[i], QStringLiteral("folder"))));
+    return folder.filePath(SafeAttachName(names.last(), QStringLiteral("folder")) + QStringLiteral(".mbox"));
 }
 
 // --- the writer of a format ---------------------------------------------------------------

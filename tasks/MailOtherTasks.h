@@ -98,22 +98,40 @@ bool HasPagePrinter();
 
 // A PDF per message: the web page of the HTML writer, printed on the paper
 // of the options (size, orientation by width and height, margins). One
-// message at a time, on the thread the printer lives on.
+// message at a time, on the thread the printer lives on. Combining files,
+// the run is one PDF (the destination when it names a .pdf file, else
+// "EMails.pdf" in it), each message from a new page.
 class TMailPDFTask : public TMailBytesTask {
 public:
     using TMailBytesTask::TMailBytesTask;
 
+    class TContext;
+    std::unique_ptr<TMailContext> CreateContext() override;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+    int Commit(TMailContext& context, QString& path) override;
+
 protected:
     QByteArray Bytes(const mail::IMailMessage& message) override;
     bool RunsInParallel() const override { return false; }
+    QString CombinedOutput(const TTaskEntry& entry, const QString& path) const override;
+
+private:
+    QByteArray Print(const QString& html);
 };
+
+// Pages of the HTML writer as one page: the head of the first (its policy
+// and style), then each page's style and body, each from a new page when
+// printed.
+QString CombinedHtmlPage(const QStringList& pages);
 
 // The text file's contents for a message.
 QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml);
 
-// One mbox file for the run (mboxrd: a "From " line before each message,
-// lines of the message that begin with "From " or ">From " quoted with one
-// more ">"), as mail programs and Python's mailbox module read it.
+// One mbox file for the run, or, keeping the folder structure, one per
+// source folder ("Inbox.mbox", its sub-folders' files in "Inbox/") (mboxrd:
+// a "From " line before each message, lines of the message that begin with
+// "From " or ">From " quoted with one more ">"), as mail programs and
+// Python's mailbox module read it.
 class TMailMBoxTask : public TMailTask {
 public:
     using TMailTask::TMailTask;
@@ -122,6 +140,9 @@ public:
     std::unique_ptr<TMailContext> CreateContext() override;
     int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
     int Commit(TMailContext& context, QString& path) override;
+
+protected:
+    QString CombinedOutput(const TTaskEntry& entry, const QString& path) const override;
 };
 
 // A message as one entry of an mbox file: the "From " line, the message

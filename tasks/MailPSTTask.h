@@ -35,6 +35,8 @@ public:
 
 protected:
     void StartRun() override;
+    // Every message goes into the one data file.
+    QString CombinedOutput(const TTaskEntry&, const QString&) const override { return m_output; }
 
 private:
     uint32_t TargetFolder(pstfile::TPSTWriter& writer, const mail::IMailMessage& message, const QString& messageClass,

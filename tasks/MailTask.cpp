@@ -2,10 +2,13 @@
 
 #include "core/DateTime.h"
 #include "mail/CleverMail.h"
+#include "mail/MailMsgHTML.h"
 #include "mail/MailContact.h"
 #include "platform/FileSystem.h"
 #include "platform/StagedFile.h"
+#include "mail/ICalendar.h"
 #include "mail/MimeWriter.h"
+#include "mail/VCard.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -204,37 +207,87 @@ void TMailTask::StartRun()
 void TMailTask::FinishRun()
 {
     EndCombine();
+    if (m_byKind.value(mctVCard) > 0)
+        AddLog(0, QCoreApplication::translate("TMailTask", "%1 contacts written as vCard files (-OneFormat keeps them in the chosen format)")
+                      .arg(m_byKind.value(mctVCard)));
+    if (m_byKind.value(mctICal) > 0)
+        AddLog(0, QCoreApplication::translate("TMailTask", "%1 calendar items written as iCalendar files (-OneFormat keeps them in the chosen format)")
+                      .arg(m_byKind.value(mctICal)));
     if (m_lastNumber > 0)
         m_properties.SetLastProcessedNumber(m_lastNumber);
 }
 
 void TMailTask::StartCombine(const QString& path)
 {
-    if (m_combined)
+    auto& context = m_combined[path];
+    if (context)
         return;
-    m_combined = CreateContext();
-    m_combined->Replace = Replaces(path);
-    m_combinedPath = path;
+    context = CreateContext();
+    context->Replace = Replaces(path);
+    context->Combined = true;
 }
 
 bool TMailTask::EndCombine()
 {
-    if (!m_combined)
+    if (m_combined.empty())
         return false;
-    const bool committed = Commit(*m_combined, m_combinedPath) == trOK;
-    if (committed)
-        Properties().Destination = m_combinedPath; // the name the file got
-    m_combined.reset();
-    m_combinedPath.clear();
+    bool committed = true;
+    const bool one = m_combined.size() == 1;
+    for (auto& [path, context] : m_combined) {
+        QString name = path;
+        const int result = Commit(*context, name);
+        committed = committed && result == trOK;
+        if (one && result == trOK)
+            Properties().Destination = name; // the name the file got
+    }
+    // Outputs by source folder: the destination is the folder that holds them.
+    if (!one)
+        Properties().Destination = QFileInfo(Properties().Destination).path();
+    m_combined.clear();
+    m_combinedNames.clear();
     return committed;
 }
 
-QString TMailTask::OutputFolder(const TTaskEntry& entry) const
+QString TMailTask::CombinedOutput(const TTaskEntry&, const QString& path) const
 {
-    QString folder = m_properties.Destination;
-    // An mbox run writes the one file its destination names.
-    if (m_properties.ConvertType() == mctMBox)
-        return QFileInfo(folder).path();
+    // One output for the run, named after its first message.
+    return m_combinedNames.isEmpty() ? path : *m_combinedNames.keyBegin();
+}
+
+TMailConvertType TMailTask::ItemFormat(const TTaskEntry& entry, const mail::IMailMessage& message) const
+{
+    const TMailConvertType type = m_properties.ConvertType();
+    // The data file and .msg files hold every kind of item.
+    const bool mailFormat = type == mctEML || type == mctMBox || type == mctHTML || type == mctXHTML || type == mctPDF
+        || type == mctTXT;
+    if (!mailFormat || m_properties.OneFormat)
+        return type;
+    if (dynamic_cast<const mail::IMailContact*>(&message))
+        return mctVCard;
+    // Meeting requests and answers in mail folders stay mail.
+    if (dynamic_cast<const mail::IMailMeeting*>(&message) && entry.FolderClass.startsWith(QLatin1String("IPF.Appointment"), Qt::CaseInsensitive))
+        return mctICal;
+    return type;
+}
+
+QString TMailTask::DestinationFolder() const
+{
+    const QString& destination = m_properties.Destination;
+    // An mbox run, or a combined output, may name its file.
+    const bool namesFile = m_properties.ConvertType() == mctMBox
+        || (m_properties.CombineFiles && destination.endsWith(QLatin1Char('.') + m_properties.Extension(), Qt::CaseInsensitive)
+            && !QFileInfo(destination).isDir());
+    return namesFile ? QFileInfo(destination).path() : destination;
+}
+
+QString TMailTask::OutputFolder(const TTaskEntry& entry, bool ownFile) const
+{
+    QString folder = DestinationFolder();
+    if (!entry.Group.isEmpty())
+        folder = QDir(folder).filePath(entry.Group);
+    // An mbox run keeps the source's folders in the names of its files.
+    if (m_properties.ConvertType() == mctMBox && !ownFile)
+        return folder;
     if (m_properties.KeepFolderStructure) {
         // Source folders below the level kept, each a safe name.
         for (qsizetype i = std::max(0, m_properties.KeepFolderLevel); i < entry.Folders.size(); ++i) {
@@ -243,6 +296,22 @@ QString TMailTask::OutputFolder(const TTaskEntry& entry) const
         }
     }
     return folder;
+}
+
+int TMailTask::WriteOutput(TMailContext& context, QString& path, const QByteArray& bytes)
+{
+    platform::TStagedFile file(path);
+    QString error = file.ErrorString();
+    int result = trError;
+    if (file.IsOpen()) {
+        if (file.Device().write(bytes) == bytes.size())
+            result = CommitOutput(file, path, error, context.Replace);
+        else
+            error = QStringLiteral("Can not write %1: %2").arg(path, file.Device().errorString());
+    }
+    if (result == trError && context.Entry)
+        context.Entry->Error = error;
+    return result;
 }
 
 QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
@@ -290,6 +359,7 @@ public:
     QStringList Reserved; // names held for the outputs until they are written
     QStringList Errors;   // for the log, in entry order
     bool Resumed = false; // completed by the run before: counted, not written
+    TMailConvertType Format = mctEML; // the item's format
 };
 
 int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
@@ -309,16 +379,30 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
         return trSkipped;
 
     // The output path and its check.
-    QString fileName = m_properties.GetFileNameByTemplate(message, entry.Index);
+    const TMailConvertType format = ItemFormat(entry, message);
+    const bool ownKind = format == m_properties.ConvertType();
+    QString fileName;
+    if (ownKind || m_properties.UseFileNameTemplate)
+        fileName = m_properties.GetFileNameByTemplate(message, entry.Index);
+    else
+        fileName = SafeAttachName(message.Subject().trimmed(), QString());
+    if (!ownKind && !fileName.isEmpty()) {
+        // The name the template gives, with the extension of its format.
+        const QString extension = QLatin1Char('.') + m_properties.Extension();
+        if (fileName.endsWith(extension, Qt::CaseInsensitive))
+            fileName.chop(extension.size());
+        fileName += QLatin1Char('.') + ConvertTypeExtension(format);
+    }
     if (fileName.isEmpty()) {
         WaitForWorkers(); // numbered by the messages written before it
-        fileName = QStringLiteral("message %1.%2").arg(m_number).arg(m_properties.Extension());
+        fileName = QStringLiteral("message %1.%2").arg(m_number).arg(ConvertTypeExtension(format));
     }
-    const QString folder = OutputFolder(entry);
+    const QString folder = OutputFolder(entry, !ownKind);
     QString path = QDir(folder).filePath(fileName);
     // Completed by a run before this one (-resume): counted as written, with
     // the number it had.
-    if (m_manifest && !m_combined && m_properties.ConvertType() != mctPST
+    const bool combines = ownKind && (m_properties.CombineFiles || !m_combined.empty());
+    if (m_manifest && !combines && m_properties.ConvertType() != mctPST
         && m_manifest->Done(TResumeManifest::Key(entry), path)) {
         auto done = std::make_unique<TMailJob>(*this, entry);
         done->Path = path;
@@ -328,7 +412,7 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
         return trOK;
     }
     bool replace = false;
-    if (m_properties.ConvertType() != mctPST && !m_combined) {
+    if (m_properties.ConvertType() != mctPST && !combines) {
         int check = CheckDestination(path);
         if (check == trOK && Replaces(path) && Reserved(path)) {
             // It replaces the output of a message still being written: that
@@ -343,17 +427,36 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
 
     // The folder, the context. A data file takes every message into
     // itself: no folders are made beside it.
-    if (m_properties.ConvertType() != mctPST && !PrepareFolder(QFileInfo(path).path())) {
+    TMailContext* combined = nullptr;
+    if (combines) {
+        // The combined output this entry goes into, begun (its name checked,
+        // its folder made) with the first entry that goes there.
+        const QString asked = CombinedOutput(entry, path);
+        path = m_combinedNames.value(asked);
+        if (path.isEmpty()) {
+            path = asked;
+            if (m_properties.ConvertType() != mctPST) {
+                if (const int check = CheckDestination(path); check != trOK)
+                    return check;
+                if (!PrepareFolder(QFileInfo(path).path())) {
+                    entry.Error = QCoreApplication::translate("TMailTask", "Can not create the folder %1").arg(QFileInfo(path).path());
+                    return trError;
+                }
+            }
+            StartCombine(path);
+            m_combinedNames.insert(asked, path); // later entries ask by the name it had
+        }
+        combined = m_combined[path].get();
+    } else if (m_properties.ConvertType() != mctPST && !PrepareFolder(QFileInfo(path).path())) {
         entry.Error = QCoreApplication::translate("TMailTask", "Can not create the folder %1").arg(QFileInfo(path).path());
         return trError;
     }
-    if (m_properties.CombineFiles && !m_combined)
-        StartCombine(path);
     auto mailJob = std::make_unique<TMailJob>(*this, entry);
     mailJob->Path = path;
-    mailJob->Context = m_combined.get();
+    mailJob->Format = format;
+    mailJob->Context = combined;
     if (!mailJob->Context) {
-        mailJob->Own = CreateContext();
+        mailJob->Own = ownKind ? CreateContext() : std::make_unique<TMailContext>();
         mailJob->Context = mailJob->Own.get();
         mailJob->Context->Replace = replace;
         // Later messages see the name as taken until it is written.
@@ -404,13 +507,22 @@ int TMailTask::Execute(TMailJob& job)
         return trOK;
     }
     const mail::IMailMessage& message = *job.Entry.Mail;
-    int result = ConvertMail(*job.Context, message, job.Path);
+    const bool ownKind = job.Format == m_properties.ConvertType();
+    QByteArray itemBytes; // an item written in the format of its kind
+    int result = trOK;
+    if (ownKind) {
+        result = ConvertMail(*job.Context, message, job.Path);
+    } else if (job.Format == mctVCard) {
+        itemBytes = mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message));
+    } else {
+        itemBytes = mail::MeetingToICalendar(message, dynamic_cast<const mail::IMailMeeting&>(message));
+    }
     if (result != trOK || !job.Own)
         return result;
     const QString key = m_manifest ? TResumeManifest::Key(job.Entry) : QString();
     if (m_manifest)
         m_manifest->Begin(key, job.Path);
-    result = Commit(*job.Context, job.Path);
+    result = ownKind ? Commit(*job.Context, job.Path) : WriteOutput(*job.Context, job.Path, itemBytes);
     if (result != trOK)
         return result;
     job.Entry.Output = job.Path;
@@ -474,6 +586,8 @@ int TMailTask::FinishEntry(TTaskEntry& entry, TTaskJob* job, int result)
         for (const TAttachOutput& output : mailJob->Attachments)
             if (output.Written)
                 files->Add(output.Target);
+    if (result == trOK && mailJob->Format != m_properties.ConvertType())
+        ++m_byKind[mailJob->Format];
     if (result == trOK) {
         if (LogsDetail()) // not built for a log that leaves it out
             AddLog(1, DetailLogEntry(*entry.Mail, m_number, mailJob->Path, false, m_properties.Fields.Has(mitDateUTC)));

@@ -9,9 +9,11 @@
 #include "tasks/ResumeManifest.h"
 
 #include <QHash>
+#include <QMap>
 #include <QMutex>
 #include <QSet>
 #include <functional>
+#include <map>
 
 namespace tessaly::tasks {
 
@@ -81,6 +83,7 @@ public:
     virtual ~TMailContext() = default;
     TTaskEntry* Entry = nullptr; // the entry being converted into it
     bool Replace = false;        // the user chose to replace the file there
+    bool Combined = false;       // many messages go into it
 };
 
 class TMailJob;
@@ -101,6 +104,7 @@ public:
     ~TMailTask() override;
 
     TMailProperties& Properties() { return m_properties; }
+    const TMailProperties& Properties() const { return m_properties; }
     const std::shared_ptr<TAttachFileNames>& AttachFileNames() const { return m_fileNames; }
     // The running number of the next output.
     int RunningNumber() const { return m_number; }
@@ -115,8 +119,16 @@ public:
     void SetManifest(std::shared_ptr<TResumeManifest> manifest) { m_manifest = std::move(manifest); }
     int Resumed() const { return m_resumed; }
 
-    // Begins and ends a combined output; EndCombine reports whether the
-    // combined file was committed.
+    // The format an item is written in: the run's, or, for a contact (a
+    // calendar folder's meeting or appointment) in a run of a mail format
+    // that cannot hold one, vCard (iCalendar), unless the options keep every
+    // item in the run's format.
+    TMailConvertType ItemFormat(const TTaskEntry& entry, const mail::IMailMessage& message) const;
+    // Items written in a format of their kind instead of the run's, by format.
+    const QMap<TMailConvertType, int>& WrittenByKind() const { return m_byKind; }
+
+    // Begins a combined output; EndCombine commits every combined output
+    // begun and reports whether all were committed.
     void StartCombine(const QString& path);
     bool EndCombine();
 
@@ -131,10 +143,21 @@ protected:
     int PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job) override;
     int FinishEntry(TTaskEntry& entry, TTaskJob* job, int result) override;
     // Messages convert at once into outputs of their own, not into one.
-    bool RunsInParallel() const override { return !m_properties.CombineFiles && !m_combined; }
+    bool RunsInParallel() const override { return !m_properties.CombineFiles && m_combined.empty(); }
     void StartRun() override;
     void FinishRun() override;
-    QString OutputFolder(const TTaskEntry& entry) const;
+    // The folder outputs go below: the destination, or the folder of the
+    // file it names.
+    QString DestinationFolder() const;
+    // The folder of an entry's output; ownFile: a file of its own although
+    // the run's format combines.
+    QString OutputFolder(const TTaskEntry& entry, bool ownFile = false) const;
+    // Writes bytes to path through CommitOutput; the reason of a failure
+    // goes to the context's entry.
+    int WriteOutput(TMailContext& context, QString& path, const QByteArray& bytes);
+    // The combined output an entry goes into, given the path its own output
+    // would have: that path, unless the writer combines otherwise.
+    virtual QString CombinedOutput(const TTaskEntry& entry, const QString& path) const;
 
 private:
     friend class TMailJob;
@@ -146,10 +169,12 @@ private:
 
     TMailProperties& m_properties;
     std::shared_ptr<TAttachFileNames> m_fileNames;
-    std::unique_ptr<TMailContext> m_combined;
-    QString m_combinedPath;
+    // The combined outputs begun, by path, committed in path order.
+    std::map<QString, std::unique_ptr<TMailContext>> m_combined;
+    QHash<QString, QString> m_combinedNames; // the path asked for, the path begun
     int m_number = 1;
     int m_lastNumber = 0;
+    QMap<TMailConvertType, int> m_byKind;
     std::shared_ptr<TResumeManifest> m_manifest;
     int m_resumed = 0;
 };

@@ -99,7 +99,9 @@ TEST(Batch, GnuParallelRecipeOverTwentyDataFiles)
         EXPECT_EQ(counts[QLatin1String("entries")].toInt(), items);
         EXPECT_EQ(counts[QLatin1String("written")].toInt(), items);
         int files = 0;
-        for (QDirIterator it(QDir(out).filePath(name), {QStringLiteral("*.eml")}, QDir::Files, QDirIterator::Subdirectories); it.hasNext(); it.next())
+        // Mail as .eml, contacts as .vcf, the calendar as .ics.
+        const QStringList outputs = {QStringLiteral("*.eml"), QStringLiteral("*.vcf"), QStringLiteral("*.ics")};
+        for (QDirIterator it(QDir(out).filePath(name), outputs, QDir::Files, QDirIterator::Subdirectories); it.hasNext(); it.next())
             ++files;
         EXPECT_EQ(files, items);
         EXPECT_TRUE(QFileInfo::exists(QDir(out).filePath(name + QStringLiteral(".log"))));
@@ -229,4 +231,72 @@ TEST(Batch, ResumeAfterAKillGivesTheUninterruptedRun)
     const TRun single = RunProcess(program, {QStringLiteral("-pst"), source, QStringLiteral("-dest"), dir.filePath(QStringLiteral("one")),
                                                 QStringLiteral("-format"), QStringLiteral("mbox"), QStringLiteral("-resume")});
     EXPECT_EQ(single.exitCode, 2);
+}
+
+// One run over several data files (-pst given more than once, and a list
+// file): each file's outputs in a folder of its own named after it ("~2"
+// for a name met again), the report's counts per source equal to the
+// source's items. A file that cannot be read fails the run, not the others.
+TEST(Batch, OneRunOverSeveralDataFiles)
+{
+    QTemporaryDir dir;
+    QStringList files;
+    std::map<QString, int> items; // absolute path -> items
+    for (const QString& relative : {QStringLiteral("a/box.pst"), QStringLiteral("b/box.pst"), QStringLiteral("c.pst"), QStringLiteral("d.pst")}) {
+        const QString file = dir.filePath(relative);
+        QDir().mkpath(QFileInfo(file).path());
+        const TRun made = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/make-pst"),
+            {QStringLiteral("--quiet"), QStringLiteral("--messages"), QString::number(7 + 3 * int(files.size())), QStringLiteral("--folders"),
+                QStringLiteral("2"), QStringLiteral("--seed"), QString::number(files.size() + 1), file});
+        ASSERT_EQ(made.exitCode, 0) << made.err.toStdString();
+        files << file;
+        items[file] = ItemsOf(file);
+        ASSERT_GT(items[file], 0);
+    }
+    // Two by -pst, two by a list (relative to it, with a comment and a blank).
+    QFile list(dir.filePath(QStringLiteral("list.txt")));
+    ASSERT_TRUE(list.open(QIODevice::WriteOnly));
+    list.write("# the rest\nc.pst\n\nd.pst\n");
+    list.close();
+    const QString out = dir.filePath(QStringLiteral("out")), report = dir.filePath(QStringLiteral("report.json"));
+    const TRun run = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
+        {QStringLiteral("-pst"), files[0], QStringLiteral("-pst"), files[1], QStringLiteral("-list"), list.fileName(), QStringLiteral("-dest"), out,
+            QStringLiteral("-jobs"), QStringLiteral("2"), QStringLiteral("-report"), report});
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    const QJsonObject json = ReadJson(report);
+    QStringList sources;
+    for (const auto& source : json[QLatin1String("sources")].toArray())
+        sources << source.toString();
+    EXPECT_EQ(sources, files);
+    int total = 0;
+    for (const auto& [file, count] : items)
+        total += count;
+    EXPECT_EQ(json[QLatin1String("counts")].toObject()[QLatin1String("written")].toInt(), total);
+    const QJsonArray perSource = json[QLatin1String("perSource")].toArray();
+    ASSERT_EQ(perSource.size(), 4);
+    for (const auto& value : perSource) {
+        const QJsonObject source = value.toObject();
+        EXPECT_EQ(source[QLatin1String("written")].toInt(), items[source[QLatin1String("source")].toString()]);
+    }
+    // The outputs of each file (mail, vCards, iCalendar files; no
+    // attachments) below its own folder.
+    const QStringList groups = {QStringLiteral("box"), QStringLiteral("box~2"), QStringLiteral("c"), QStringLiteral("d")};
+    EXPECT_EQ(QDir(out).entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name), groups);
+    for (qsizetype i = 0; i < groups.size(); ++i) {
+        int outputs = 0;
+        QDirIterator it(QDir(out).filePath(groups[i]), QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            it.next();
+            ++outputs;
+        }
+        EXPECT_EQ(outputs, items[files[i]]) << groups[i].toStdString();
+    }
+
+    // A missing file among them: the others are written, the run fails.
+    const QString missing = dir.filePath(QStringLiteral("gone.pst"));
+    const TRun partial = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
+        {QStringLiteral("-pst"), files[2], QStringLiteral("-pst"), missing, QStringLiteral("-dest"), dir.filePath(QStringLiteral("out2"))});
+    EXPECT_NE(partial.exitCode, 0);
+    EXPECT_TRUE(partial.err.contains(missing)) << partial.err.toStdString();
+    EXPECT_TRUE(partial.out.contains(QStringLiteral("%1 written").arg(items[files[2]]))) << partial.out.toStdString();
 }

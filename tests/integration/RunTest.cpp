@@ -357,7 +357,7 @@ TEST(Export, MsgTextAndMBoxFromTheCommandLine)
 
     const TRun unknown = run(QStringLiteral("docx"), out.filePath(QStringLiteral("x")));
     EXPECT_EQ(unknown.exitCode, 2);
-    EXPECT_TRUE(unknown.err.contains(QStringLiteral("eml, msg, html, pdf, txt, mbox, vcf, ics and pst"))) << unknown.err.toStdString();
+    EXPECT_TRUE(unknown.err.contains(QStringLiteral("eml, msg, html, xhtml, pdf, txt, mbox, vcf, ics and pst"))) << unknown.err.toStdString();
 }
 
 TEST(Export, DamagedAndFalseMessageFilesAreErrorsWithExitCode7)

@@ -108,6 +108,7 @@ protected:
     {
         properties.SetConvertType(mctEML);
         properties.Destination = m_out.path();
+        properties.OneFormat = true; // contacts and calendar items as .eml too
     }
     QTemporaryDir m_out;
 };

@@ -107,6 +107,7 @@ TEST_F(OtherFormatsTest, MBoxOfEverySampleReadByPythonMailbox)
         SCOPED_TRACE(source.toStdString());
         TMailProperties properties;
         properties.SetConvertType(mctMBox);
+        properties.OneFormat = true; // contacts and calendar items in the mbox too
         EXPECT_TRUE(properties.CombineFiles);
         properties.Destination = QDir(out.path()).filePath(QStringLiteral("%1.mbox").arg(++index));
         properties.InitDestination({}, {});
@@ -238,6 +239,7 @@ TEST_F(OtherFormatsTest, HtmlPagesOfTheSamplesParseWithPython)
             continue;
         TMailProperties properties;
         properties.SetConvertType(mctHTML);
+        properties.OneFormat = true; // a page for contacts and calendar items too
         properties.Destination = QDir(out.path()).filePath(QFileInfo(source).fileName());
         auto task = CreateMailTask(properties);
         ASSERT_TRUE(task);
