@@ -187,13 +187,10 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
                 QCoreApplication::translate("CommandLineExport", "-vCard takes 3 or 4, not \"%1\"").arg(version));
         properties.VCardVersion = version.toInt();
     }
-    // Paper sizes in pixels at 96 dpi, portrait.
-    static const QList<QPair<QString, QSizeF>> Papers = {{QStringLiteral("a4"), {794, 1123}}, {QStringLiteral("a3"), {1123, 1587}},
-        {QStringLiteral("a5"), {559, 794}}, {QStringLiteral("letter"), {816, 1056}}, {QStringLiteral("legal"), {816, 1344}}};
     if (commandLine.HasKey(QStringLiteral("Paper"))) {
         const QString paper = commandLine.Value(QStringLiteral("Paper")).toLower();
         bool found = false;
-        for (const auto& [name, size] : Papers)
+        for (const auto& [name, size] : PaperSizes())
             if (paper == name) {
                 properties.Paper().Width = size.width();
                 properties.Paper().Height = size.height();

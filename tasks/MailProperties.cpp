@@ -62,6 +62,14 @@ QString ConvertTypeExtension(TMailConvertType type)
     return QLatin1String(Extensions[type]);
 }
 
+const QList<QPair<QString, QSizeF>>& PaperSizes()
+{
+    static const QList<QPair<QString, QSizeF>> Papers = {{QStringLiteral("a4"), {794, 1123}},
+        {QStringLiteral("a3"), {1123, 1587}}, {QStringLiteral("a5"), {559, 794}},
+        {QStringLiteral("letter"), {816, 1056}}, {QStringLiteral("legal"), {816, 1344}}};
+    return Papers;
+}
+
 static TMailConverterOptions* g_converterOptions = nullptr;
 
 TMailConverterOptions* TMailConverterOptions::Instance()
@@ -492,6 +500,14 @@ std::vector<TPropertyInfo> TMailProperties::Properties()
         Value("DeleteOriginals", DeleteOriginals),
         Value("OpenDestination", OpenDestination),
         Value("CombineFiles", CombineFiles),
+        Value("RemotePictures", RemotePictures),
+        Value("PicturesBeside", PicturesBeside),
+        {"VCardVersion", [this] { return QVariant(VCardVersion); },
+            [this](const QVariant& v) {
+                if (v.toInt() == 3 || v.toInt() == 4)
+                    VCardVersion = v.toInt();
+            }},
+        Value("OneFormat", OneFormat),
         Value("CopyDateStamps", CopyDateStamps),
         Value("LimitCount", LimitCount),
         Enum("LogMode", LogMode, 2),

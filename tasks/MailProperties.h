@@ -10,6 +10,9 @@
 #include "core/CommandLine.h"
 #include "core/SettingsStore.h"
 
+#include <QList>
+#include <QPair>
+#include <QSizeF>
 #include <QString>
 #include <QStringList>
 #include <functional>
@@ -71,6 +74,10 @@ enum TInsertPosition { ipBefore, ipAfter };
 
 // The output extension of each format.
 QString ConvertTypeExtension(TMailConvertType type);
+
+// The paper sizes PDF output is printed on, by name: a4 (the default),
+// a3, a5, letter and legal; portrait, in pixels at 96 dpi.
+const QList<QPair<QString, QSizeF>>& PaperSizes();
 
 // Settings of the document back ends that this program reads.
 struct TPaperProperties {

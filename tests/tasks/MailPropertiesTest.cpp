@@ -364,6 +364,44 @@ TEST_F(MailPropertiesTest, StoredUnderTheirNamesAndLoadedBack)
     EXPECT_EQ(fresh.Title().CommentLeft, QStringLiteral("[date]"));
 }
 
+// The options of the other formats are kept with the rest; a vCard version
+// that is neither 3 nor 4 is not taken.
+TEST_F(MailPropertiesTest, FormatOptionsStoredAndLoadedBack)
+{
+    core::TSettingsStore& store = core::TSettingsStore::Global();
+    TMailProperties options;
+    options.RemotePictures = true;
+    options.PicturesBeside = true;
+    options.VCardVersion = 4;
+    options.OneFormat = true;
+    options.Save(store, QStringLiteral("Export"));
+    TMailProperties loaded;
+    loaded.Load(store, QStringLiteral("Export"));
+    EXPECT_TRUE(loaded.RemotePictures);
+    EXPECT_TRUE(loaded.PicturesBeside);
+    EXPECT_EQ(loaded.VCardVersion, 4);
+    EXPECT_TRUE(loaded.OneFormat);
+    store.WriteValue(QStringLiteral("Export"), QStringLiteral("VCardVersion"), 7);
+    TMailProperties odd;
+    odd.Load(store, QStringLiteral("Export"));
+    EXPECT_EQ(odd.VCardVersion, 3);
+}
+
+// The papers of PDF output: a4 first, each portrait, as the command line
+// and the export dialog offer them.
+TEST(PaperSizes, NamedPortraitA4First)
+{
+    const auto& papers = PaperSizes();
+    QStringList names;
+    for (const auto& [name, size] : papers) {
+        names << name;
+        EXPECT_LT(size.width(), size.height()) << name.toStdString();
+    }
+    EXPECT_EQ(names, (QStringList{QStringLiteral("a4"), QStringLiteral("a3"), QStringLiteral("a5"), QStringLiteral("letter"), QStringLiteral("legal")}));
+    EXPECT_EQ(papers.front().second, QSizeF(TPaperProperties().Width, TPaperProperties().Height)); // the default paper
+    EXPECT_EQ(papers[3].second, QSizeF(816, 1056)); // 8.5 x 11 inches at 96 dpi
+}
+
 TEST_F(MailPropertiesTest, CommandLineKeys)
 {
     core::TCommandLine commandLine;
