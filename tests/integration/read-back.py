@@ -185,6 +185,10 @@ def read_ics(path):
 
 
 def read_pdf(path):
+    # -raw: the text in the order it is drawn, a hyphen that ends a line
+    # kept. The default layout mode takes such a hyphen for a word broken
+    # across lines and drops it: a subject "PDT) - Green" wrapped after the
+    # "-" came out as "PDT) Green".
     run = subprocess.run(['pdftotext', '-raw', '-enc', 'UTF-8', path, '-'], capture_output=True)
     if run.returncode != 0:
         raise ValueError('pdftotext: ' + run.stderr.decode(errors='replace').strip())
