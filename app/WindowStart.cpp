@@ -1,8 +1,4 @@
 #include "app/WindowStart.h"
-#include <QPageSize>
-#include <QPageLayout>
-#include "tasks/MailOtherTasks.h"
-#include "tasks/CommandLineExport.h"
 
 #include "app/MailInfoFrame.h"
 #include "app/PSTMainForm.h"
@@ -11,10 +7,17 @@
 #include "core/CommandLine.h"
 #include "core/SettingsStore.h"
 #include "platform/Terminal.h"
+#include "tasks/CommandLineExport.h"
 
 #include <QCoreApplication>
 #include <QMessageBox>
+#include <QPageLayout>
+#include <QPageSize>
+#include <QThread>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 
 namespace tessaly::app {
 
@@ -34,7 +37,78 @@ void AllowEngineAsRoot()
     }
 }
 
+QPageLayout PageLayout(const tasks::TPaperProperties& paper)
+{
+    // Pixels at 96 dpi to millimetres.
+    const QSizeF size(paper.Width * 25.4 / 96, paper.Height * 25.4 / 96);
+    const bool landscape = size.width() > size.height();
+    return QPageLayout(QPageSize(landscape ? size.transposed() : size, QPageSize::Millimeter),
+        landscape ? QPageLayout::Landscape : QPageLayout::Portrait,
+        QMarginsF(paper.Margin, paper.Margin, paper.Margin, paper.Margin), QPageLayout::Millimeter);
+}
+
+// A page handed from another thread to the window's thread, and its PDF
+// handed back.
+struct TPrintCall {
+    std::mutex Lock;
+    std::condition_variable Changed;
+    bool Started = false;
+    bool Done = false;
+    bool Abandoned = false;
+    QByteArray Pdf;
+    QString Error;
+};
+
 } // namespace
+
+tasks::TPagePrinter WindowPagePrinter(std::chrono::milliseconds takeTimeout)
+{
+    return [takeTimeout](const QString& html, const tasks::TPaperProperties& paper, QString* error) -> QByteArray {
+        QCoreApplication* application = QCoreApplication::instance();
+        if (!application) {
+            if (error)
+                *error = QCoreApplication::translate("WindowStart", "pages are printed only while the window program runs");
+            return {};
+        }
+        const QPageLayout layout = PageLayout(paper);
+        if (QThread::currentThread() == application->thread())
+            return PrintPageToPdf(html, layout, error);
+        // The browser engine lives on the window's thread: the page is
+        // printed there while this thread waits. Never a blocking queued
+        // call: one that the window's thread does not take would wait for
+        // ever.
+        auto call = std::make_shared<TPrintCall>();
+        QMetaObject::invokeMethod(application, [call, html, layout] {
+            {
+                std::lock_guard lock(call->Lock);
+                if (call->Abandoned)
+                    return;
+                call->Started = true;
+            }
+            call->Changed.notify_all();
+            QString failure;
+            const QByteArray pdf = PrintPageToPdf(html, layout, &failure);
+            {
+                std::lock_guard lock(call->Lock);
+                call->Pdf = pdf;
+                call->Error = failure;
+                call->Done = true;
+            }
+            call->Changed.notify_all();
+        }, Qt::QueuedConnection);
+        std::unique_lock lock(call->Lock);
+        if (!call->Changed.wait_for(lock, takeTimeout, [&] { return call->Started; })) {
+            call->Abandoned = true;
+            if (error)
+                *error = QCoreApplication::translate("WindowStart", "the window did not take the page for printing");
+            return {};
+        }
+        call->Changed.wait(lock, [&] { return call->Done; });
+        if (error)
+            *error = call->Error;
+        return call->Pdf;
+    };
+}
 
 int RunPrintingExport(int argc, char** argv, TPSTViewerProjectData& projectData)
 {
@@ -45,15 +119,7 @@ int RunPrintingExport(int argc, char** argv, TPSTViewerProjectData& projectData)
     RegisterPreviewSchemes();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     TTessalyApplication application(argc, argv);
-    tasks::SetPagePrinter([](const QString& html, const tasks::TPaperProperties& paper, QString* error) {
-        // Pixels at 96 dpi to millimetres.
-        const QSizeF size(paper.Width * 25.4 / 96, paper.Height * 25.4 / 96);
-        const bool landscape = size.width() > size.height();
-        const QPageLayout layout(QPageSize(landscape ? size.transposed() : size, QPageSize::Millimeter),
-            landscape ? QPageLayout::Landscape : QPageLayout::Portrait,
-            QMarginsF(paper.Margin, paper.Margin, paper.Margin, paper.Margin), QPageLayout::Millimeter);
-        return PrintPageToPdf(html, layout, error);
-    });
+    tasks::SetPagePrinter(WindowPagePrinter());
     const int result = tasks::RunCommandLineExport(TCommandLine::Global(), projectData);
     tasks::SetPagePrinter(nullptr);
     return result;
@@ -66,6 +132,8 @@ int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
     RegisterPreviewSchemes();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     TTessalyApplication application(argc, argv);
+    // The window's export prints PDF pages as the command line's does.
+    tasks::SetPagePrinter(WindowPagePrinter());
     QString dataFile = commandLine.Value(QStringLiteral("pst"));
     QStringList messageFiles;
     QStringList dataFiles;
@@ -84,7 +152,9 @@ int RunWindow(int argc, char** argv, TPSTViewerProjectData& projectData)
     form.show();
     for (const QString& file : messageFiles)
         form.OpenMessageFile(file);
-    return application.exec();
+    const int result = application.exec();
+    tasks::SetPagePrinter(nullptr);
+    return result;
 }
 
 std::unique_ptr<QMessageBox> CreateErrorPageBox(const QString& html)

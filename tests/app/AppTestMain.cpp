@@ -2,6 +2,7 @@
 
 #include "app/MailInfoFrame.h"
 #include "app/TessalyApplication.h"
+#include "app/WindowStart.h"
 
 #include <QStandardPaths>
 #include <gtest/gtest.h>
@@ -16,6 +17,8 @@ int main(int argc, char** argv)
     tessaly::app::RegisterPreviewSchemes();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     tessaly::app::TTessalyApplication app(argc, argv);
+    // PDF pages printed as the window program prints them.
+    tessaly::tasks::SetPagePrinter(tessaly::app::WindowPagePrinter());
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }
