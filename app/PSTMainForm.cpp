@@ -11,6 +11,7 @@
 #include "core/Version.h"
 #include "mail/FileMailMsg.h"
 #include "tasks/MailExportSource.h"
+#include "tasks/MailOtherTasks.h"
 
 #include <QAction>
 #include <QApplication>
@@ -244,6 +245,8 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
         dialog.Open(files);
         return files;
     };
+    AskExport = [](TExportDialog& dialog) { return dialog.exec() == QDialog::Accepted; };
+    ShowExportSummary = [](QMessageBox& box) { box.exec(); };
     ShowWarning = [this](const QString& text) { QMessageBox::warning(this, QCoreApplication::translate("TPSTMainForm", "Tessaly"), text); };
     OpenMessageFile = [this](const QString& fileName) {
         auto* form = new TMessageForm(fileName, this);
@@ -272,7 +275,7 @@ TPSTMainForm::TPSTMainForm(TPSTViewerProjectData& projectData, core::TSettingsSt
     m_fileMenu->addSeparator();
     m_miExport = m_fileMenu->addAction(QCoreApplication::translate("TPSTMainForm", "&Export..."), this, &TPSTMainForm::ExportCommand);
     m_miExport->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_E));
-    m_miExport->setToolTip(QCoreApplication::translate("TPSTMainForm", "Export the ticked messages, or the selected folder, to EML files (Ctrl+E)"));
+    m_miExport->setToolTip(QCoreApplication::translate("TPSTMainForm", "Export the ticked messages, or the selected folder, to files of the format chosen (Ctrl+E)"));
     m_fileMenu->addSeparator();
     // The shown message.
     m_fileMenu->addAction(m_info->PrintAction());
@@ -865,32 +868,55 @@ int TPSTMainForm::AddExportEntries(tasks::TCustomTask& task) const
     return int(task.Entries().size()) - before;
 }
 
+namespace {
+
+// The messages of an export, gathered before its writer is chosen.
+class TExportEntries : public tasks::TCustomTask {
+public:
+    using TCustomTask::TCustomTask;
+
+protected:
+    int PrepareEntry(tasks::TTaskEntry&, std::unique_ptr<tasks::TTaskJob>&) override { return tasks::trSkipped; }
+};
+
+} // namespace
+
 void TPSTMainForm::ExportCommand()
 {
     const QString section = QStringLiteral("Export");
     tasks::TMailProperties properties;
     properties.Load(m_settings, section);
-    properties.SetConvertType(tasks::mctEML);
-    tasks::TMailEMLTask task(properties);
-    const int count = AddExportEntries(task);
+    // The format and options of the last export; EML the first time.
+    if (!m_settings.ValueExists(section, QStringLiteral("ConvertType")))
+        properties.SetConvertType(tasks::mctEML);
+    TExportEntries entries(properties);
+    const int count = AddExportEntries(entries);
     if (count == 0) {
         QMessageBox::information(this, QCoreApplication::translate("TPSTMainForm", "Export messages"),
             QCoreApplication::translate("TPSTMainForm", "Nothing to export: tick messages in the list, or select a folder with messages."));
         return;
     }
-    const auto sample = task.Entries().front().Load ? task.Entries().front().Load() : nullptr;
+    const auto sample = entries.Entries().front().Load ? entries.Entries().front().Load() : nullptr;
     TExportDialog dialog(properties, sample, count, this);
-    if (dialog.exec() != QDialog::Accepted)
+    if (!AskExport(dialog))
         return;
     properties.Save(m_settings, section);
     m_settings.Sync();
-    RunWithProgress(task, this);
-    QMessageBox box(task.Failed() ? QMessageBox::Warning : QMessageBox::Information, QCoreApplication::translate("TPSTMainForm", "Export messages"),
-        RunSummary(task), QMessageBox::Ok, this);
+    // The writer of the chosen format (the dialog made sure there is one).
+    const std::unique_ptr<tasks::TMailTask> task = tasks::CreateMailTask(properties);
+    if (!task) {
+        ShowWarning(QCoreApplication::translate("TPSTMainForm", "This version of Tessaly cannot write that format yet."));
+        return;
+    }
+    for (tasks::TTaskEntry& entry : entries.Entries())
+        task->AddEntry(std::move(entry));
+    RunWithProgress(*task, this);
+    QMessageBox box(task->Failed() ? QMessageBox::Warning : QMessageBox::Information, QCoreApplication::translate("TPSTMainForm", "Export messages"),
+        RunSummary(*task), QMessageBox::Ok, this);
     box.setInformativeText(QCoreApplication::translate("TPSTMainForm", "Written to %1").arg(QDir::toNativeSeparators(properties.Destination)));
-    if (!task.Log().isEmpty())
-        box.setDetailedText(task.Log().join(QLatin1Char('\n')));
-    box.exec();
+    if (!task->Log().isEmpty())
+        box.setDetailedText(task->Log().join(QLatin1Char('\n')));
+    ShowExportSummary(box);
 }
 
 // --- drag and drop ---------------------------------------------------------------

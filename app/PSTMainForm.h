@@ -20,6 +20,7 @@
 class QAction;
 class QLabel;
 class QMenu;
+class QMessageBox;
 class QProgressBar;
 class QSplitter;
 class QTabWidget;
@@ -36,6 +37,7 @@ class TCustomTask;
 
 namespace tessaly::app {
 
+class TExportDialog;
 class TMailInfoFrame;
 class TPSTBrowseFrame;
 class TPSTViewerProjectData;
@@ -147,6 +149,9 @@ public:
     std::function<void(const QString&)> ShowWarning;
     // Opens a single message file in a window of its own.
     std::function<void(const QString&)> OpenMessageFile;
+    // The export's dialog (true when accepted) and its summary at the end.
+    std::function<bool(TExportDialog&)> AskExport;
+    std::function<void(QMessageBox&)> ShowExportSummary;
 
     void LoadSettings() override;
     void SaveSettings() override;

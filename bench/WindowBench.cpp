@@ -15,9 +15,11 @@
 #include "app/PSTMainForm.h"
 #include "app/ProjectData.h"
 #include "app/TessalyApplication.h"
+#include "app/WindowStart.h"
 #include "core/CommandLine.h"
 #include "core/SettingsStore.h"
 #include "mail/MailMsgObj.h"
+#include "tasks/MailEMLTask.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -101,6 +103,7 @@ int main(int argc, char** argv)
     app::RegisterPreviewSchemes();
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     app::TTessalyApplication application(argc, argv);
+    tasks::SetPagePrinter(app::WindowPagePrinter()); // PDF offered, as in the program
     const QString file = QFileInfo(QString::fromLocal8Bit(argv[1])).absoluteFilePath();
     const QString shots = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
 
@@ -332,6 +335,10 @@ int main(int argc, char** argv)
             app::TExportDialog dialog(properties, count ? task.Entries().front().Load() : nullptr, count, &form);
             dialog.show();
             Shot(dialog, shots, QStringLiteral("export-dialog.png"));
+            dialog.SetFormat(tasks::mctPDF);
+            Shot(dialog, shots, QStringLiteral("export-dialog-pdf.png"));
+            dialog.SetFormat(tasks::mctVCard);
+            Shot(dialog, shots, QStringLiteral("export-dialog-vcard.png"));
         }
         const QString broken = dir.filePath(QStringLiteral("broken.pst"));
         QFile brokenFile(broken);
