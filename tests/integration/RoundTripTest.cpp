@@ -251,9 +251,12 @@ void Export(TExport& run, const QString& dest, QMap<QString, int>& byExtension)
             run.mboxFiles << file.filePath();
             continue;
         }
-        // The format's own extension, or, for a mail format, a vCard of a
-        // contact or an iCalendar file of a calendar item.
-        EXPECT_TRUE(extension == run.format.name || (cards && IsCard(extension))) << file.filePath().toStdString();
+        // The format's own extension (XHTML pages are .html files, as
+        // browsers take them for web pages), or, for a mail format, a vCard
+        // of a contact or an iCalendar file of a calendar item.
+        const bool own = extension == run.format.name
+            || (run.format.name == QLatin1String("xhtml") && extension == QLatin1String("html"));
+        EXPECT_TRUE(own || (cards && IsCard(extension))) << file.filePath().toStdString();
         const auto match = Numbered.match(file.fileName());
         TOutput output{file.filePath(), nullptr};
         if (match.hasMatch()) {
@@ -333,12 +336,16 @@ QStringList MBoxSubjects(const TExport& run)
     return subjects;
 }
 
-// What read-back.py reads of each file, by path.
-QJsonObject ReadBack(const QStringList& files)
+// What read-back.py reads of each file, by path; with `xml`, web pages are
+// read as XHTML too.
+QJsonObject ReadBack(const QStringList& files, bool xml)
 {
     if (files.isEmpty())
         return {};
-    const TRun run = Run(Python, QStringList{QStringLiteral(TESSALY_SOURCE_DIR "/tests/integration/read-back.py")} + files);
+    QStringList args{QStringLiteral(TESSALY_SOURCE_DIR "/tests/integration/read-back.py")};
+    if (xml)
+        args << QStringLiteral("--xml");
+    const TRun run = Run(Python, args + files);
     EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
     return QJsonDocument::fromJson(run.out.toUtf8()).object();
 }
@@ -392,7 +399,8 @@ QString Expected(const TItem& item, bool card)
     return Spaced(card && item.kind == QLatin1String("contact") ? item.name : item.subject);
 }
 
-void CheckRead(const TOutput& output, const QJsonObject& read)
+// `xml`: a web page must also be well-formed XML.
+void CheckRead(const TOutput& output, const QJsonObject& read, bool xml)
 {
     const TItem& item = *output.item;
     const QString extension = QFileInfo(output.path).suffix().toLower();
@@ -407,9 +415,16 @@ void CheckRead(const TOutput& output, const QJsonObject& read)
     } else if (extension == QLatin1String("html") || extension == QLatin1String("xhtml")) {
         // A contact is shown as a card with its name, the others under a
         // header block with the subject.
-        // (A <title> is the message body's own, when it has one.)
-        const bool contact = item.kind == QLatin1String("contact");
-        EXPECT_EQ(Str(read[contact ? QLatin1String("name") : QLatin1String("subject")]), Expected(item, true));
+        // (A <title> is the message body's own, when it has one.) An XHTML
+        // page is read as XML as well: well-formed, the same header block.
+        const QLatin1String field(item.kind == QLatin1String("contact") ? "name" : "subject");
+        EXPECT_EQ(Str(read[field]), Expected(item, true));
+        if (xml || extension == QLatin1String("xhtml")) {
+            const QJsonObject asXml = extension == QLatin1String("xhtml") ? read : read[QLatin1String("xml")].toObject();
+            ASSERT_FALSE(asXml.isEmpty()) << "not read as XML";
+            ASSERT_FALSE(asXml.contains(QLatin1String("error"))) << "no well-formed XML: " << Str(asXml[QLatin1String("error")]).toStdString();
+            EXPECT_EQ(Str(asXml[field]), Expected(item, true));
+        }
     } else if (extension == QLatin1String("pdf")) {
         // pdftotext (-raw) ends a line the engine broke at a soft hyphen
         // after the hyphen: the two halves of the word come apart.
@@ -485,7 +500,7 @@ void RoundTrip(const TFormat& format, const std::vector<TVariant>& variants)
             (output.path.endsWith(QLatin1String(".msg")) ? msgFiles : otherFiles) << output.path;
         otherFiles << run.mboxFiles;
     }
-    const QJsonObject read = ReadBack(otherFiles);
+    const QJsonObject read = ReadBack(otherFiles, format.name == QLatin1String("xhtml"));
     const QJsonObject ours = ReadWithInspect(msgFiles);
     QString skip;
     const QJsonObject theirs = msgFiles.isEmpty() ? QJsonObject() : ReadWithMsgReader(msgFiles, skip);
@@ -499,7 +514,7 @@ void RoundTrip(const TFormat& format, const std::vector<TVariant>& variants)
             if (output.path.endsWith(QLatin1String(".msg")))
                 CheckMsg(output, ours[output.path].toObject(), theirs[output.path].toObject(), skip.isEmpty());
             else
-                CheckRead(output, read[output.path].toObject());
+                CheckRead(output, read[output.path].toObject(), format.name == QLatin1String("xhtml"));
         }
         CheckOutputs(run);
         for (const QString& path : run.mboxFiles) {

@@ -8,7 +8,8 @@ output is one JSON object, by path, of what the reader found:
   .mbox   Python's mailbox: "subjects", one per message, in order
   .html   Python's html.parser: "title" and the header block's "subject"
           (a message) or "name" (a contact card)
-  .xhtml  xml.etree (the page must be well-formed XML): the same fields
+  .xhtml  xml.etree (the page must be well-formed XML): the same fields;
+          with --xml first, .html files are read so as well, into "xml"
   .txt    the "Subject:" line of the header lines
   .vcf    vobject: "cards", each with "fn" and "emails"
   .ics    icalendar: "events", each with "summary", "start" and "end" in UTC
@@ -199,14 +200,22 @@ READERS = {'eml': read_eml, 'mbox': read_mbox, 'html': read_html, 'xhtml': read_
            'vcf': read_vcf, 'ics': read_ics, 'pdf': read_pdf}
 
 
+def read(reader, path):
+    try:
+        return reader(path) if reader else {'error': 'no reader for this extension'}
+    except Exception as error:  # one file's fault is reported, the rest still read
+        return {'error': '%s: %s' % (type(error).__name__, error)}
+
+
 def main():
+    paths = sys.argv[1:]
+    xml = paths[:1] == ['--xml']
     out = {}
-    for path in sys.argv[1:]:
-        reader = READERS.get(path.rsplit('.', 1)[-1].lower())
-        try:
-            out[path] = reader(path) if reader else {'error': 'no reader for this extension'}
-        except Exception as error:  # one file's fault is reported, the rest still read
-            out[path] = {'error': '%s: %s' % (type(error).__name__, error)}
+    for path in paths[1:] if xml else paths:
+        extension = path.rsplit('.', 1)[-1].lower()
+        out[path] = read(READERS.get(extension), path)
+        if xml and extension == 'html':
+            out[path]['xml'] = read(read_xhtml, path)
     json.dump(out, sys.stdout)
 
 
