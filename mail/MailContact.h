@@ -29,6 +29,10 @@ enum TMailContactField {
     mcfWebPage = 6, mcfInstantMessaging = 7, mcfBusinessFax = 8, mcfBusinessPhone = 9, mcfHomePhone = 10,
     mcfMobilePhone = 11, mcfBusinessAddress = 12, mcfNotes = 13, mcfBody = 14, mcfDepartment = 15,
     mcfOffice = 16, mcfTitle = 21, mcfBirthday = 24, mcfSurname = 27, mcfPostalAddress = 28, mcfPicture = 29,
+    // Offered by contacts whose source has them, with no stored field behind
+    // them: the wedding anniversary (a QDateTime, as the birthday) and the
+    // gender as RFC 6350's sex letter ("M", "F", "O", "N" or "U").
+    mcfAnniversary = 30, mcfGender = 31,
 };
 
 // The stored field behind a message-level field; -1 for none (and for

@@ -634,6 +634,23 @@ QVariant TOutlookContact::Value(int field) const
     }
 }
 
+QVariant TOutlookContact::Anniversary() const
+{
+    constexpr uint32_t WeddingAnniversary = 0x3A41; // PidTagWeddingAnniversary, PT_SYSTIME
+    const TDateTime date = core::FiletimeToLocal(m_message->Root().FileTime(WeddingAnniversary));
+    return date > 0 ? QVariant(core::DateTimeToQDateTime(date)) : QVariant();
+}
+
+QVariant TOutlookContact::Gender() const
+{
+    constexpr uint32_t Gender = 0x3A4D; // PidTagGender, PT_SHORT: 0 unspecified, 1 female, 2 male
+    switch (m_message->Root().Int32(Gender).value_or(0)) {
+    case 1: return QStringLiteral("F");
+    case 2: return QStringLiteral("M");
+    default: return {};
+    }
+}
+
 QByteArray TOutlookContact::ContactPicture() const
 {
     for (const TMsgStorage& attach : m_message->Root().Children("__attach_version1.0_#", 8)) {
@@ -669,6 +686,10 @@ TDateTime TMailOutlookContact::Date(TMailDateType kind) const
 
 QVariant TMailOutlookContact::GetField(int field) const
 {
+    if (field == mcfAnniversary)
+        return m_contact.Anniversary();
+    if (field == mcfGender)
+        return m_contact.Gender();
     return ContactMessageField(field, [this](int stored) { return m_contact.Value(stored); });
 }
 

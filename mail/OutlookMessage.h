@@ -124,6 +124,9 @@ public:
     explicit TOutlookContact(std::shared_ptr<const TOutlookMessage> message) : m_message(std::move(message)) {}
     // A stored field (TContactField).
     QVariant Value(int field) const;
+    // The wedding anniversary and the gender (mcfAnniversary, mcfGender).
+    QVariant Anniversary() const;
+    QVariant Gender() const;
     // The bytes of the attachment "ContactPicture.jpg", empty when none.
     QByteArray ContactPicture() const;
 

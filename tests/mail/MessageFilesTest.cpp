@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTimeZone>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -442,6 +443,33 @@ TEST(MessageFiles, ContactsOpenAsContacts)
     EXPECT_TRUE(std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/contact-unicode.msg"))));
     EXPECT_TRUE(std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/Swetlana Novikova.msg"))));
     EXPECT_FALSE(std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/sent.msg"))));
+}
+
+// The gender and wedding anniversary of a contact ([MS-OXPROPS] PidTagGender,
+// PidTagWeddingAnniversary): 1 is female, 2 male, 0 and others unknown.
+TEST(MessageFiles, ContactGenderAndAnniversary)
+{
+    QTemporaryDir dir;
+    const uint64_t noonJune15 =
+        uint64_t(QDateTime(QDate(2010, 6, 15), QTime(12, 0), QTimeZone::utc()).toSecsSinceEpoch() + 11644473600LL) * 10000000ULL;
+    const std::pair<uint64_t, QString> genders[] = {
+        {1, QStringLiteral("F")}, {2, QStringLiteral("M")}, {0, QString()}, {9, QString()}};
+    for (const auto& [gender, letter] : genders) {
+        tessaly::test::TMsgContent content;
+        content.strings = {{0x001A, QStringLiteral("IPM.Contact")}, {0x3001, QStringLiteral("Ann Lee")}};
+        content.fixed = {{0x3A4D0002, gender}, {0x3A410040, noonJune15}};
+        const QString path = WriteFile(dir, QStringLiteral("c%1.msg").arg(gender), BuildMsg(content));
+        const auto contact = std::dynamic_pointer_cast<IMailContact>(TFileMailMsgRequest(path).Message());
+        ASSERT_TRUE(contact);
+        EXPECT_EQ(contact->GetField(mcfGender).toString(), letter) << gender;
+        EXPECT_EQ(contact->GetField(mcfGender).isValid(), !letter.isEmpty()) << gender;
+        EXPECT_EQ(contact->GetField(mcfAnniversary).toDateTime().date(), QDate(2010, 6, 15));
+    }
+    // Without them, nothing.
+    const auto plain = std::dynamic_pointer_cast<IMailContact>(Open(QStringLiteral("msg/contact-plain.msg")));
+    ASSERT_TRUE(plain);
+    EXPECT_FALSE(plain->GetField(mcfGender).isValid());
+    EXPECT_FALSE(plain->GetField(mcfAnniversary).isValid());
 }
 
 TEST(MessageFiles, FormatDecision)

@@ -1,9 +1,9 @@
 #pragma once
 
 // Writes small .msg files ([MS-OXMSG]) for tests that need what no sample
-// holds. Only what the tests use: string and binary properties of the
-// message and of by-value attachments, and named strings and times of the
-// message with the name-to-id map that gives them their ids.
+// holds. Only what the tests use: string, binary and fixed-size properties
+// of the message and of by-value attachments, and named strings and times of
+// the message with the name-to-id map that gives them their ids.
 
 #include <QByteArray>
 #include <QString>
@@ -37,6 +37,7 @@ struct TMsgContent {
     std::map<uint16_t, QString> strings; // property id -> Unicode string
     std::vector<TMsgAttachSpec> attachments;
     std::vector<TMsgNamedSpec> named = {}; // ids 0x8000, 0x8001... in this order
+    std::map<uint32_t, uint64_t> fixed = {}; // property tag (id and type) -> 8-byte value
 };
 
 namespace detail {
@@ -136,6 +137,8 @@ inline QByteArray BuildMsg(const TMsgContent& content)
         entries.emplace_back(uint32_t(id) << 16 | 0x001F, uint32_t(value.size()));
     }
     QByteArray fixed;
+    for (const auto& [tag, value] : content.fixed)
+        fixed += detail::FixedEntry(tag, value);
     for (size_t i = 0; i < content.named.size(); ++i) {
         const auto& named = content.named[i];
         const uint16_t id = uint16_t(0x8000 + i);
