@@ -4,6 +4,7 @@
 
 #include <QDateTime>
 #include <QStringList>
+#include <QUrl>
 
 namespace tessaly::mail {
 
@@ -14,6 +15,14 @@ struct TProperty {
     QStringList types;        // TYPE values, upper case
     QString value;            // decoded, escapes not yet undone
 };
+
+QByteArray Unquoted(QByteArray value)
+{
+    value = value.trimmed();
+    if (value.size() >= 2 && value.startsWith('"') && value.endsWith('"'))
+        value = value.mid(1, value.size() - 2);
+    return value;
+}
 
 QByteArray DecodeQuotedPrintable(const QByteArray& text)
 {
@@ -63,13 +72,37 @@ QList<QByteArray> CardLines(const QByteArray& data)
     return lines;
 }
 
+// The name and parameters end at the first ":" outside double quotes (a
+// quoted parameter value, as vCard 4.0 writes them, may hold ";" and ":");
+// a line whose quotes never close is split at its first ":".
+QList<QByteArray> LineHead(const QByteArray& line, qsizetype& colon)
+{
+    QList<QByteArray> head(1);
+    bool quoted = false;
+    for (qsizetype i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (c == '"') {
+            quoted = !quoted;
+        } else if (!quoted && c == ';') {
+            head.append(QByteArray());
+            continue;
+        } else if (!quoted && c == ':') {
+            colon = i;
+            return head;
+        }
+        head.last() += c;
+    }
+    colon = line.indexOf(':');
+    return colon < 0 ? QList<QByteArray>() : line.left(colon).split(';');
+}
+
 TProperty ParseLine(const QByteArray& line)
 {
     TProperty property;
-    const qsizetype colon = line.indexOf(':');
+    qsizetype colon = -1;
+    const QList<QByteArray> head = LineHead(line, colon);
     if (colon < 0)
         return property;
-    const QList<QByteArray> head = line.left(colon).split(';');
     QByteArray name = head.first().trimmed().toUpper();
     if (const qsizetype dot = name.lastIndexOf('.'); dot >= 0)
         name = name.mid(dot + 1); // item1.EMAIL
@@ -79,8 +112,8 @@ TProperty ParseLine(const QByteArray& line)
     for (qsizetype i = 1; i < head.size(); ++i) {
         const QByteArray parameter = head[i].trimmed();
         const qsizetype eq = parameter.indexOf('=');
-        const QByteArray key = (eq < 0 ? QByteArray("TYPE") : parameter.left(eq)).toUpper();
-        const QByteArray value = eq < 0 ? parameter : parameter.mid(eq + 1);
+        const QByteArray key = (eq < 0 ? QByteArray("TYPE") : parameter.left(eq)).trimmed().toUpper();
+        const QByteArray value = Unquoted(eq < 0 ? parameter : parameter.mid(eq + 1));
         if (key == "TYPE") {
             for (const QByteArray& type : value.split(','))
                 property.types << QString::fromLatin1(type).remove(QLatin1Char('"')).trimmed().toUpper();
@@ -144,6 +177,49 @@ QString JoinNonEmpty(const QStringList& parts, const QString& separator)
     return kept.join(separator);
 }
 
+// A tel: URI (RFC 3966) as the number it names, an extension after " x";
+// any other text as it stands.
+QString PhoneNumber(const QString& value)
+{
+    if (!value.startsWith(QLatin1String("tel:"), Qt::CaseInsensitive))
+        return value;
+    QStringList parts = value.mid(4).split(QLatin1Char(';'));
+    QString number = QUrl::fromPercentEncoding(parts.takeFirst().toUtf8());
+    for (const QString& parameter : parts)
+        if (parameter.startsWith(QLatin1String("ext="), Qt::CaseInsensitive))
+            number += QStringLiteral(" x") + QUrl::fromPercentEncoding(parameter.mid(4).toUtf8());
+    return number;
+}
+
+// BDAY and ANNIVERSARY: 1980-04-05 or 19800405, either with a time after
+// it; a date without its year ("--0405") or free text is no date.
+QDateTime CardDate(const QString& text)
+{
+    QDate date = QDate::fromString(text.left(10), Qt::ISODate);
+    if (!date.isValid())
+        date = QDate::fromString(text.left(8), QStringLiteral("yyyyMMdd"));
+    return date.isValid() ? QDateTime(date, QTime(0, 0)) : QDateTime();
+}
+
+// PHOTO: a data: URI (base64 or percent-encoded), or base64 (ENCODING=b in
+// 3.0, BASE64 in 2.1); nothing for a link to a picture elsewhere.
+QByteArray CardPicture(const TProperty& p)
+{
+    const QString value = Unescape(p.value); // some writers escape the URI's ";" and ","
+    if (value.startsWith(QLatin1String("data:"), Qt::CaseInsensitive)) {
+        const qsizetype comma = value.indexOf(QLatin1Char(','));
+        if (comma < 0)
+            return {};
+        const QByteArray payload = value.mid(comma + 1).toUtf8();
+        return value.left(comma).endsWith(QLatin1String(";base64"), Qt::CaseInsensitive)
+            ? QByteArray::fromBase64(payload)
+            : QByteArray::fromPercentEncoding(payload);
+    }
+    if (p.types.contains(QLatin1String("BASE64")) || p.types.contains(QLatin1String("B")))
+        return QByteArray::fromBase64(value.toLatin1());
+    return {};
+}
+
 } // namespace
 
 TVCardContact::TVCardContact(const QByteArray& data)
@@ -174,7 +250,7 @@ TVCardContact::TVCardContact(const QByteArray& data)
             if (emails < 3)
                 set(cfEmail1 + emails++, Unescape(p.value));
         } else if (p.name == QLatin1String("TEL")) {
-            const QString number = Unescape(p.value);
+            const QString number = PhoneNumber(Unescape(p.value));
             if (has("FAX"))
                 set(cfBusinessFax, number);
             else if (has("CELL"))
@@ -200,20 +276,17 @@ TVCardContact::TVCardContact(const QByteArray& data)
         } else if (p.name == QLatin1String("IMPP") || p.name == QLatin1String("X-MS-IMADDRESS")) {
             set(cfInstantMessaging, Unescape(p.value));
         } else if (p.name == QLatin1String("BDAY")) {
-            const QString text = Unescape(p.value);
-            QDate date = QDate::fromString(text.left(10), Qt::ISODate);
-            if (!date.isValid())
-                date = QDate::fromString(text.left(8), QStringLiteral("yyyyMMdd"));
-            if (date.isValid() && !m_fields[cfBirthday].isValid())
-                m_fields[cfBirthday] = QDateTime(date, QTime(0, 0));
+            if (const QDateTime date = CardDate(Unescape(p.value)); date.isValid() && !m_fields[cfBirthday].isValid())
+                m_fields[cfBirthday] = date;
+        } else if (p.name == QLatin1String("ANNIVERSARY")) {
+            if (const QDateTime date = CardDate(Unescape(p.value)); date.isValid() && !m_anniversary.isValid())
+                m_anniversary = date;
+        } else if (p.name == QLatin1String("GENDER")) {
+            const QString sex = Components(p.value).value(0).toUpper(); // sex;identity
+            if (sex.size() == 1 && QStringLiteral("MFONU").contains(sex) && !m_gender.isValid())
+                m_gender = sex;
         } else if (p.name == QLatin1String("PHOTO") && !m_fields[cfPicture].isValid()) {
-            QString value = p.value.trimmed();
-            if (value.startsWith(QLatin1String("data:"), Qt::CaseInsensitive))
-                value = value.mid(value.indexOf(QLatin1Char(',')) + 1);
-            else if (!has("BASE64") && !has("B"))
-                continue; // a link, not the picture
-            const QByteArray picture = QByteArray::fromBase64(value.toLatin1());
-            if (!picture.isEmpty())
+            if (const QByteArray picture = CardPicture(p); !picture.isEmpty())
                 m_fields[cfPicture] = picture;
         }
     }
@@ -225,6 +298,10 @@ TVCardContact::TVCardContact(const QByteArray& data)
 
 QVariant TVCardContact::GetField(int field) const
 {
+    if (field == mcfAnniversary)
+        return m_anniversary;
+    if (field == mcfGender)
+        return m_gender;
     return ContactMessageField(field, [this](int stored) { return Value(stored); });
 }
 

@@ -30,6 +30,7 @@ public:
 
 private:
     std::array<QVariant, cfCount> m_fields;
+    QVariant m_anniversary, m_gender; // mcfAnniversary, mcfGender
 };
 
 // Content lines as vCards and iCalendar write them: a text value with

@@ -4,10 +4,13 @@
 #include "core/HtmlText.h"
 #include "mail/HtmlTokenizer.h"
 #include "mail/MimeWriter.h"
+#include "mail/XhtmlWriter.h"
 #include "mail/ICalendar.h"
 #include "mail/MsgWriter.h"
 #include "mail/VCard.h"
+#include "mail/MailMsgHTML.h"
 #include "platform/StagedFile.h"
+#include "tasks/MailTemplate.h"
 #include "tasks/MailEMLTask.h"
 #include "tasks/MailPSTTask.h"
 
@@ -15,7 +18,9 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
+#include <QHash>
 #include <QLocale>
+#include <QSet>
 #include <QTimeZone>
 #include <cstring>
 
@@ -110,7 +115,128 @@ QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml)
 
 QByteArray TMailHTMLTask::Bytes(const mail::IMailMessage& message)
 {
-    return StandaloneHtmlPage(message, Properties().RemotePictures).toUtf8();
+    return PageBytes(StandaloneHtmlPage(message, Properties().RemotePictures));
+}
+
+QByteArray TMailHTMLTask::PageBytes(const QString& page) const
+{
+    return page.toUtf8();
+}
+
+QByteArray TMailXHTMLTask::PageBytes(const QString& page) const
+{
+    return mail::HtmlToXhtml(page).toUtf8();
+}
+
+namespace {
+
+// Where a page's attachments and pictures are, as the page refers to them:
+// saved attachments by their file names beside the page, and, with a
+// pictures folder, every other picture by a name in that folder (given as
+// the page asks, kept to be written with it).
+class TPageFiles : public mail::TMessageHTMLTask {
+public:
+    TPageFiles(const mail::IMailMessage& message, const QStringList& attachTargets, const QString& pageFolder,
+        const QString& picturesFolder)
+        : TMessageHTMLTask(message), m_pageFolder(pageFolder), m_picturesFolder(picturesFolder)
+    {
+        const auto all = AttachLists().front();
+        for (size_t i = 0; i < all.size() && qsizetype(i) < attachTargets.size(); ++i)
+            m_saved.insert(all[i].get(), attachTargets[qsizetype(i)]);
+        for (const auto& list : {Images(), InlineImages()})
+            for (const auto& attach : list)
+                m_pictures.insert(attach.get());
+    }
+
+    QString GetAttachURL(const std::shared_ptr<mail::IMailAttach>& attach, int) const override
+    {
+        if (!attach)
+            return {};
+        if (const auto saved = m_saved.constFind(attach.get()); saved != m_saved.constEnd())
+            return QDir(m_pageFolder).relativeFilePath(*saved);
+        if (m_picturesFolder.isEmpty() || !m_pictures.contains(attach.get()))
+            return {};
+        if (const auto given = m_given.constFind(attach.get()); given != m_given.constEnd())
+            return *given;
+        // A name of its own in the folder, whatever the case of the others.
+        const QString name = SafeAttachName(attach->FileName(), QStringLiteral("picture"));
+        const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
+        QString unique = name;
+        for (int k = 2; m_names.contains(unique.toLower()); ++k)
+            unique = (dot > 0 ? name.left(dot) : name) + QLatin1Char('~') + QString::number(k) + (dot > 0 ? name.mid(dot) : QString());
+        m_names.insert(unique.toLower());
+        const QString url = m_picturesFolder + QLatin1Char('/') + unique;
+        m_given.insert(attach.get(), url);
+        Written.push_back({attach, QDir(m_pageFolder).filePath(url)});
+        return url;
+    }
+
+    // The pictures the page refers to in its folder, and their files.
+    mutable std::vector<std::pair<std::shared_ptr<mail::IMailAttach>, QString>> Written;
+
+private:
+    QString m_pageFolder, m_picturesFolder;
+    QHash<const mail::IMailAttach*, QString> m_saved;
+    QSet<const mail::IMailAttach*> m_pictures;
+    mutable QHash<const mail::IMailAttach*, QString> m_given;
+    mutable QSet<QString> m_names;
+};
+
+} // namespace
+
+class TMailHTMLTask::TContext : public TMailBytesTask::TContext {
+public:
+    std::vector<std::pair<QString, QByteArray>> Pictures; // file, contents
+};
+
+std::unique_ptr<TMailContext> TMailHTMLTask::CreateContext()
+{
+    return std::make_unique<TContext>();
+}
+
+int TMailHTMLTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
+{
+    auto& own = static_cast<TContext&>(context);
+    const QFileInfo page(path);
+    const QString picturesFolder = Properties().PicturesBeside ? page.completeBaseName() + QStringLiteral("_files") : QString();
+    const TPageFiles files(message, context.AttachTargets, page.path(), picturesFolder);
+    TPageOptions options;
+    options.RemotePictures = Properties().RemotePictures;
+    options.EmbedPictures = !Properties().PicturesBeside;
+    options.LinkAttachments = !context.AttachTargets.isEmpty();
+    options.Task = &files;
+    own.Bytes = PageBytes(StandaloneHtmlPage(message, options));
+    for (const auto& [attach, file] : files.Written) {
+        const auto content = attach->Content();
+        own.Pictures.emplace_back(file, content ? content->readAll() : QByteArray());
+    }
+    own.Converted = true;
+    return trOK;
+}
+
+int TMailHTMLTask::Commit(TMailContext& context, QString& path)
+{
+    auto& own = static_cast<TContext&>(context);
+    int result = TMailBytesTask::Commit(context, path);
+    if (result != trOK)
+        return result;
+    // The pictures in their folder, replacing what an earlier run left there
+    // (this runs on a worker: the folder is made here, the error goes to the
+    // entry).
+    for (const auto& [file, data] : own.Pictures) {
+        QDir().mkpath(QFileInfo(file).path());
+        platform::TStagedFile picture(file);
+        QString target = file;
+        if (!picture.IsOpen() || picture.Device().write(data) != data.size()
+            || picture.Commit(target, {}, true) != platform::lrLinked) {
+            if (context.Entry && context.Entry->Error.isEmpty())
+                context.Entry->Error = QCoreApplication::translate("TMailHTMLTask", "Can not save the picture %1: %2")
+                                           .arg(QDir::toNativeSeparators(file), picture.ErrorString());
+            result = trError;
+        }
+    }
+    own.Pictures.clear();
+    return result;
 }
 
 int TMailVCardTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
@@ -410,6 +536,8 @@ std::unique_ptr<TMailTask> CreateMailTask(TMailProperties& properties)
         return std::make_unique<TMailTXTTask>(properties);
     case mctHTML:
         return std::make_unique<TMailHTMLTask>(properties);
+    case mctXHTML:
+        return std::make_unique<TMailXHTMLTask>(properties);
     case mctVCard:
         return std::make_unique<TMailVCardTask>(properties);
     case mctICal:

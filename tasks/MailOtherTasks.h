@@ -56,15 +56,32 @@ protected:
 };
 
 // A web page per message: the header block and the body as the preview
-// shows them, the message's pictures inside the page as data URLs, scripts
-// and every reference to another host taken out (pictures kept when the
-// options ask for them).
+// shows them, the message's pictures inside the page as data URLs or, when
+// the options ask, saved in a folder beside it ("NAME_files"); saved
+// attachments linked; scripts and every reference to another host taken out
+// (pictures kept when the options ask for them).
 class TMailHTMLTask : public TMailBytesTask {
 public:
     using TMailBytesTask::TMailBytesTask;
 
+    class TContext;
+    std::unique_ptr<TMailContext> CreateContext() override;
+    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
+    int Commit(TMailContext& context, QString& path) override;
+
 protected:
     QByteArray Bytes(const mail::IMailMessage& message) override;
+    // The file's bytes for the page.
+    virtual QByteArray PageBytes(const QString& page) const;
+};
+
+// The same page as XHTML: well-formed XML that browsers read as HTML too.
+class TMailXHTMLTask : public TMailHTMLTask {
+public:
+    using TMailHTMLTask::TMailHTMLTask;
+
+protected:
+    QByteArray PageBytes(const QString& page) const override;
 };
 
 // A vCard 3.0 per contact; items that are no contacts are left out (and

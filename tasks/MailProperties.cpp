@@ -610,12 +610,20 @@ void TMailProperties::ApplyCommandLine(const core::TCommandLine& commandLine)
 
 QString StandaloneHtmlPage(const mail::IMailMessage& message, bool remotePictures)
 {
+    TPageOptions options;
+    options.RemotePictures = remotePictures;
+    return StandaloneHtmlPage(message, options);
+}
+
+QString StandaloneHtmlPage(const mail::IMailMessage& message, const TPageOptions& page)
+{
     TMailProperties options;
-    options.SetCmdHTMLEmbedImages(true);
-    const mail::TMessageHTMLTask task(message);
-    const QString html = mail::TMailMsgHTML::Render(message, options.HTMLOptions(), task);
+    options.SetCmdHTMLEmbedImages(page.EmbedPictures);
+    options.Attach.Set(aotSave, page.LinkAttachments);
+    const mail::TMessageHTMLTask ownTask(message);
+    const QString html = mail::TMailMsgHTML::Render(message, options.HTMLOptions(), page.Task ? *page.Task : ownTask);
     mail::THtmlSanitizeOptions safe;
-    safe.RemotePictures = remotePictures;
+    safe.RemotePictures = page.RemotePictures;
     return mail::THtmlSanitizer::Sanitize(QStringLiteral("<html>\r\n") + html + QStringLiteral("\r\n</html>\r\n"), safe);
 }
 

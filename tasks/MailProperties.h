@@ -293,4 +293,17 @@ private:
 // since nothing is written beside it), made safe to open.
 QString StandaloneHtmlPage(const mail::IMailMessage& message, bool remotePictures = false);
 
+// A page made for a file of its own by the HTML writers.
+struct TPageOptions {
+    bool RemotePictures = false;
+    // The message's pictures inside the page as data URLs; off, each picture
+    // is where the task says it is.
+    bool EmbedPictures = true;
+    // The attachment list links each attachment the task says was saved.
+    bool LinkAttachments = false;
+    // Where attachments and pictures are; none: nothing is anywhere.
+    const mail::IMailHTMLTask* Task = nullptr;
+};
+QString StandaloneHtmlPage(const mail::IMailMessage& message, const TPageOptions& options);
+
 } // namespace tessaly::tasks

@@ -463,6 +463,8 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
         Reserve(path);
         mailJob->Reserved << path;
         NameAttachments(*mailJob, message);
+        for (const TAttachOutput& output : mailJob->Attachments)
+            mailJob->Context->AttachTargets << output.Target;
     } else if (TMailCombineList* list = TMailContextManager::Instance().CombineList(this)) {
         list->Add(path);
     }

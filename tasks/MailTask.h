@@ -84,6 +84,9 @@ public:
     TTaskEntry* Entry = nullptr; // the entry being converted into it
     bool Replace = false;        // the user chose to replace the file there
     bool Combined = false;       // many messages go into it
+    // The files the message's attachments are saved to beside it, in the
+    // order of its attachments; empty when they are not saved.
+    QStringList AttachTargets;
 };
 
 class TMailJob;

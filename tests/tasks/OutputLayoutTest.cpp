@@ -302,3 +302,55 @@ TEST(CombinedHtmlPage, StylesTravelWithTheirPages)
     EXPECT_EQ(page.count(QStringLiteral("<section class=\"message\">")), 3);
     EXPECT_TRUE(page.contains(QStringLiteral("break-before:page")));
 }
+
+// Pictures beside the page: each picture in "NAME_files", the page pointing
+// at it and carrying no data URL; a picture that is also a saved attachment
+// is shown from that file, and the attachment list links the saved files.
+// The XHTML writer does the same.
+TEST_F(OutputLayoutTest, PicturesBesideThePageAndAttachmentsLinked)
+{
+    for (const TMailConvertType type : {mctHTML, mctXHTML}) {
+        for (const bool save : {false, true}) {
+            SCOPED_TRACE(QStringLiteral("%1 save %2").arg(int(type)).arg(save).toStdString());
+            QTemporaryDir out;
+            TMailProperties properties;
+            properties.SetConvertType(type);
+            properties.Destination = out.path();
+            properties.PicturesBeside = true;
+            properties.Attach.Set(aotSave, save);
+            properties.SetFileNameTemplate(QStringLiteral("[subject]"));
+            auto task = CreateMailTask(properties);
+            AddMessage(*task, TestMail(QStringLiteral("pictures"), QStringLiteral("see"),
+                                  {std::make_shared<test::TTestAttach>(QStringLiteral("a b.png")),
+                                      std::make_shared<test::TTestAttach>(QStringLiteral("A B.png")),
+                                      std::make_shared<test::TTestAttach>(QStringLiteral("notes.txt"))}));
+            task->Run();
+            ASSERT_EQ(task->Failed(), 0) << task->Entries().front().Error.toStdString();
+            QStringList expected = {QStringLiteral("pictures.html")};
+            if (save)
+                expected << QStringLiteral("a b.png") << QStringLiteral("A~1.png") << QStringLiteral("notes.txt");
+            else
+                expected << QStringLiteral("pictures_files/a b.png") << QStringLiteral("pictures_files/A B~2.png");
+            expected.sort();
+            ASSERT_EQ(FilesBelow(out.path()), expected);
+            QFile file(QDir(out.path()).filePath(QStringLiteral("pictures.html")));
+            ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+            const QString page = QString::fromUtf8(file.readAll());
+            EXPECT_FALSE(page.contains(QStringLiteral("data:image")));
+            if (save) {
+                EXPECT_TRUE(page.contains(QStringLiteral("src=\"a%20b.png\"")));
+                EXPECT_TRUE(page.contains(QStringLiteral("src=\"A~1.png\"")));
+                EXPECT_TRUE(page.contains(QStringLiteral("href=\"notes.txt\"")));
+            } else {
+                EXPECT_TRUE(page.contains(QStringLiteral("src=\"pictures_files/a%20b.png\"")));
+                EXPECT_TRUE(page.contains(QStringLiteral("src=\"pictures_files/A%20B~2.png\"")));
+                EXPECT_FALSE(page.contains(QStringLiteral("href=\"notes.txt\"")));
+                QFile picture(QDir(out.path()).filePath(QStringLiteral("pictures_files/A B~2.png")));
+                ASSERT_TRUE(picture.open(QIODevice::ReadOnly));
+                EXPECT_EQ(picture.readAll(), QByteArray("A B.png")); // the test attachment's content is its name
+            }
+            if (type == mctXHTML)
+                EXPECT_TRUE(page.startsWith(QStringLiteral("<?xml")));
+        }
+    }
+}
