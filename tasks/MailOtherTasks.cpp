@@ -467,23 +467,34 @@ std::unique_ptr<TMailContext> TMailMBoxTask::CreateContext()
 
 int TMailMBoxTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
 {
+    // Runs convert their messages apart and add them in order; this adds
+    // one at once.
+    TTaskEntry unnamed;
+    return AppendPart(context, MBoxEntry(message), path, context.Entry ? *context.Entry : unnamed);
+}
+
+QByteArray TMailMBoxTask::ConvertPart(const mail::IMailMessage& message)
+{
+    return MBoxEntry(message);
+}
+
+int TMailMBoxTask::AppendPart(TMailContext& context, const QByteArray& part, const QString& path, TTaskEntry& entry)
+{
     auto& own = static_cast<TContext&>(context);
     if (!own.File) {
-        // The whole run goes into one file, written beside its name.
+        // The whole run (a source folder) goes into one file, written beside
+        // its name.
         own.File = std::make_unique<platform::TStagedFile>(path);
         if (!own.File->IsOpen())
             own.Error = own.File->ErrorString();
     }
     if (!own.Error.isEmpty()) {
-        if (context.Entry)
-            context.Entry->Error = own.Error;
+        entry.Error = own.Error;
         return trError;
     }
-    const QByteArray entry = MBoxEntry(message);
-    if (own.File->Device().write(entry) != entry.size()) {
+    if (own.File->Device().write(part) != part.size()) {
         own.Error = QStringLiteral("Can not write %1: %2").arg(path, own.File->Device().errorString());
-        if (context.Entry)
-            context.Entry->Error = own.Error;
+        entry.Error = own.Error;
         return trError;
     }
     ++own.Messages;

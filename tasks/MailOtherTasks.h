@@ -160,6 +160,11 @@ public:
 
 protected:
     QString CombinedOutput(const TTaskEntry& entry, const QString& path) const override;
+    // Each message is made into its entry on a worker, the entries written
+    // in run order.
+    bool ConvertsApart() const override { return true; }
+    QByteArray ConvertPart(const mail::IMailMessage& message) override;
+    int AppendPart(TMailContext& context, const QByteArray& part, const QString& path, TTaskEntry& entry) override;
 };
 
 // A message as one entry of an mbox file: the "From " line, the message

@@ -360,6 +360,8 @@ public:
     QStringList Errors;   // for the log, in entry order
     bool Resumed = false; // completed by the run before: counted, not written
     TMailConvertType Format = mctEML; // the item's format
+    QByteArray Part;      // converted apart, to be added to the combined output
+    bool Apart = false;
 };
 
 int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
@@ -512,6 +514,11 @@ int TMailTask::Execute(TMailJob& job)
     const bool ownKind = job.Format == m_properties.ConvertType();
     QByteArray itemBytes; // an item written in the format of its kind
     int result = trOK;
+    if (ownKind && !job.Own && ConvertsApart()) {
+        job.Part = ConvertPart(message);
+        job.Apart = true;
+        return trOK;
+    }
     if (ownKind) {
         result = ConvertMail(*job.Context, message, job.Path);
     } else if (job.Format == mctVCard) {
@@ -577,6 +584,10 @@ int TMailTask::FinishEntry(TTaskEntry& entry, TTaskJob* job, int result)
     auto* mailJob = static_cast<TMailJob*>(job);
     if (!mailJob)
         return result;
+    if (result == trOK && mailJob->Apart) {
+        result = AppendPart(*mailJob->Context, mailJob->Part, mailJob->Path, entry);
+        mailJob->Part.clear();
+    }
     for (const QString& path : mailJob->Reserved)
         Release(path);
     if (!mailJob->Own)

@@ -145,8 +145,17 @@ protected:
     virtual int Commit(TMailContext& context, QString& path) = 0;
     int PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job) override;
     int FinishEntry(TTaskEntry& entry, TTaskJob* job, int result) override;
-    // Messages convert at once into outputs of their own, not into one.
-    bool RunsInParallel() const override { return !m_properties.CombineFiles && m_combined.empty(); }
+    // Messages convert at once into outputs of their own, not into one,
+    // unless the writer converts each apart before adding it.
+    bool RunsInParallel() const override { return (!m_properties.CombineFiles && m_combined.empty()) || ConvertsApart(); }
+    // A writer that combines messages in run order may convert each one
+    // apart (on a worker) into a part that is then added to the combined
+    // output, in order, on the run's thread.
+    virtual bool ConvertsApart() const { return false; }
+    virtual QByteArray ConvertPart(const mail::IMailMessage&) { return {}; }
+    // Adds a part to the combined output at path; 0 on success, else the
+    // reason in entry.
+    virtual int AppendPart(TMailContext&, const QByteArray&, const QString&, TTaskEntry&) { return trError; }
     void StartRun() override;
     void FinishRun() override;
     // The folder outputs go below: the destination, or the folder of the
