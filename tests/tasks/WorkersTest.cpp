@@ -7,6 +7,7 @@
 #include "mail/MailTestObjects.h"
 #include "pst/PSTFile.h"
 #include "tasks/MailEMLTask.h"
+#include "tasks/MailOtherTasks.h"
 #include "tasks/MailExportSource.h"
 
 #include <QDir>
@@ -22,10 +23,12 @@ using namespace tessaly::test;
 namespace {
 
 // Every file below dir by its relative path, with its bytes; boundaries
-// are replaced by their order of appearance in the file.
+// are replaced by their order of appearance in the file, the time an
+// iCalendar file was made (DTSTAMP) by a mark.
 std::map<QString, QByteArray> Tree(const QString& dir)
 {
     static const QRegularExpression Boundary(QStringLiteral("boundary=\"([^\"]+)\""));
+    static const QRegularExpression Stamp(QStringLiteral("\r\nDTSTAMP:[0-9TZ]+\r\n"));
     std::map<QString, QByteArray> files;
     for (QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories); it.hasNext();) {
         it.next();
@@ -36,6 +39,8 @@ std::map<QString, QByteArray> Tree(const QString& dir)
         int n = 0;
         for (auto match = Boundary.globalMatch(text); match.hasNext();)
             bytes.replace(match.next().captured(1).toLatin1(), "boundary-" + QByteArray::number(++n));
+        if (it.fileName().endsWith(QLatin1String(".ics")))
+            bytes = QString::fromUtf8(bytes).replace(Stamp, QStringLiteral("\r\nDTSTAMP:made\r\n")).toUtf8();
         files[QDir(dir).relativeFilePath(it.filePath())] = bytes;
     }
     return files;
@@ -64,7 +69,8 @@ protected:
         properties.CheckFileMode = cfmRename;
         if (options)
             options(properties);
-        TMailEMLTask task(properties);
+        auto writer = CreateMailTask(properties);
+        TMailTask& task = *writer;
         task.SetWorkers(workers);
         add(task);
         task.Run();
@@ -129,6 +135,26 @@ TEST_F(WorkersTest, EverySampleDataFileComesOutTheSame)
         const TOutcome many = Export(4, add);
         ExpectSame(one, many);
     }
+}
+
+// mbox files, one per source folder: each message converted on a worker,
+// the file in run order all the same.
+TEST_F(WorkersTest, MBoxFilesComeOutTheSame)
+{
+    const auto add = [&](TMailTask& task) {
+        auto file = std::make_shared<pst::TPSTFile>(TestData(QStringLiteral("pst/enron.pst")));
+        ASSERT_NE(file->RootFolder(), nullptr);
+        AddFolderEntries(task, file, file->RootFolder(), {}, true);
+    };
+    const auto mbox = [](TMailProperties& properties) {
+        properties.SetConvertType(mctMBox);
+        properties.Destination += QStringLiteral("/EMails.mbox");
+    };
+    const TOutcome one = Export(1, add, mbox);
+    const TOutcome many = Export(4, add, mbox);
+    EXPECT_GT(one.files.size(), size_t(2));
+    EXPECT_EQ(one.written, 71);
+    ExpectSame(one, many);
 }
 
 TEST_F(WorkersTest, MessageFilesComeOutTheSame)
