@@ -3,6 +3,7 @@
 #include "core/Charset.h"
 
 #include <QDateTime>
+#include <QRegularExpression>
 #include <QStringList>
 #include <QUrl>
 
@@ -314,8 +315,8 @@ QString ContentLineText(QString value)
             out += QLatin1Char('\\');
         if (c == QLatin1Char('\n'))
             out += QStringLiteral("\\n");
-        else
-            out += c;
+        else if ((c.unicode() >= 0x20 && c.unicode() != 0x7F) || c == QLatin1Char('\t'))
+            out += c; // other controls have no place in a content line
     }
     return out;
 }
@@ -336,54 +337,137 @@ QByteArray FoldedContentLine(const QString& line)
     return out + utf8.mid(start) + "\r\n";
 }
 
-QByteArray ContactToVCard(const IMailContact& contact)
+namespace {
+
+// A number as a tel: URI (RFC 3966) when it is a global one: "+", then ASCII
+// digits with blanks, "-", ".", "(" or ")" among them; a blank between two
+// digits becomes "-", other blanks go. Empty for any other number: a local
+// number would need a phone-context the contact does not hold.
+QString TelUri(const QString& number)
 {
+    if (!number.startsWith(QLatin1Char('+')))
+        return {};
+    QString uri = QStringLiteral("tel:+");
+    bool digits = false, blank = false;
+    for (qsizetype i = 1; i < number.size(); ++i) {
+        const QChar c = number[i];
+        if (c.isSpace()) {
+            blank = true;
+            continue;
+        }
+        const bool digit = c >= QLatin1Char('0') && c <= QLatin1Char('9');
+        if (!digit && !QStringLiteral("-.()").contains(c))
+            return {};
+        if (blank && digit && uri.back().isDigit())
+            uri += QLatin1Char('-');
+        blank = false;
+        uri += c;
+        digits = digits || digit;
+    }
+    return digits ? uri : QString();
+}
+
+// The web page as a URI (URL): "http://" before a page without a scheme
+// ("www.example.com"); what a URI cannot hold (line ends and other controls,
+// blanks, quotes, non-ASCII) percent-encoded as UTF-8, the rest as it is.
+QString WebPageUri(QString page)
+{
+    static const QRegularExpression Scheme(QStringLiteral("^[A-Za-z][A-Za-z0-9+.-]*:"));
+    if (!page.isEmpty() && !Scheme.match(page).hasMatch())
+        page.prepend(QStringLiteral("http://"));
+    return QString::fromLatin1(page.toUtf8().toPercentEncoding("!#$%&'()*+,/:;=?@[]"));
+}
+
+// The picture's image type by its first bytes; empty when not known.
+QLatin1String PictureType(const QByteArray& bytes)
+{
+    if (bytes.startsWith("\xFF\xD8"))
+        return QLatin1String("jpeg");
+    if (bytes.startsWith("\x89PNG"))
+        return QLatin1String("png");
+    if (bytes.startsWith("GIF8"))
+        return QLatin1String("gif");
+    return QLatin1String();
+}
+
+} // namespace
+
+QByteArray ContactToVCard(const IMailContact& contact, int version)
+{
+    const bool v4 = version == 4;
     const auto text = [&](int field) { return contact.GetField(field).toString().trimmed(); };
-    QByteArray card = "BEGIN:VCARD\r\nVERSION:3.0\r\n";
+    QByteArray card = v4 ? "BEGIN:VCARD\r\nVERSION:4.0\r\nKIND:individual\r\n" : "BEGIN:VCARD\r\nVERSION:3.0\r\n";
     const auto add = [&](const QString& name, const QString& value) {
         if (!value.isEmpty())
             card += FoldedContentLine(name + QLatin1Char(':') + value);
     };
+    // TYPE values: upper case in 3.0, lower case in 4.0.
+    const auto typeParameter = [v4](const char* types) {
+        const QString list = QLatin1String(types);
+        return QStringLiteral(";TYPE=") + (v4 ? list.toLower() : list);
+    };
     QString full = text(mcfFullName);
-    const QString surname = text(mcfSurname);
+    const QString surname = text(mcfSurname), prefix = text(mcfTitle);
     if (full.isEmpty())
         full = text(mcfFileAs);
     if (full.isEmpty())
         full = text(mcfSubject);
     // N is surname;given;additional;prefix;suffix: the given names are what
-    // the full name holds besides the surname.
+    // the full name holds besides the prefix and the surname.
     QString given = full;
+    if (!prefix.isEmpty() && given.startsWith(prefix))
+        given = given.mid(prefix.size()).trimmed();
     if (!surname.isEmpty() && given.endsWith(surname))
         given = given.left(given.size() - surname.size()).trimmed();
-    else if (!surname.isEmpty())
+    else
         given.clear();
     card += FoldedContentLine(QStringLiteral("FN:") + ContentLineText(full));
-    card += FoldedContentLine(QStringLiteral("N:%1;%2;;;").arg(ContentLineText(surname), ContentLineText(surname.isEmpty() ? QString() : given)));
+    card += FoldedContentLine(QStringLiteral("N:%1;%2;;%3;")
+                                  .arg(ContentLineText(surname), ContentLineText(given), ContentLineText(prefix)));
     if (const QString company = text(mcfCompany), department = text(mcfDepartment); !company.isEmpty() || !department.isEmpty())
         add(QStringLiteral("ORG"), ContentLineText(company) + (department.isEmpty() ? QString() : QLatin1Char(';') + ContentLineText(department)));
     add(QStringLiteral("TITLE"), ContentLineText(text(mcfJobTitle)));
     for (const QString& email : text(mcfEMails).split(QLatin1Char(','), Qt::SkipEmptyParts))
-        add(QStringLiteral("EMAIL;TYPE=INTERNET"), ContentLineText(email.trimmed()));
-    add(QStringLiteral("TEL;TYPE=WORK,VOICE"), ContentLineText(text(mcfBusinessPhone)));
-    add(QStringLiteral("TEL;TYPE=HOME,VOICE"), ContentLineText(text(mcfHomePhone)));
-    add(QStringLiteral("TEL;TYPE=CELL"), ContentLineText(text(mcfMobilePhone)));
-    add(QStringLiteral("TEL;TYPE=WORK,FAX"), ContentLineText(text(mcfBusinessFax)));
+        add(v4 ? QStringLiteral("EMAIL") : QStringLiteral("EMAIL;TYPE=INTERNET"), ContentLineText(email.trimmed()));
+    static constexpr std::pair<int, const char*> Phones[] = {{mcfBusinessPhone, "WORK,VOICE"},
+        {mcfHomePhone, "HOME,VOICE"}, {mcfMobilePhone, "CELL"}, {mcfBusinessFax, "WORK,FAX"}};
+    for (const auto& [field, types] : Phones) {
+        const QString number = text(field);
+        if (const QString uri = v4 ? TelUri(number) : QString(); !uri.isEmpty())
+            add(QStringLiteral("TEL;VALUE=uri") + typeParameter(types), uri);
+        else
+            add(QStringLiteral("TEL") + typeParameter(types), ContentLineText(number));
+    }
     // Addresses as stored: one text; it goes in the street part.
     if (const QString business = text(mcfBusinessAddress); !business.isEmpty())
-        add(QStringLiteral("ADR;TYPE=WORK"), QStringLiteral(";;%1;;;;").arg(ContentLineText(business)));
+        add(QStringLiteral("ADR") + typeParameter("WORK"), QStringLiteral(";;%1;;;;").arg(ContentLineText(business)));
     if (const QString postal = text(mcfPostalAddress); !postal.isEmpty())
-        add(QStringLiteral("ADR;TYPE=HOME"), QStringLiteral(";;%1;;;;").arg(ContentLineText(postal)));
-    const QDateTime birthday = contact.GetField(mcfBirthday).toDateTime();
-    if (birthday.isValid())
-        add(QStringLiteral("BDAY"), birthday.date().toString(Qt::ISODate));
-    add(QStringLiteral("URL"), text(mcfWebPage));
+        add(QStringLiteral("ADR") + typeParameter("HOME"), QStringLiteral(";;%1;;;;").arg(ContentLineText(postal)));
+    const auto date = [v4](const QVariant& value) {
+        const QDate day = value.toDateTime().date();
+        if (!day.isValid() || day.year() < 1 || day.year() > 9999) // four digits of year
+            return QString();
+        return v4 ? day.toString(QStringLiteral("yyyyMMdd")) : day.toString(Qt::ISODate);
+    };
+    add(QStringLiteral("BDAY"), date(contact.GetField(mcfBirthday)));
+    if (v4) {
+        add(QStringLiteral("ANNIVERSARY"), date(contact.GetField(mcfAnniversary)));
+        if (const QString sex = text(mcfGender).toUpper(); sex.size() == 1 && QStringLiteral("MFONU").contains(sex))
+            add(QStringLiteral("GENDER"), sex);
+    }
+    add(QStringLiteral("URL"), WebPageUri(text(mcfWebPage)));
     add(QStringLiteral("NOTE"), ContentLineText(contact.GetField(mcfNotes).toString()));
     const QVariant picture = contact.GetField(mcfPicture);
     if (picture.typeId() == QMetaType::QByteArray && !picture.toByteArray().isEmpty()) {
         const QByteArray bytes = picture.toByteArray();
-        const char* type = bytes.startsWith("\xFF\xD8") ? "JPEG" : bytes.startsWith("\x89PNG") ? "PNG" : bytes.startsWith("GIF8") ? "GIF" : "";
-        add(QStringLiteral("PHOTO;ENCODING=b") + (*type ? QStringLiteral(";TYPE=") + QLatin1String(type) : QString()),
-            QString::fromLatin1(bytes.toBase64()));
+        const QLatin1String type = PictureType(bytes);
+        if (v4)
+            add(QStringLiteral("PHOTO"), QStringLiteral("data:%1;base64,")
+                    .arg(type.isEmpty() ? QStringLiteral("application/octet-stream") : QStringLiteral("image/") + type)
+                + QString::fromLatin1(bytes.toBase64()));
+        else
+            add(QStringLiteral("PHOTO;ENCODING=b") + (type.isEmpty() ? QString() : QStringLiteral(";TYPE=") + QString(type).toUpper()),
+                QString::fromLatin1(bytes.toBase64()));
     }
     card += "END:VCARD\r\n";
     return card;

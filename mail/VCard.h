@@ -34,14 +34,18 @@ private:
 };
 
 // Content lines as vCards and iCalendar write them: a text value with
-// backslash, comma, semicolon and line ends escaped; a line folded at 75
-// bytes (between characters) and ended by CRLF.
+// backslash, comma, semicolon and line ends escaped and other control
+// characters but the tab left out; a line folded at 75 bytes (between
+// characters) and ended by CRLF.
 QString ContentLineText(QString value);
 QByteArray FoldedContentLine(const QString& line);
 
-// A contact as a vCard 3.0 (RFC 2426): name, organisation, e-mail
-// addresses, phones, addresses, birthday, web page, notes and the picture;
-// values escaped, lines folded at 75 bytes, CRLF line ends.
-QByteArray ContactToVCard(const IMailContact& contact);
+// A contact as a vCard: name, organisation, e-mail addresses, phones,
+// addresses, birthday, web page, notes and the picture; values escaped,
+// lines folded at 75 bytes, CRLF line ends, UTF-8. Version 4 writes vCard
+// 4.0 (RFC 6350: KIND, lower-case types, global numbers as tel: URIs, the
+// picture as a data: URI, basic dates, anniversary and gender); any other
+// version writes vCard 3.0 (RFC 2426).
+QByteArray ContactToVCard(const IMailContact& contact, int version = 3);
 
 } // namespace tessaly::mail
