@@ -248,7 +248,7 @@ int TMailVCardTask::ConvertMail(TMailContext& context, const mail::IMailMessage&
 
 QByteArray TMailVCardTask::Bytes(const mail::IMailMessage& message)
 {
-    return mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message));
+    return mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message), Properties().VCardVersion);
 }
 
 int TMailICalTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)

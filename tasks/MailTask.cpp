@@ -522,7 +522,7 @@ int TMailTask::Execute(TMailJob& job)
     if (ownKind) {
         result = ConvertMail(*job.Context, message, job.Path);
     } else if (job.Format == mctVCard) {
-        itemBytes = mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message));
+        itemBytes = mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message), m_properties.VCardVersion);
     } else {
         itemBytes = mail::MeetingToICalendar(message, dynamic_cast<const mail::IMailMeeting&>(message));
     }

@@ -112,6 +112,7 @@ TEST_F(OutputLayoutTest, ContactsAndCalendarGoToTheirFormats)
         properties.SetConvertType(mctEML);
         properties.Destination = out.path();
         properties.OneFormat = oneFormat;
+        properties.VCardVersion = 4;
         auto task = CreateMailTask(properties);
         auto file = std::make_shared<pst::TPSTFile>(TestData(QStringLiteral("pst/pstextractortest@outlook.com.ost")));
         ASSERT_NE(file->RootFolder(), nullptr);
@@ -143,6 +144,9 @@ TEST_F(OutputLayoutTest, ContactsAndCalendarGoToTheirFormats)
         for (const QString& vcard : vcards) {
             const auto read = mail::TFileMailMsgRequest(QDir(out.path()).filePath(vcard)).Message();
             EXPECT_NE(dynamic_cast<const mail::IMailContact*>(read.get()), nullptr) << vcard.toStdString();
+            QFile card(QDir(out.path()).filePath(vcard));
+            ASSERT_TRUE(card.open(QIODevice::ReadOnly));
+            EXPECT_TRUE(card.readAll().startsWith("BEGIN:VCARD\r\nVERSION:4.0\r\n")) << vcard.toStdString(); // the version asked for
         }
         for (const QString& calendar : calendars) {
             QFile ics(QDir(out.path()).filePath(calendar));
