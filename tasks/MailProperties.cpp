@@ -8,6 +8,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <optional>
 
 namespace tessaly::tasks {
 
@@ -620,8 +621,10 @@ QString StandaloneHtmlPage(const mail::IMailMessage& message, const TPageOptions
     TMailProperties options;
     options.SetCmdHTMLEmbedImages(page.EmbedPictures);
     options.Attach.Set(aotSave, page.LinkAttachments);
-    const mail::TMessageHTMLTask ownTask(message);
-    const QString html = mail::TMailMsgHTML::Render(message, options.HTMLOptions(), page.Task ? *page.Task : ownTask);
+    std::optional<mail::TMessageHTMLTask> ownTask;
+    if (!page.Task)
+        ownTask.emplace(message);
+    const QString html = mail::TMailMsgHTML::Render(message, options.HTMLOptions(), page.Task ? *page.Task : *ownTask);
     mail::THtmlSanitizeOptions safe;
     safe.RemotePictures = page.RemotePictures;
     return mail::THtmlSanitizer::Sanitize(QStringLiteral("<html>\r\n") + html + QStringLiteral("\r\n</html>\r\n"), safe);
