@@ -4,17 +4,12 @@
 <context>
     <name>CommandLineExport</name>
     <message>
-        <location filename="../tasks/CommandLineExport.cpp" line="+40"/>
+        <location filename="../tasks/CommandLineExport.cpp" line="+81"/>
         <source>Folder the export writes to</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+2"/>
-        <source>Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), html (a web page per message), pdf (a PDF per message), txt (a text file per message), mbox (one mbox file), vcf (a vCard per contact), ics (an iCalendar file per meeting or appointment) or pst (one data file)</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+4"/>
+        <location line="+8"/>
         <source>Messages to export, as &quot;sender=..,rcpt=..,subject=..,body=..,attach=include&quot;</source>
         <translation type="unfinished"></translation>
     </message>
@@ -29,7 +24,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+2"/>
+        <location line="+5"/>
         <source>Write a JSON report of the run to FILE</source>
         <translation type="unfinished"></translation>
     </message>
@@ -49,67 +44,122 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+2"/>
+        <location line="+12"/>
         <source>HTML output keeps pictures from other hosts (opening the page then asks those hosts for them)</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+33"/>
-        <source>unknown format &quot;%1&quot;: eml, msg, html, pdf, txt, mbox, vcf, ics and pst are the formats offered</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+165"/>
+        <location line="+257"/>
         <source>Can not write the report %1: %2</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-155"/>
+        <location line="-213"/>
         <source>-jobs takes a number from 1 to 256, not &quot;%1&quot;</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+4"/>
-        <source>no destination: give -dest FOLDER</source>
+        <location line="-116"/>
+        <source>Can not read the list %1: %2</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+23"/>
-        <source>unknown paper &quot;%1&quot;: a4, a3, a5, letter and legal are the sizes offered</source>
+        <location line="+11"/>
+        <source>The list %1 names no data file</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+31"/>
-        <source>-resume goes with formats that write a file per message, not with %1</source>
+        <location line="+27"/>
+        <source>Output format: eml (a file per message, the default), msg (an Outlook .msg file per message), html (a web page per message), xhtml (an XHTML page per message), pdf (a PDF per message), txt (a text file per message), mbox (one mbox file, or one per folder with -KeepFolders), vcf (a vCard per contact), ics (an iCalendar file per meeting or appointment) or pst (one data file). In a mail format, contacts are written as vCards and calendar items as iCalendar files</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+15"/>
-        <source>%1 does not exist</source>
+        <location line="+13"/>
+        <source>A text file naming data files, one per line, exported in this run as if each were given with -pst</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
         <location line="+10"/>
+        <source>PDF output: one PDF for the whole run, each message from a new page</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>HTML output saves the pictures in a folder beside each page instead of inside it</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>vCard version of contacts: 3 (the default) or 4</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Write contacts and calendar items in the chosen format too, not as vCard and iCalendar files</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+37"/>
+        <source>unknown format &quot;%1&quot;: eml, msg, html, xhtml, pdf, txt, mbox, vcf, ics and pst are the formats offered</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+14"/>
+        <source>no destination: give -dest FOLDER</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+14"/>
+        <source>-Combine goes with -format pdf</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>-vCard takes 3 or 4, not &quot;%1&quot;</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+14"/>
+        <source>unknown paper &quot;%1&quot;: a4, a3, a5, letter and legal are the sizes offered</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+20"/>
+        <source>this program has no writer of the format &quot;%1&quot;</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+15"/>
+        <source>-resume goes with formats that write a file per message, not with %1</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+19"/>
+        <source>%1 does not exist</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+21"/>
         <source>Outlook is running. Please, close Outlook</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="+4"/>
         <source>Can not find default outlook data file</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="+15"/>
         <source>Can not load outlook data file - </source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+7"/>
+        <location line="+8"/>
         <source>no folder &quot;%1&quot; in %2</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+18"/>
+        <location line="+32"/>
         <source>%1 messages were complete from the run before</source>
         <translation type="unfinished"></translation>
     </message>
@@ -119,7 +169,7 @@
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location filename="../tasks/MailOtherTasks.cpp" line="+170"/>
+        <location filename="../tasks/MailOtherTasks.cpp" line="+289"/>
         <source>PDF files are printed by the window program, which is missing</source>
         <translation type="unfinished"></translation>
     </message>
@@ -331,7 +381,7 @@ each .msg, .eml, .emlx, .mim or .vcf file.
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+76"/>
+        <location line="+83"/>
         <source>Usage: tessaly [FILE...] [-key value] [-switch]
 Keys may also be written --key, --key=value or -switch=false.
 
@@ -434,53 +484,218 @@ The details could not be written to %1.</source>
 <context>
     <name>TExportDialog</name>
     <message>
-        <location filename="../app/ExportDialog.cpp" line="+32"/>
-        <location line="+144"/>
+        <location filename="../app/ExportDialog.cpp" line="+111"/>
+        <location line="+329"/>
         <source>Export messages</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-140"/>
+        <location line="-253"/>
         <source>Destination</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+9"/>
+        <location line="+5"/>
         <source>Browse...</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+3"/>
+        <location line="+4"/>
         <source>Export to file</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+1"/>
-        <source>Internet messages (*.eml)</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+1"/>
+        <location line="+2"/>
         <source>Export to folder</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+4"/>
+        <location line="+138"/>
         <source>File:</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+0"/>
+        <location line="+1"/>
         <source>Folder:</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="-129"/>
         <source>File names</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
+        <location line="-165"/>
+        <source>EML</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>EML: an .eml file per message</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>MSG</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>MSG: an Outlook .msg file per message</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>MBOX</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>MBOX: one mailbox file</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>HTML</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>HTML: a web page per message</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>XHTML</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>XHTML: an XHTML page per message</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>PDF</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>PDF: a PDF per message</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Text</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>Text: a text file per message</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>vCard</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>vCard: a .vcf file per contact</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>iCalendar</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>iCalendar: an .ics file per meeting or appointment</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>PST</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+0"/>
+        <source>PST: one Outlook data file</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+63"/>
+        <source>Format</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+10"/>
+        <source>PDF pages cannot be printed here: export to PDF with the command line (tessaly -format pdf)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+4"/>
+        <source>Format:</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Keep pictures from other hosts</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>Opening the output then asks those hosts for the pictures; off, nothing leaves the page</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
         <location line="+3"/>
+        <source>Save pictures beside the page</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+2"/>
+        <source>In a folder next to each page rather than inside it</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+14"/>
+        <source>Landscape</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+5"/>
+        <source>Paper:</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>One PDF for the whole run</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>Text made from the HTML body</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+8"/>
+        <source>vCard version:</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>Contacts as vCard, meetings as iCalendar</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+27"/>
+        <source>%1 files (*.%2)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+15"/>
         <source>Macros: [subject] [sender] [sender.name] [sender.email] [recipient] [date] [date:yyyy-mm-dd] [n] [nn] [ifattach] [body]</source>
         <translation type="unfinished"></translation>
     </message>
@@ -495,7 +710,7 @@ The details could not be written to %1.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+5"/>
+        <location line="+3"/>
         <source>Options</source>
         <translation type="unfinished"></translation>
     </message>
@@ -565,22 +780,27 @@ The details could not be written to %1.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+8"/>
+        <location line="+9"/>
         <source>&amp;Export</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+18"/>
+        <location line="+97"/>
         <source>(no name: the template gives nothing)</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+7"/>
+        <location line="+13"/>
         <source>Choose where the messages go.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+37"/>
+        <location line="+5"/>
+        <source>This version of Tessaly cannot write %1 yet. Choose another format.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+62"/>
         <source>Exporting...</source>
         <translation type="unfinished"></translation>
     </message>
@@ -732,6 +952,14 @@ The export was cancelled after %1 of %2 messages.</source>
     <message>
         <location filename="../tasks/MailEMLTask.cpp" line="+39"/>
         <source>Can not write %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
+    <name>TMailHTMLTask</name>
+    <message>
+        <location filename="../tasks/MailOtherTasks.cpp" line="-60"/>
+        <source>Can not save the picture %1: %2</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
@@ -1002,9 +1230,22 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
+    <name>TMailMBoxTask</name>
+    <message>
+        <location filename="../tasks/MailOtherTasks.cpp" line="+280"/>
+        <source>Nothing written to %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>another file took its name</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>TMailMainForm</name>
     <message>
-        <location filename="../app/PSTMainForm.cpp" line="+61"/>
+        <location filename="../app/PSTMainForm.cpp" line="+62"/>
         <source>Tessaly</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1215,6 +1456,19 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
+    <name>TMailPDFTask</name>
+    <message>
+        <location filename="../tasks/MailOtherTasks.cpp" line="-173"/>
+        <source>Nothing written to %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>another file took its name</source>
+        <translation type="unfinished"></translation>
+    </message>
+</context>
+<context>
     <name>TMailPSTTask</name>
     <message>
         <location filename="../tasks/MailPSTTask.cpp" line="+120"/>
@@ -1240,7 +1494,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>TMailProperties</name>
     <message>
-        <location filename="../tasks/MailProperties.cpp" line="+538"/>
+        <location filename="../tasks/MailProperties.cpp" line="+555"/>
         <source>Show the sender</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1356,7 +1610,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>TMailTask</name>
     <message>
-        <location filename="../tasks/MailTask.cpp" line="+199"/>
+        <location filename="../tasks/MailTask.cpp" line="+202"/>
         <source>Originals are never deleted: Tessaly opens every file read only.</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1366,17 +1620,28 @@ The export was cancelled after %1 of %2 messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+100"/>
+        <location line="+7"/>
+        <source>%1 contacts written as vCard files (-OneFormat keeps them in the chosen format)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+3"/>
+        <source>%1 calendar items written as iCalendar files (-OneFormat keeps them in the chosen format)</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+159"/>
         <source>The message could not be read</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+46"/>
+        <location line="+71"/>
+        <location line="+9"/>
         <source>Can not create the folder %1</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+89"/>
+        <location line="+104"/>
         <source>Can not convert &quot;%1&quot;</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1389,7 +1654,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>TMessageForm</name>
     <message>
-        <location filename="../app/PSTMainForm.cpp" line="+699"/>
+        <location filename="../app/PSTMainForm.cpp" line="+724"/>
         <source>&amp;File</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1511,7 +1776,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>TPSTMainForm</name>
     <message>
-        <location filename="../app/PSTMainForm.cpp" line="-714"/>
+        <location filename="../app/PSTMainForm.cpp" line="-737"/>
         <source>Tessaly</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1532,7 +1797,7 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
     <message>
         <location line="+2"/>
-        <source>Export the ticked messages, or the selected folder, to EML files (Ctrl+E)</source>
+        <source>Export the ticked messages, or the selected folder, to files of the format chosen (Ctrl+E)</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
@@ -1712,18 +1977,23 @@ The export was cancelled after %1 of %2 messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+104"/>
-        <location line="+11"/>
+        <location line="+119"/>
+        <location line="+19"/>
         <source>Export messages</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="-10"/>
+        <location line="-18"/>
         <source>Nothing to export: tick messages in the list, or select a folder with messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
         <location line="+12"/>
+        <source>This version of Tessaly cannot write that format yet.</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+8"/>
         <source>Written to %1</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1820,7 +2090,7 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>TResumeManifest</name>
     <message>
-        <location filename="../tasks/ResumeManifest.cpp" line="+51"/>
+        <location filename="../tasks/ResumeManifest.cpp" line="+79"/>
         <source>Can not write %1: %2</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1847,8 +2117,18 @@ The export was cancelled after %1 of %2 messages.</source>
 <context>
     <name>WindowStart</name>
     <message>
-        <location filename="../app/WindowStart.cpp" line="+32"/>
+        <location filename="../app/WindowStart.cpp" line="+35"/>
         <source>tessaly: running as root, so the message view runs without its sandbox</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+35"/>
+        <source>pages are printed only while the window program runs</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+33"/>
+        <source>the window did not take the page for printing</source>
         <translation type="unfinished"></translation>
     </message>
 </context>
