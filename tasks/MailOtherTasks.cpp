@@ -336,12 +336,8 @@ int TMailPDFTask::Commit(TMailContext& context, QString& path)
     } catch (const core::ETessalyError& e) {
         error = e.Message();
     }
-    if (result != trOK) {
-        // The messages counted as written are lost with the file.
-        AddLog(0, QCoreApplication::translate("TMailPDFTask", "Nothing written to %1: %2")
-                      .arg(path, result == trExists ? QCoreApplication::translate("TMailPDFTask", "another file took its name") : error));
-        RecountAsFailed(messages);
-    }
+    if (result != trOK)
+        CombinedLost(path, result, error, messages);
     return result;
 }
 
@@ -509,10 +505,7 @@ int TMailMBoxTask::Commit(TMailContext& context, QString& path)
     QString error;
     const int result = CommitOutput(*own.File, path, error, context.Replace);
     if (result != trOK) {
-        // The messages counted as written are lost with the file.
-        AddLog(0, QCoreApplication::translate("TMailMBoxTask", "Nothing written to %1: %2")
-                      .arg(path, result == trExists ? QCoreApplication::translate("TMailMBoxTask", "another file took its name") : error));
-        RecountAsFailed(own.Messages);
+        CombinedLost(path, result, error, own.Messages);
         if (context.Entry)
             context.Entry->Error = error;
     }

@@ -196,10 +196,7 @@ int TMailPSTTask::Commit(TMailContext& context, QString& path)
         error = e.Message();
     }
     if (result != trOK) {
-        // Every message counted as written is lost with the file.
-        AddLog(0, QCoreApplication::translate("TMailPSTTask", "Nothing written to %1: %2")
-                      .arg(path, result == trExists ? QCoreApplication::translate("TMailPSTTask", "another file took its name") : error));
-        RecountAsFailed(count);
+        CombinedLost(path, result, error, count);
         return result;
     }
     AddLog(1, QCoreApplication::translate("TMailPSTTask", "%1 messages written to %2").arg(count).arg(path));

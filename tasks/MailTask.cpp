@@ -314,6 +314,13 @@ int TMailTask::WriteOutput(TMailContext& context, QString& path, const QByteArra
     return result;
 }
 
+void TMailTask::CombinedLost(const QString& path, int result, const QString& error, int messages)
+{
+    AddLog(0, QCoreApplication::translate("TMailTask", "Nothing written to %1: %2")
+                  .arg(path, result == trExists ? QCoreApplication::translate("TMailTask", "another file took its name") : error));
+    RecountAsFailed(messages);
+}
+
 QString TMailTask::GetExceptionSource(const TTaskEntry& entry)
 {
     if (!entry.InStore || !entry.Mail)

@@ -167,6 +167,10 @@ protected:
     // Writes bytes to path through CommitOutput; the reason of a failure
     // goes to the context's entry.
     int WriteOutput(TMailContext& context, QString& path, const QByteArray& bytes);
+    // A combined output of that many messages that could not be linked in
+    // (result, error): the messages counted as written are lost with it and
+    // count as failed; the log says why.
+    void CombinedLost(const QString& path, int result, const QString& error, int messages);
     // The combined output an entry goes into, given the path its own output
     // would have: that path, unless the writer combines otherwise.
     virtual QString CombinedOutput(const TTaskEntry& entry, const QString& path) const;

@@ -1230,19 +1230,6 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
-    <name>TMailMBoxTask</name>
-    <message>
-        <location filename="../tasks/MailOtherTasks.cpp" line="+280"/>
-        <source>Nothing written to %1: %2</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+1"/>
-        <source>another file took its name</source>
-        <translation type="unfinished"></translation>
-    </message>
-</context>
-<context>
     <name>TMailMainForm</name>
     <message>
         <location filename="../app/PSTMainForm.cpp" line="+62"/>
@@ -1456,19 +1443,6 @@ The export was cancelled after %1 of %2 messages.</source>
     </message>
 </context>
 <context>
-    <name>TMailPDFTask</name>
-    <message>
-        <location filename="../tasks/MailOtherTasks.cpp" line="-173"/>
-        <source>Nothing written to %1: %2</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+1"/>
-        <source>another file took its name</source>
-        <translation type="unfinished"></translation>
-    </message>
-</context>
-<context>
     <name>TMailPSTTask</name>
     <message>
         <location filename="../tasks/MailPSTTask.cpp" line="+120"/>
@@ -1476,17 +1450,7 @@ The export was cancelled after %1 of %2 messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+80"/>
-        <source>Nothing written to %1: %2</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+1"/>
-        <source>another file took its name</source>
-        <translation type="unfinished"></translation>
-    </message>
-    <message>
-        <location line="+4"/>
+        <location line="+82"/>
         <source>%1 messages written to %2</source>
         <translation type="unfinished"></translation>
     </message>
@@ -1630,7 +1594,17 @@ The export was cancelled after %1 of %2 messages.</source>
         <translation type="unfinished"></translation>
     </message>
     <message>
-        <location line="+159"/>
+        <location line="+105"/>
+        <source>Nothing written to %1: %2</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+1"/>
+        <source>another file took its name</source>
+        <translation type="unfinished"></translation>
+    </message>
+    <message>
+        <location line="+60"/>
         <source>The message could not be read</source>
         <translation type="unfinished"></translation>
     </message>
