@@ -253,39 +253,51 @@ TEST(InspectHtml, RemotePicturesGoWithHtmlOnly)
     EXPECT_TRUE(help.out.contains(QStringLiteral("--html [--remote-pictures] FILE"))) << help.out.toStdString();
 }
 
-// The pages "-format html" writes: a page per message that reaches no other
-// host when opened later; with -RemotePictures the pictures of <img>
+// The pages "-format html" and "-format xhtml" write: a page per message
+// that reaches no other host when opened later (an XHTML page read as HTML
+// and, named .xhtml, as XML); with -RemotePictures the pictures of <img>
 // elements load, and nothing else.
 TEST(ExportHtml, ExportedPageReachesNoOtherHostUnlessPicturesAreKept)
 {
     TListener listener;
     TPage page;
     WriteMessage(page, listener.Base());
-    const auto exported = [&](const QStringList& more) {
-        QTemporaryDir out;
-        const TRun run = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
-            QStringList{page.eml, QStringLiteral("-dest"), out.path(), QStringLiteral("-format"), QStringLiteral("html")} + more);
-        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        const QStringList pages = QDir(out.path()).entryList({QStringLiteral("*.html")}, QDir::Files);
-        EXPECT_EQ(pages.size(), 1);
-        QFile file(QDir(out.path()).filePath(pages.value(0)));
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return file.readAll();
-    };
-    const QByteArray closed = exported({});
-    ASSERT_TRUE(WriteFile(page.html, closed));
-    const TOpened opened = OpenPage(page.html);
-    EXPECT_TRUE(opened.loaded);
-    EXPECT_EQ(listener.Connections, 0) << listener.Paths.join(QLatin1Char(' ')).toStdString();
-    ASSERT_EQ(opened.probe.size(), 3);
-    EXPECT_GT(opened.probe[0].toInt(), 0); // the message's own picture, inside the page
-    EXPECT_TRUE(opened.probe[2].toBool());
+    for (const QString format : {QStringLiteral("html"), QStringLiteral("xhtml")}) {
+        SCOPED_TRACE(format.toStdString());
+        const auto exported = [&](const QStringList& more) {
+            QTemporaryDir out;
+            const TRun run = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
+                QStringList{page.eml, QStringLiteral("-dest"), out.path(), QStringLiteral("-format"), format} + more);
+            EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+            const QStringList pages = QDir(out.path()).entryList({QStringLiteral("*.html")}, QDir::Files);
+            EXPECT_EQ(pages.size(), 1);
+            QFile file(QDir(out.path()).filePath(pages.value(0)));
+            EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+            return file.readAll();
+        };
+        const QByteArray closed = exported({});
+        QStringList names = {page.html};
+        if (format == QLatin1String("xhtml"))
+            names << page.dir.filePath(QStringLiteral("hostile.xhtml"));
+        for (const QString& name : names) {
+            SCOPED_TRACE(name.toStdString());
+            listener.Paths.clear();
+            ASSERT_TRUE(WriteFile(name, closed));
+            const TOpened opened = OpenPage(name);
+            EXPECT_TRUE(opened.loaded);
+            EXPECT_EQ(listener.Connections, 0) << listener.Paths.join(QLatin1Char(' ')).toStdString();
+            ASSERT_EQ(opened.probe.size(), 3);
+            EXPECT_GT(opened.probe[0].toInt(), 0); // the message's own picture, inside the page
+            EXPECT_TRUE(opened.probe[2].toBool());
+        }
 
-    listener.Paths.clear();
-    ASSERT_TRUE(WriteFile(page.html, exported({QStringLiteral("-RemotePictures")})));
-    EXPECT_TRUE(OpenPage(page.html).loaded);
-    EXPECT_TRUE(listener.Paths.contains(QStringLiteral("/img.png"))) << listener.Paths.join(QLatin1Char(' ')).toStdString();
-    const QSet<QString> pictures = {QStringLiteral("/img.png"), QStringLiteral("/srcset.png")};
-    for (const QString& path : listener.Paths)
-        EXPECT_TRUE(pictures.contains(path)) << path.toStdString();
+        listener.Paths.clear();
+        ASSERT_TRUE(WriteFile(page.html, exported({QStringLiteral("-RemotePictures")})));
+        EXPECT_TRUE(OpenPage(page.html).loaded);
+        EXPECT_TRUE(listener.Paths.contains(QStringLiteral("/img.png"))) << listener.Paths.join(QLatin1Char(' ')).toStdString();
+        const QSet<QString> pictures = {QStringLiteral("/img.png"), QStringLiteral("/srcset.png")};
+        for (const QString& path : listener.Paths)
+            EXPECT_TRUE(pictures.contains(path)) << path.toStdString();
+        listener.Connections = 0;
+    }
 }
