@@ -221,20 +221,11 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
             QCoreApplication::translate("CommandLineExport", "this program has no writer of the format \"%1\"").arg(format));
     TMailTask& task = *owned;
     report.Task = &task;
-    // Outputs of their own per message: the run keeps the record of what it
-    // completed in the destination, and -resume reads it.
     const bool resume = on(QStringLiteral("resume"));
     const bool oneFile = toDataFile || properties.CombineFiles;
-    if (!oneFile) {
-        auto manifest = std::make_shared<TResumeManifest>();
-        QString error;
-        if (!manifest->Open(properties.Destination, resume, &error))
-            return Fail(report, err, core::crInvalidSource, error);
-        task.SetManifest(std::move(manifest));
-    } else if (resume) {
+    if (oneFile && resume)
         return Fail(report, err, core::crCommandLine,
             QCoreApplication::translate("CommandLineExport", "-resume goes with formats that write a file per message, not with %1").arg(format));
-    }
     report.Format = format.isEmpty() ? QStringLiteral("eml") : format;
     report.Destination = QFileInfo(properties.Destination).absoluteFilePath();
     report.Options = QJsonObject{{QLatin1String("jobs"), workers}, {QLatin1String("keepFolders"), properties.KeepFolderStructure},
@@ -317,6 +308,17 @@ int RunExport(const core::TCommandLine& commandLine, pst::TPSTProjectData& proje
             for (qsizetype i = first; i < qsizetype(task.Entries().size()); ++i)
                 task.Entries()[size_t(i)].Group = groups[f];
         }
+    }
+
+    // Outputs of their own per message: the run keeps the record of what it
+    // completed in the destination, and -resume reads it. Opened once the
+    // sources are known to be there: a run that cannot start makes nothing.
+    if (!oneFile) {
+        auto manifest = std::make_shared<TResumeManifest>();
+        QString error;
+        if (!manifest->Open(properties.Destination, resume, &error))
+            return Fail(report, err, core::crInvalidSource, error);
+        task.SetManifest(std::move(manifest));
     }
 
     QElapsedTimer shown;

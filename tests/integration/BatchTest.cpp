@@ -292,6 +292,14 @@ TEST(Batch, OneRunOverSeveralDataFiles)
         EXPECT_EQ(outputs, items[files[i]]) << groups[i].toStdString();
     }
 
+    // A list that is not there: nothing starts, no destination is made.
+    const QString none = dir.filePath(QStringLiteral("none"));
+    const TRun noList = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
+        {QStringLiteral("-list"), dir.filePath(QStringLiteral("missing.txt")), QStringLiteral("-dest"), none});
+    EXPECT_EQ(noList.exitCode, 7);
+    EXPECT_TRUE(noList.err.contains(QStringLiteral("Can not read the list"))) << noList.err.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(none));
+
     // A missing file among them: the others are written, the run fails.
     const QString missing = dir.filePath(QStringLiteral("gone.pst"));
     const TRun partial = RunProcess(QStringLiteral(TESSALY_BINARY_DIR "/app/tessaly"),
