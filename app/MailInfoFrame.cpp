@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QFileDialog>
 #include <QEventLoop>
+#include <QTimer>
 #include <QFileInfo>
 #include <QFutureWatcher>
 #include <QHBoxLayout>
@@ -402,24 +403,39 @@ QString OpenedFilesFolder()
     return folder ? folder->path() : QString();
 }
 
-QByteArray PrintPageToPdf(const QString& html, const QPageLayout& layout, QString* error)
+namespace {
+
+// One attempt at loading the page and printing it. The engine is watched:
+// a renderer that dies, or a page that neither loads nor prints in time,
+// ends the attempt with the reason (loadStalled: it never loaded).
+QByteArray PrintPageOnce(QWebEngineProfile* profile, qsizetype pageBytes, const QPageLayout& layout, QString* error, bool* loadStalled)
 {
-    // One closed profile for every page of the run.
-    static QWebEngineProfile* const profile = new QWebEngineProfile(QCoreApplication::instance());
-    static TMessageSchemeHandler* const handler = ClosedProfile(profile);
-    handler->SetMessage(nullptr, html);
     QWebEnginePage page(profile);
     QEventLoop loop;
-    bool loaded = false;
+    QTimer watch;
+    watch.setSingleShot(true);
+    QObject::connect(&watch, &QTimer::timeout, &loop, &QEventLoop::quit);
+    bool loaded = false, finished = false, died = false;
     QObject::connect(&page, &QWebEnginePage::loadFinished, &loop, [&](bool ok) {
         loaded = ok;
+        finished = true;
+        loop.quit();
+    });
+    QObject::connect(&page, &QWebEnginePage::renderProcessTerminated, &loop, [&] {
+        died = true;
         loop.quit();
     });
     page.setUrl(QUrl(QStringLiteral("%1:print/%2").arg(QLatin1String(BodyScheme)).arg(++g_pageSerial)));
-    loop.exec();
+    // Every part of the page is local: it loads in a moment, a page of a
+    // whole run in a second or so a megabyte. The engine at times never
+    // finishes a load; the page is then tried again.
+    watch.start(std::chrono::seconds(10 + pageBytes / 1000000));
+    if (!finished)
+        loop.exec();
     if (!loaded) {
-        if (error)
-            *error = QCoreApplication::translate("TMailInfoFrame", "the page could not be loaded for printing");
+        *loadStalled = !finished && !died;
+        *error = died ? QCoreApplication::translate("TMailInfoFrame", "the browser engine stopped while loading the page for printing")
+                      : QCoreApplication::translate("TMailInfoFrame", "the page could not be loaded for printing");
         return {};
     }
     QByteArray pdf;
@@ -431,10 +447,34 @@ QByteArray PrintPageToPdf(const QString& html, const QPageLayout& layout, QStrin
             loop.quit();
         },
         layout);
-    if (!printed)
+    // A page of a whole run takes long; the limit is there only so that an
+    // engine that stopped answering does not hold the run for ever.
+    watch.start(std::chrono::minutes(10));
+    if (!printed && !died)
         loop.exec();
+    if (pdf.isEmpty())
+        *error = died ? QCoreApplication::translate("TMailInfoFrame", "the browser engine stopped while printing the page")
+                      : QCoreApplication::translate("TMailInfoFrame", "the page could not be printed");
+    return pdf;
+}
+
+} // namespace
+
+QByteArray PrintPageToPdf(const QString& html, const QPageLayout& layout, QString* error)
+{
+    // One closed profile for every page of the run.
+    static QWebEngineProfile* const profile = new QWebEngineProfile(QCoreApplication::instance());
+    static TMessageSchemeHandler* const handler = ClosedProfile(profile);
+    handler->SetMessage(nullptr, html);
+    QString failure;
+    bool loadStalled = false;
+    QByteArray pdf = PrintPageOnce(profile, html.size(), layout, &failure, &loadStalled);
+    // A page the engine never finished loading is tried once more, in a new
+    // page.
+    if (pdf.isEmpty() && loadStalled)
+        pdf = PrintPageOnce(profile, html.size(), layout, &failure, &loadStalled);
     if (pdf.isEmpty() && error)
-        *error = QCoreApplication::translate("TMailInfoFrame", "the page could not be printed");
+        *error = failure;
     return pdf;
 }
 
