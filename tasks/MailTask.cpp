@@ -391,10 +391,16 @@ int TMailTask::PrepareEntry(TTaskEntry& entry, std::unique_ptr<TTaskJob>& job)
     const TMailConvertType format = ItemFormat(entry, message);
     const bool ownKind = format == m_properties.ConvertType();
     QString fileName;
-    if (ownKind || m_properties.UseFileNameTemplate)
+    if (ownKind || m_properties.UseFileNameTemplate) {
         fileName = m_properties.GetFileNameByTemplate(message, entry.Index);
-    else
-        fileName = SafeAttachName(message.Subject().trimmed(), QString());
+    } else {
+        // Beside a file of the run: by the item's subject, a contact by its
+        // name.
+        QString name = message.Subject().trimmed();
+        if (const auto* contact = dynamic_cast<const mail::IMailContact*>(&message); contact && name.isEmpty())
+            name = contact->GetField(mail::mcfFullName).toString().trimmed();
+        fileName = SafeAttachName(name, QString());
+    }
     if (!ownKind && !fileName.isEmpty()) {
         // The name the template gives, with the extension of its format.
         const QString extension = QLatin1Char('.') + m_properties.Extension();

@@ -58,6 +58,12 @@ public:
     QString Location() const override { return QStringLiteral("Room 1"); }
 };
 
+class TTestContact : public test::TTestMessage, public mail::IMailContact {
+public:
+    QVariant GetField(int field) const override { return field == mail::mcfFullName ? QVariant(fullName) : QVariant(); }
+    QString fullName;
+};
+
 void AddMessage(TCustomTask& task, std::shared_ptr<mail::IMailMessage> message)
 {
     TTaskEntry entry;
@@ -357,4 +363,25 @@ TEST_F(OutputLayoutTest, PicturesBesideThePageAndAttachmentsLinked)
                 EXPECT_TRUE(page.startsWith(QStringLiteral("<?xml")));
         }
     }
+}
+
+// Beside an mbox file, where no template names files, a contact is named
+// by its subject or else by its name, a calendar item by its subject.
+TEST_F(OutputLayoutTest, KindsBesideAnMBoxFileNamedByWhatTheyHold)
+{
+    QTemporaryDir out;
+    TMailProperties properties;
+    properties.SetConvertType(mctMBox);
+    properties.Destination = QDir(out.path()).filePath(QStringLiteral("run.mbox"));
+    auto task = CreateMailTask(properties);
+    for (const auto& [subject, name] : {std::pair{QString(), QStringLiteral("Ann Lee")}, std::pair{QStringLiteral("Bob"), QStringLiteral("Robert")}}) {
+        auto contact = std::make_shared<TTestContact>();
+        contact->subject = subject;
+        contact->fullName = name;
+        AddMessage(*task, contact);
+    }
+    AddMessage(*task, TestMail(QStringLiteral("mail")));
+    task->Run();
+    EXPECT_EQ(task->Written(), 3);
+    EXPECT_EQ(FilesBelow(out.path()), (QStringList{QStringLiteral("Ann Lee.vcf"), QStringLiteral("Bob.vcf"), QStringLiteral("run.mbox")}));
 }
