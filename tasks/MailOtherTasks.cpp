@@ -33,10 +33,10 @@ std::unique_ptr<TMailContext> TMailBytesTask::CreateContext()
     return std::make_unique<TContext>();
 }
 
-int TMailBytesTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString&)
+int TMailBytesTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
 {
     auto& own = static_cast<TContext&>(context);
-    own.Bytes = Bytes(message);
+    own.Bytes = Bytes(own, message, path);
     own.Converted = true;
     return trOK;
 }
@@ -51,7 +51,7 @@ int TMailBytesTask::Commit(TMailContext& context, QString& path)
     return result;
 }
 
-QByteArray TMailMSGTask::Bytes(const mail::IMailMessage& message)
+QByteArray TMailMSGTask::Bytes(TMailBytesTask::TContext&, const mail::IMailMessage& message, const QString&)
 {
     return mail::TMsgWriter(message).SaveToBytes();
 }
@@ -111,11 +111,6 @@ QByteArray MessageText(const mail::IMailMessage& message, bool fromHtml)
     if (!text.endsWith(QLatin1Char('\n')))
         text += QLatin1Char('\n');
     return text.toUtf8();
-}
-
-QByteArray TMailHTMLTask::Bytes(const mail::IMailMessage& message)
-{
-    return PageBytes(StandaloneHtmlPage(message, Properties().RemotePictures));
 }
 
 QByteArray TMailHTMLTask::PageBytes(const QString& page) const
@@ -194,7 +189,7 @@ std::unique_ptr<TMailContext> TMailHTMLTask::CreateContext()
     return std::make_unique<TContext>();
 }
 
-int TMailHTMLTask::ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path)
+QByteArray TMailHTMLTask::Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path)
 {
     auto& own = static_cast<TContext&>(context);
     const QFileInfo page(path);
@@ -205,13 +200,12 @@ int TMailHTMLTask::ConvertMail(TMailContext& context, const mail::IMailMessage& 
     options.EmbedPictures = !Properties().PicturesBeside;
     options.LinkAttachments = !context.AttachTargets.isEmpty();
     options.Task = &files;
-    own.Bytes = PageBytes(StandaloneHtmlPage(message, options));
+    const QByteArray bytes = PageBytes(StandaloneHtmlPage(message, options));
     for (const auto& [attach, file] : files.Written) {
         const auto content = attach->Content();
         own.Pictures.emplace_back(file, content ? content->readAll() : QByteArray());
     }
-    own.Converted = true;
-    return trOK;
+    return bytes;
 }
 
 int TMailHTMLTask::Commit(TMailContext& context, QString& path)
@@ -246,7 +240,7 @@ int TMailVCardTask::ConvertMail(TMailContext& context, const mail::IMailMessage&
     return TMailBytesTask::ConvertMail(context, message, path);
 }
 
-QByteArray TMailVCardTask::Bytes(const mail::IMailMessage& message)
+QByteArray TMailVCardTask::Bytes(TMailBytesTask::TContext&, const mail::IMailMessage& message, const QString&)
 {
     return mail::ContactToVCard(dynamic_cast<const mail::IMailContact&>(message), Properties().VCardVersion);
 }
@@ -258,7 +252,7 @@ int TMailICalTask::ConvertMail(TMailContext& context, const mail::IMailMessage& 
     return TMailBytesTask::ConvertMail(context, message, path);
 }
 
-QByteArray TMailICalTask::Bytes(const mail::IMailMessage& message)
+QByteArray TMailICalTask::Bytes(TMailBytesTask::TContext&, const mail::IMailMessage& message, const QString&)
 {
     return mail::MeetingToICalendar(message, dynamic_cast<const mail::IMailMeeting&>(message));
 }
@@ -294,7 +288,7 @@ QByteArray TMailPDFTask::Print(const QString& html)
     return pdf;
 }
 
-QByteArray TMailPDFTask::Bytes(const mail::IMailMessage& message)
+QByteArray TMailPDFTask::Bytes(TMailBytesTask::TContext&, const mail::IMailMessage& message, const QString&)
 {
     return Print(StandaloneHtmlPage(message, Properties().RemotePictures));
 }
@@ -391,7 +385,7 @@ QString CombinedHtmlPage(const QStringList& pages)
     return out;
 }
 
-QByteArray TMailTXTTask::Bytes(const mail::IMailMessage& message)
+QByteArray TMailTXTTask::Bytes(TMailBytesTask::TContext&, const mail::IMailMessage& message, const QString&)
 {
     return MessageText(message, Properties().TextExportOptions.Has(tetUseHTMLBody));
 }

@@ -31,7 +31,7 @@ public:
 protected:
     // The file's bytes for the message; throws core::ETessalyError with the
     // reason when it cannot be made.
-    virtual QByteArray Bytes(const mail::IMailMessage& message) = 0;
+    virtual QByteArray Bytes(TContext& context, const mail::IMailMessage& message, const QString& path) = 0;
 };
 
 // An Outlook .msg file per message ([MS-OXMSG]): attached messages stay
@@ -41,7 +41,7 @@ public:
     using TMailBytesTask::TMailBytesTask;
 
 protected:
-    QByteArray Bytes(const mail::IMailMessage& message) override;
+    QByteArray Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path) override;
 };
 
 // The header lines and the text body of each message (the text made from
@@ -52,7 +52,7 @@ public:
     using TMailBytesTask::TMailBytesTask;
 
 protected:
-    QByteArray Bytes(const mail::IMailMessage& message) override;
+    QByteArray Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path) override;
 };
 
 // A web page per message: the header block and the body as the preview
@@ -66,11 +66,11 @@ public:
 
     class TContext;
     std::unique_ptr<TMailContext> CreateContext() override;
-    int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
     int Commit(TMailContext& context, QString& path) override;
 
 protected:
-    QByteArray Bytes(const mail::IMailMessage& message) override;
+    // The page, and the pictures to write beside it.
+    QByteArray Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path) override;
     // The file's bytes for the page.
     virtual QByteArray PageBytes(const QString& page) const;
 };
@@ -92,7 +92,7 @@ public:
     int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
 
 protected:
-    QByteArray Bytes(const mail::IMailMessage& message) override;
+    QByteArray Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path) override;
 };
 
 // An iCalendar file per meeting or appointment; other items are left out
@@ -103,7 +103,7 @@ public:
     int ConvertMail(TMailContext& context, const mail::IMailMessage& message, const QString& path) override;
 
 protected:
-    QByteArray Bytes(const mail::IMailMessage& message) override;
+    QByteArray Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path) override;
 };
 
 // Prints a page to PDF on the paper given; empty with the reason in `error`
@@ -128,7 +128,7 @@ public:
     int Commit(TMailContext& context, QString& path) override;
 
 protected:
-    QByteArray Bytes(const mail::IMailMessage& message) override;
+    QByteArray Bytes(TMailBytesTask::TContext& context, const mail::IMailMessage& message, const QString& path) override;
     bool RunsInParallel() const override { return false; }
     QString CombinedOutput(const TTaskEntry& entry, const QString& path) const override;
 
