@@ -1,6 +1,7 @@
-// The writers of .msg files, mbox files and text files: every sample data
-// file and message file through each, read back by our own reader and by
-// readers that owe nothing to ours (Python's mailbox module for mbox).
+// The writers of the other formats, piece by piece: .msg files of every
+// sample back through our reader, mbox entries, text, vCards and iCalendar
+// files. Every format over every sample, read by readers that owe nothing
+// to ours, is the round-trip test's.
 
 #include "TasksTestUtil.h"
 #include "TestUtil.h"
@@ -94,76 +95,6 @@ TEST_F(OtherFormatsTest, MsgFilesOfEverySampleReadBack)
     EXPECT_GT(messages, 300);
 }
 
-// One mbox file per sample, read by Python's mailbox module: as many
-// messages as were written, with their subjects, in order.
-TEST_F(OtherFormatsTest, MBoxOfEverySampleReadByPythonMailbox)
-{
-    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
-    ASSERT_FALSE(python.isEmpty());
-    QTemporaryDir out;
-    QStringList mboxes;
-    std::vector<QStringList> expected;
-    int index = 0;
-    for (const QString& source : Sources()) {
-        SCOPED_TRACE(source.toStdString());
-        TMailProperties properties;
-        properties.SetConvertType(mctMBox);
-        properties.OneFormat = true; // contacts and calendar items in the mbox too
-        EXPECT_TRUE(properties.CombineFiles);
-        properties.Destination = QDir(out.path()).filePath(QStringLiteral("%1.mbox").arg(++index));
-        properties.InitDestination({}, {});
-        auto task = CreateMailTask(properties);
-        ASSERT_TRUE(task);
-        AddSource(*task, source);
-        task->Run();
-        const int total = int(task->Entries().size());
-        EXPECT_EQ(task->Written() + task->Filtered() + task->Failed(), total);
-        EXPECT_EQ(task->Failed(), 0);
-        QStringList subjects;
-        for (auto& entry : task->Entries())
-            if (entry.Result == trOK)
-                subjects << Spaced(entry.Load()->Subject());
-        if (task->Written() == 0)
-            continue;
-        EXPECT_TRUE(QFileInfo::exists(properties.Destination)) << properties.Destination.toStdString();
-        mboxes << properties.Destination;
-        expected.push_back(subjects);
-    }
-    QProcess process;
-    process.start(python, QStringList{QStringLiteral("-c"), QStringLiteral(R"(
-import json, mailbox, sys
-out = []
-for path in sys.argv[1:]:
-    out.append([' '.join(str(m['subject'] or '').split()) for m in mailbox.mbox(path, create=False)])
-print(json.dumps(out))
-)")} + mboxes);
-    ASSERT_TRUE(process.waitForFinished(120000));
-    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-    const QJsonArray read = QJsonDocument::fromJson(process.readAllStandardOutput()).array();
-    ASSERT_EQ(read.size(), mboxes.size());
-    int messages = 0;
-    for (qsizetype i = 0; i < mboxes.size(); ++i) {
-        SCOPED_TRACE(mboxes[i].toStdString());
-        QStringList subjects;
-        for (const auto& subject : read[i].toArray())
-            subjects << subject.toString();
-        ASSERT_EQ(subjects.size(), expected[size_t(i)].size());
-        messages += int(subjects.size());
-        // Python reads the subject as the header says it (encoded words
-        // decoded); bytes it cannot decode it leaves aside, so compare the
-        // subjects that are ASCII.
-        for (qsizetype j = 0; j < subjects.size(); ++j) {
-            const QString ours = expected[size_t(i)][j];
-            bool ascii = true;
-            for (const QChar c : ours)
-                ascii = ascii && c.unicode() < 128;
-            if (ascii)
-                EXPECT_EQ(subjects[j], ours);
-        }
-    }
-    EXPECT_GT(messages, 300);
-}
-
 // mboxrd: a line of the message that begins with "From " (after any ">")
 // gets one more ">"; other lines stay as they are; LF line ends; the entry
 // starts with a "From " line and ends with a blank line.
@@ -223,128 +154,6 @@ TEST(CreateMailTask, WriterOfEachFormat)
         TMailProperties properties;
         properties.SetConvertType(c.type);
         EXPECT_EQ(CreateMailTask(properties) != nullptr, c.has) << c.type;
-    }
-}
-
-// A page per message of every sample data file, read by Python's
-// html.parser: it parses, and the subject and the body's text are in it.
-TEST_F(OtherFormatsTest, HtmlPagesOfTheSamplesParseWithPython)
-{
-    const QString python = QStandardPaths::findExecutable(QStringLiteral("python3"));
-    ASSERT_FALSE(python.isEmpty());
-    QTemporaryDir out;
-    QStringList pages;
-    QStringList subjects;
-    for (const QString& source : Sources()) {
-        if (!source.endsWith(QLatin1String(".pst")) && !source.endsWith(QLatin1String(".ost")))
-            continue;
-        TMailProperties properties;
-        properties.SetConvertType(mctHTML);
-        properties.OneFormat = true; // a page for contacts and calendar items too
-        properties.Destination = QDir(out.path()).filePath(QFileInfo(source).fileName());
-        auto task = CreateMailTask(properties);
-        ASSERT_TRUE(task);
-        AddSource(*task, source);
-        task->Run();
-        EXPECT_EQ(task->Failed(), 0) << source.toStdString();
-        EXPECT_EQ(task->Written() + task->Filtered(), int(task->Entries().size()));
-        for (auto& entry : task->Entries())
-            if (entry.Result == trOK) {
-                pages << entry.Output;
-                subjects << Spaced(entry.Load()->Subject());
-            }
-    }
-    ASSERT_GT(pages.size(), 250);
-    QProcess process;
-    process.start(python, QStringList{QStringLiteral("-c"), QStringLiteral(R"(
-import json, sys
-from html.parser import HTMLParser
-class Text(HTMLParser):
-    def __init__(self):
-        super().__init__(convert_charrefs=True)
-        self.text, self.skip, self.tags = [], 0, 0
-    def handle_starttag(self, tag, attrs):
-        self.tags += 1
-        if tag in ('style', 'script', 'head'): self.skip += 1
-    def handle_endtag(self, tag):
-        if tag in ('style', 'script', 'head'): self.skip = max(0, self.skip - 1)
-    def handle_data(self, data):
-        if not self.skip: self.text.append(data)
-out = []
-for path in sys.argv[1:]:
-    p = Text()
-    p.feed(open(path, encoding='utf-8').read())
-    p.close()
-    out.append({'tags': p.tags, 'text': ' '.join(''.join(p.text).split())})
-print(json.dumps(out))
-)")} + pages);
-    ASSERT_TRUE(process.waitForFinished(120000));
-    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-    const QJsonArray read = QJsonDocument::fromJson(process.readAllStandardOutput()).array();
-    ASSERT_EQ(read.size(), pages.size());
-    for (qsizetype i = 0; i < pages.size(); ++i) {
-        const QJsonObject page = read[i].toObject();
-        EXPECT_GT(page[QLatin1String("tags")].toInt(), 5) << pages[i].toStdString();
-        EXPECT_TRUE(page[QLatin1String("text")].toString().contains(subjects[i])) << pages[i].toStdString() << ": " << subjects[i].toStdString();
-    }
-}
-
-// A vCard per contact of the sample .msg files (other items left out), read
-// by Python's vobject and by our own reader: names and e-mail addresses as
-// the source has them.
-TEST_F(OtherFormatsTest, VCardsOfContactsReadByVobjectAndOurReader)
-{
-    const QString python = QStringLiteral("/usr/bin/python3"); // the system's, with python3-vobject
-    QProcess probe;
-    probe.start(python, {QStringLiteral("-c"), QStringLiteral("import vobject")});
-    if (!probe.waitForFinished(30000) || probe.exitCode() != 0)
-        GTEST_SKIP() << "python3-vobject is not installed (scripts/install-deps installs it)";
-    QTemporaryDir out;
-    TMailProperties properties;
-    properties.SetConvertType(mctVCard);
-    properties.Destination = out.path();
-    auto task = CreateMailTask(properties);
-    ASSERT_TRUE(task);
-    const QStringList sources = {TestData(QStringLiteral("msg/contact-plain.msg")), TestData(QStringLiteral("msg/contact-unicode.msg")),
-        TestData(QStringLiteral("msg/contactUnicode.msg")), TestData(QStringLiteral("msg/Simple.msg"))};
-    for (const QString& source : sources)
-        AddSource(*task, source);
-    task->Run();
-    EXPECT_EQ(task->Written(), 3);
-    EXPECT_EQ(task->Filtered(), 1); // the mail item
-    EXPECT_EQ(task->Failed(), 0);
-    QStringList files, names, emails;
-    for (auto& entry : task->Entries()) {
-        if (entry.Result != trOK)
-            continue;
-        files << entry.Output;
-        const auto source = entry.Load();
-        const auto* contact = dynamic_cast<const mail::IMailContact*>(source.get());
-        ASSERT_NE(contact, nullptr);
-        names << contact->GetField(mail::mcfFullName).toString().trimmed();
-        emails << contact->GetField(mail::mcfEMails).toString().remove(QLatin1Char(' '));
-        // Our reader gives the same name back.
-        QFile file(entry.Output);
-        ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-        const mail::TVCardContact back(file.readAll());
-        EXPECT_EQ(back.Subject(), names.last());
-    }
-    QProcess process;
-    process.start(python, QStringList{QStringLiteral("-c"), QStringLiteral(R"(
-import json, sys, vobject
-out = []
-for path in sys.argv[1:]:
-    card = vobject.readOne(open(path, encoding='utf-8').read())
-    out.append({'fn': card.fn.value, 'emails': ','.join(e.value for e in card.contents.get('email', []))})
-print(json.dumps(out))
-)")} + files);
-    ASSERT_TRUE(process.waitForFinished(60000));
-    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
-    const QJsonArray read = QJsonDocument::fromJson(process.readAllStandardOutput()).array();
-    ASSERT_EQ(read.size(), files.size());
-    for (qsizetype i = 0; i < files.size(); ++i) {
-        EXPECT_EQ(read[i].toObject()[QLatin1String("fn")].toString(), names[i]);
-        EXPECT_EQ(read[i].toObject()[QLatin1String("emails")].toString(), emails[i]);
     }
 }
 
@@ -469,41 +278,6 @@ bool HasICalendar()
 }
 
 } // namespace
-
-// An iCalendar file per meeting or appointment (other items left out),
-// read by Python's icalendar: subject, start and end as our reader has them.
-TEST_F(OtherFormatsTest, ICalendarOfAppointmentsReadByPythonIcalendar)
-{
-    if (!HasICalendar())
-        GTEST_SKIP() << "python3-icalendar is not installed (scripts/install-deps installs it)";
-    QTemporaryDir out;
-    TMailProperties properties;
-    properties.SetConvertType(mctICal);
-    EXPECT_EQ(properties.Extension(), QStringLiteral("ics"));
-    properties.Destination = out.path();
-    auto task = CreateMailTask(properties);
-    ASSERT_TRUE(task);
-    AddSource(*task, TestData(QStringLiteral("msg/Appointment sample EST.msg")));
-    AddSource(*task, TestData(QStringLiteral("msg/Simple.msg")));
-    task->Run();
-    EXPECT_EQ(task->Written(), 1);
-    EXPECT_EQ(task->Filtered(), 1);
-    EXPECT_EQ(task->Failed(), 0);
-    const TTaskEntry& entry = task->Entries().front();
-    ASSERT_EQ(entry.Result, trOK);
-    const auto source = entry.Load();
-    const auto* meeting = dynamic_cast<const mail::IMailMeeting*>(source.get());
-    ASSERT_NE(meeting, nullptr);
-    const QJsonArray read = ReadICalendars({entry.Output});
-    ASSERT_EQ(read.size(), 1);
-    const QJsonObject event = read[0].toObject();
-    EXPECT_EQ(event[QLatin1String("summary")].toString(), source->Subject());
-    const auto utc = [](mail::TDateTime value) {
-        return core::DateTimeToQDateTime(value).toUTC().toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'"));
-    };
-    EXPECT_EQ(event[QLatin1String("start")].toString(), utc(meeting->AppoitmentStart()));
-    EXPECT_EQ(event[QLatin1String("end")].toString(), utc(meeting->AppoitmentEnd()));
-}
 
 // A meeting with its organizer, attendees of each kind and a location with
 // the characters iCalendar escapes.
