@@ -350,34 +350,6 @@ QJsonObject ReadBack(const QStringList& files, bool xml)
     return QJsonDocument::fromJson(run.out.toUtf8()).object();
 }
 
-// The subject of each .msg file as msgreader reads it; empty with the reason
-// in `skip` when the module cannot be had.
-QJsonObject ReadWithMsgReader(const QStringList& files, QString& skip)
-{
-    const QString module = tessaly::test::MsgReaderModule(skip);
-    if (module.isEmpty())
-        return {};
-    QTemporaryDir dir;
-    const QString script = dir.filePath(QStringLiteral("subjects.js"));
-    QFile out(script);
-    EXPECT_TRUE(out.open(QIODevice::WriteOnly));
-    out.write(R"(
-const fs = require('fs');
-const MsgReader = require(process.argv[2]).default;
-const out = {};
-for (const file of process.argv.slice(3)) {
-  const data = fs.readFileSync(file);
-  const info = new MsgReader(data.buffer.slice(data.byteOffset, data.byteOffset + data.length)).getFileData();
-  out[file] = info.error ? {error: String(info.error)} : {subject: info.subject || ''};
-}
-process.stdout.write(JSON.stringify(out));
-)");
-    out.close();
-    const TRun run = Run(QStringLiteral("node"), QStringList{script, module} + files);
-    EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-    return QJsonDocument::fromJson(run.out.toUtf8()).object();
-}
-
 // Each .msg file as our own reader reads it, by path.
 QJsonObject ReadWithInspect(const QStringList& files)
 {
@@ -503,7 +475,7 @@ void RoundTrip(const TFormat& format, const std::vector<TVariant>& variants)
     const QJsonObject read = ReadBack(otherFiles, format.name == QLatin1String("xhtml"));
     const QJsonObject ours = ReadWithInspect(msgFiles);
     QString skip;
-    const QJsonObject theirs = msgFiles.isEmpty() ? QJsonObject() : ReadWithMsgReader(msgFiles, skip);
+    const QJsonObject theirs = msgFiles.isEmpty() ? QJsonObject() : tessaly::test::MsgReaderSubjects(msgFiles, skip);
     int mboxMessages = 0;
     for (TExport& run : runs) {
         for (TOutput& output : run.outputs) {

@@ -3,6 +3,10 @@
 // The npm package msgreader, a reader of .msg files that owes nothing to ours.
 
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStringList>
+#include <QTemporaryDir>
 #include <QProcess>
 #include <QString>
 #include <gtest/gtest.h>
@@ -32,6 +36,36 @@ inline QString MsgReaderModule(QString& skip)
         return {};
     }
     return module;
+}
+
+// What msgreader reads of each .msg file, by path: {"subject": ...}, or
+// {"error": ...} for a file it cannot read. Empty with the reason in `skip`
+// when the module cannot be had.
+inline QJsonObject MsgReaderSubjects(const QStringList& files, QString& skip)
+{
+    const QString module = MsgReaderModule(skip);
+    if (module.isEmpty() || files.isEmpty())
+        return {};
+    QTemporaryDir dir;
+    QFile script(dir.filePath(QStringLiteral("subjects.js")));
+    EXPECT_TRUE(script.open(QIODevice::WriteOnly));
+    script.write(R"(
+const fs = require('fs');
+const MsgReader = require(process.argv[2]).default;
+const out = {};
+for (const file of process.argv.slice(3)) {
+  const data = fs.readFileSync(file);
+  const info = new MsgReader(data.buffer.slice(data.byteOffset, data.byteOffset + data.length)).getFileData();
+  out[file] = info.error ? {error: String(info.error)} : {subject: info.subject || ''};
+}
+process.stdout.write(JSON.stringify(out));
+)");
+    script.close();
+    QProcess node;
+    node.start(QStringLiteral("node"), QStringList{script.fileName(), module} + files);
+    EXPECT_TRUE(node.waitForFinished(120000));
+    EXPECT_EQ(node.exitCode(), 0) << node.readAllStandardError().toStdString();
+    return QJsonDocument::fromJson(node.readAllStandardOutput()).object();
 }
 
 } // namespace tessaly::test
